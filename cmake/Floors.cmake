@@ -1,0 +1,30 @@
+# The floors of the house: every folder is one static library and names the
+# libraries below it that it may use.  A library sees only those at link time;
+# tests/structure checks the includes against the same order.
+
+# lhv_library(NAME [SOURCES file...] [HEADERS file...] [DEPENDS library...])
+function(lhv_library name)
+  cmake_parse_arguments(L "" "" "SOURCES;HEADERS;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
+  if(NOT L_SOURCES)
+    add_library(${name} INTERFACE)
+    target_link_libraries(${name} INTERFACE ${L_DEPENDS})
+    return()
+  endif()
+  add_library(${name} STATIC ${L_SOURCES})
+  target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${L_HEADERS})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PUBLIC ${L_DEPENDS} PRIVATE lhv_warnings ${L_PRIVATE_DEPENDS})
+endfunction()
+
+# lhv_test(NAME [SOURCES file...] [DEPENDS library...])
+function(lhv_test name)
+  cmake_parse_arguments(T "" "" "SOURCES;DEPENDS" ${ARGN})
+  if(NOT T_SOURCES)
+    return()
+  endif()
+  add_executable(${name} ${T_SOURCES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE ${T_DEPENDS} lhv_warnings GTest::gtest_main)
+  target_compile_definitions(${name} PRIVATE LISTHAVEN_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 300)
+endfunction()

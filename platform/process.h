@@ -1,0 +1,36 @@
+// process.h - this process: its threads, terminal, environment, stop signals.
+
+#ifndef LISTHAVEN_PLATFORM_PROCESS_H
+#define LISTHAVEN_PLATFORM_PROCESS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace Platform {
+
+using ThreadId = std::uint32_t;
+
+ThreadId CurrentThreadId() noexcept;  // of the system; not reused while the thread lives
+std::uint32_t CurrentProcessId() noexcept;
+
+std::optional<std::string> EnvironmentValue(std::string_view name);
+
+bool OutputIsTerminal() noexcept;
+bool ErrorOutputIsTerminal() noexcept;
+bool InputIsTerminal() noexcept;
+
+// From then on Ctrl-C, a request to end the process and the closing of its
+// terminal only set a flag.  A second Ctrl-C ends the process.
+void CatchStopSignals();
+bool StopSignalled() noexcept;
+
+// Creates nothing that others may read from here on, and writes output bytes as they are.
+void PrepareProcess();
+
+std::uint64_t ResidentMemory();  // bytes; 0 when the system does not tell
+
+}  // namespace Platform
+
+#endif  // LISTHAVEN_PLATFORM_PROCESS_H

@@ -1,0 +1,53 @@
+// uniquename.h - names that no other file of a folder has or gets.
+//
+// A file name is a random decimal number, a dot and an extension; a folder name
+// the number alone.  All processes that make such names for a data folder hold
+// one named mutex while they do.
+//
+// A file that must never be seen half-written goes through CNewFile: it is
+// written under NUMBER.tmp, and takes its NUMBER.EXT name when it is whole.
+//
+// Errors   false, with the reason in the last-error text.
+// Crash    A crash before Publish() leaves a .tmp file, which nobody reads.
+
+#ifndef LISTHAVEN_UTILITY_UNIQUENAME_H
+#define LISTHAVEN_UTILITY_UNIQUENAME_H
+
+#include <chrono>
+#include <string>
+#include <string_view>
+
+#include "platform/file.h"
+
+class CNewFile {
+public:
+    CNewFile() = default;
+    CNewFile(CNewFile&&) noexcept = default;
+    CNewFile& operator=(CNewFile&&) noexcept = default;
+    ~CNewFile();  // removes what was not published, unless Keep() was called
+
+    bool Create(std::string_view folder, std::string_view extension);
+    bool Write(std::string_view bytes);
+    bool FinishWriting();  // flushes and closes; the name stays NUMBER.tmp
+
+    bool Publish();  // renames; FinishWriting() first if need be
+    static bool PublishAs(std::string_view temporaryPath, std::string_view finalPath);
+    void Keep() noexcept;  // the .tmp file outlives this object
+
+    const std::string& GetTemporaryPath() const noexcept { return m_temporaryPath; }
+    const std::string& GetFinalPath() const noexcept { return m_finalPath; }
+
+private:
+    Platform::CFile m_file;
+    std::string m_temporaryPath;
+    std::string m_finalPath;
+    bool m_owned = false;
+};
+
+// Renames path into folder under a new unique name.  One rename: the file is
+// at every instant in one place.
+bool MoveToUniqueName(std::string_view path, std::string_view folder, std::string_view extension, std::string& newPath);
+
+bool MakeUniqueFolder(std::string_view parent, std::string& newPath);
+
+#endif  // LISTHAVEN_UTILITY_UNIQUENAME_H
