@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Installs what building and testing need on Debian 12.  Does nothing, and needs
+# no rights, when everything is there.
+#
+# usage: scripts/setup.sh [--bench]      --bench adds what only the benchmarks need
+set -euo pipefail
+
+packages="build-essential g++-12 clang-14 clang-format-14 cmake ninja-build pkg-config
+  libboost1.81-dev libboost-serialization1.81-dev libssl-dev liblmdb-dev libxml2-dev libcli11-dev
+  libgtest-dev libgmock-dev googletest"
+[ "${1:-}" = --bench ] && packages="$packages libbenchmark-dev libgmime-3.0-dev"
+
+missing=""
+for package in $packages; do
+  [ "$(dpkg-query -W -f='${db:Status-Abbrev}' "$package" 2>/dev/null | cut -c1-2)" = ii ] || missing="$missing $package"
+done
+[ -z "$missing" ] && exit 0
+
+as_root=""
+if [ "$(id -u)" != 0 ]; then
+  command -v sudo >/dev/null || { echo "setup.sh: run it as root, or install:$missing" >&2; exit 1; }
+  as_root="sudo"
+fi
+echo "setup.sh: installing$missing"
+export DEBIAN_FRONTEND=noninteractive
+$as_root apt-get update -qq
+# shellcheck disable=SC2086
+$as_root apt-get install -y -qq --no-install-recommends $missing >/dev/null
