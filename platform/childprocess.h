@@ -1,0 +1,48 @@
+// childprocess.h - starts another program, waits for it, ends it.
+//
+// Errors   false, with the reason in LastSystemError().
+// Threads  A CChildProcess belongs to one thread at a time.
+
+#ifndef LISTHAVEN_PLATFORM_CHILDPROCESS_H
+#define LISTHAVEN_PLATFORM_CHILDPROCESS_H
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Platform {
+
+struct ChildOptions {
+    std::vector<std::string> environment;  // further "NAME=value"
+    std::string outputFile;                // standard output; "" is that of this process
+    std::string errorFile;                 // standard error; may be the same file
+};
+
+class CChildProcess {
+public:
+    CChildProcess();
+    CChildProcess(CChildProcess&&) noexcept;
+    CChildProcess& operator=(CChildProcess&&) noexcept;
+    ~CChildProcess();  // kills and waits
+
+    // Standard input is empty.
+    bool Start(const std::string& program, const std::vector<std::string>& arguments, const ChildOptions& options = {});
+    bool IsRunning();
+
+    // True when it has ended within the limit; status is its exit status, or
+    // 256 + the signal that ended it.
+    bool WaitFor(std::chrono::milliseconds limit, int& status);
+
+    bool AskToStop();  // as Ctrl-C does
+    bool Kill();       // at once, as a power failure would; then waits
+
+private:
+    struct CState;
+    std::unique_ptr<CState> m_state;
+};
+
+}  // namespace Platform
+
+#endif  // LISTHAVEN_PLATFORM_CHILDPROCESS_H
