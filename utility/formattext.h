@@ -8,12 +8,12 @@
 
 #ifdef __GNUC__
 #ifdef __MINGW32__
-#define LHV_PRINTF(format, first) __attribute__((format(gnu_printf, format, first)))
+#define LHV_PRINTF(text, first) __attribute__((format(gnu_printf, text, first)))
 #else
-#define LHV_PRINTF(format, first) __attribute__((format(printf, format, first)))
+#define LHV_PRINTF(text, first) __attribute__((format(printf, text, first)))
 #endif
 #else
-#define LHV_PRINTF(format, first)
+#define LHV_PRINTF(text, first)
 #endif
 
 std::string FormatText(const char* format, ...) LHV_PRINTF(1, 2);

@@ -1,0 +1,50 @@
+// configuration.h - the settings of an account or of the daemon: one file.
+//
+// A profile file with the section "Configuration".  Keys begin with a letter
+// and have only letters and digits; values are texts, stored with backslash,
+// LF and CR escaped, so any text without NUL survives up to the length that
+// is read: 1023 bytes as stored.
+//
+// Errors   false, with the reason in the last-error text.  A key that is
+//          missing reads as "".
+// Threads  Any.
+// Crash    The file is the old or the new one.
+
+#ifndef LISTHAVEN_SENDDAEMON_CONFIGURATION_H
+#define LISTHAVEN_SENDDAEMON_CONFIGURATION_H
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "senddaemon/subject.h"
+
+namespace SendDaemon {
+
+class CConfiguration : public CSubject {
+public:
+    explicit CConfiguration(std::string_view path);
+    CConfiguration(const CConfiguration& other);  // only the path
+    CConfiguration& operator=(const CConfiguration& other);
+    ~CConfiguration() override;
+
+    static bool IsValidKey(std::string_view key) noexcept;
+
+    // What another process wrote is seen too: the file's status is asked at
+    // every call, its contents are read again when it changed.
+    bool GetValue(std::string_view key, std::string& value) const;
+    std::string GetText(std::string_view key) const;              // "" after a failure
+    std::int32_t GetNumber(std::string_view key) const;           // as far as it is decimal, else 0
+    bool SetValue(std::string_view key, std::string_view value);  // makes the folder; tells the observers
+
+    std::string GetPath() const;
+
+private:
+    struct CState;
+    std::unique_ptr<CState> m_state;
+};
+
+}  // namespace SendDaemon
+
+#endif  // LISTHAVEN_SENDDAEMON_CONFIGURATION_H

@@ -1,0 +1,28 @@
+// messageinfo.h - for whom a queued message is, by its header.
+//
+// Errors   false, with the reason in the last-error text.
+// Threads  Any.
+
+#ifndef LISTHAVEN_SENDDAEMON_MESSAGEINFO_H
+#define LISTHAVEN_SENDDAEMON_MESSAGEINFO_H
+
+#include <string>
+#include <string_view>
+
+namespace SendDaemon {
+
+struct CMessageInfo {
+    std::string returnPath;  // bare address; "" for "<>"
+    std::string recipients;  // bare addresses joined by ","
+};
+
+// X-Lhv-Return-Path-Override, else From; X-Lhv-Recipient-Override, else To,
+// and then CC and BCC.  Fails without a sender or without a recipient.
+bool ReadMessageInfo(std::string_view path, CMessageInfo& info);
+
+// The decoded Subject and To, for log lines.  Fails when either is missing.
+bool ReadMessageTitle(std::string_view path, std::string& subject, std::string& recipient);
+
+}  // namespace SendDaemon
+
+#endif  // LISTHAVEN_SENDDAEMON_MESSAGEINFO_H

@@ -1,0 +1,50 @@
+// sendloop.h - dispatches until there is nothing to do, or until told to stop.
+//
+// Waits for senders without spinning.  A message that cannot be claimed (a full
+// disk) stays where it is and is tried again after a pause that grows; after
+// failureLimit rounds in a row with nothing but failures the loops that end by
+// themselves give up.
+//
+// Threads  Runs on the caller's thread, and calls back on it.
+
+#ifndef LISTHAVEN_SENDDAEMON_SENDLOOP_H
+#define LISTHAVEN_SENDDAEMON_SENDLOOP_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace SendDaemon {
+
+class CSendDaemon;
+
+struct CSendResult {
+    std::uint64_t sent = 0;
+    std::uint64_t failed = 0;
+    std::uint64_t heldBack = 0;
+    std::uint64_t expired = 0;
+    bool wasStopped = false;
+    bool gaveUp = false;
+    std::string reason;  // of giving up
+};
+
+struct CSendLoopOptions {
+    std::function<bool()> stopRequested;               // asked at least ten times a second; {}: never
+    std::function<void(const CSendResult&)> progress;  // after a round that changed something; {}: none
+    std::chrono::milliseconds failurePause{50};        // the first one; doubled each time, at most a second
+    std::uint32_t failureLimit = 6;
+    std::chrono::milliseconds idlePause{500};  // between two looks at empty queues
+};
+
+// Both end with no message being sent; after a stop request what is being
+// sent is cancelled, and what was claimed goes back into the queue at the next
+// start.
+CSendResult RunUntilEmpty(CSendDaemon& daemon, const CSendLoopOptions& options);
+CSendResult RunOnce(CSendDaemon& daemon, const CSendLoopOptions& options);  // one pass over every queue
+
+CSendResult RunUntilStopped(CSendDaemon& daemon, const CSendLoopOptions& options);
+
+}  // namespace SendDaemon
+
+#endif  // LISTHAVEN_SENDDAEMON_SENDLOOP_H
