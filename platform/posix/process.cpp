@@ -1,0 +1,80 @@
+#include "platform/process.h"
+
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+
+namespace Platform {
+
+namespace {
+
+std::atomic<bool> g_stopSignalled{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+extern "C" void OnStopSignal(int) {
+    g_stopSignalled.store(true, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+ThreadId CurrentThreadId() noexcept {
+    return static_cast<ThreadId>(gettid());
+}
+
+std::uint32_t CurrentProcessId() noexcept {
+    return static_cast<std::uint32_t>(getpid());
+}
+
+std::optional<std::string> EnvironmentValue(std::string_view name) {
+    const char* value = std::getenv(std::string(name).c_str());
+    return value ? std::optional<std::string>(value) : std::nullopt;
+}
+
+bool OutputIsTerminal() noexcept {
+    return isatty(STDOUT_FILENO) == 1;
+}
+
+bool ErrorOutputIsTerminal() noexcept {
+    return isatty(STDERR_FILENO) == 1;
+}
+
+bool InputIsTerminal() noexcept {
+    return isatty(STDIN_FILENO) == 1;
+}
+
+// Calls that wait are interrupted, so that a prompt notices.  The first Ctrl-C
+// puts back what the system does by default.
+void CatchStopSignals() {
+    struct sigaction action {};
+    action.sa_handler = OnStopSignal;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGHUP, &action, nullptr);
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    sigaction(SIGINT, &action, nullptr);
+}
+
+bool StopSignalled() noexcept {
+    return g_stopSignalled.load(std::memory_order_relaxed);
+}
+
+void PrepareProcess() {
+    umask(0007);
+    signal(SIGPIPE, SIG_IGN);
+}
+
+std::uint64_t ResidentMemory() {
+    std::FILE* file = std::fopen("/proc/self/statm", "re");
+    if (!file) return 0;
+    unsigned long long total = 0;
+    unsigned long long resident = 0;
+    const int fields = std::fscanf(file, "%llu %llu", &total, &resident);
+    std::fclose(file);
+    return fields == 2 ? resident * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)) : 0;
+}
+
+}  // namespace Platform
