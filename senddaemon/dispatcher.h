@@ -42,6 +42,7 @@ enum class DispatchStep : std::uint8_t {
     NothingWaiting,
     Unregistered,  // the account is being removed
     Failed,        // the message stays where it is
+    NotParked,     // it was to be held back, and stays where it is
 };
 
 class CDispatcher : public CObserver, public IMessageSender_SendMessageEvents {

@@ -51,7 +51,7 @@ public:
     CMessageSender& operator=(const CMessageSender&) = delete;
     virtual ~CMessageSender();
 
-    virtual bool IsBusy() const;  // a job is pending or running, or the thread has ended
+    virtual bool IsBusy() const;  // a job is pending or running, or the sender was stopped
     virtual bool DoSend(const CConfiguration& config, const std::string& returnPath, const std::string& recipients,
                         const std::string& messageFile) = 0;
     virtual bool Stop();    // a running delivery is to end soon; kinds say how
@@ -73,7 +73,7 @@ protected:
     void LogError(std::string_view text) const;        // level 2
 
 private:
-    enum class JobState : std::uint8_t { Idle, Sending, Stop, Custom };
+    enum class JobState : std::uint8_t { Idle, Sending, Custom };
     struct CJob {
         const CConfiguration* config = nullptr;
         std::string returnPath;
@@ -83,16 +83,16 @@ private:
     };
 
     void Work();
+    void RunJob(JobState state, const CJob& job);
     void RunSendJob(const CJob& job);
     bool HandOver(JobState state, CJob job);
 
     mutable std::mutex m_lock;
     std::condition_variable m_wake;
     CJob m_job;
-    JobState m_state = JobState::Idle;
-    bool m_work = false;   // the work event
-    bool m_stop = false;   // the thread ends at its next look
-    bool m_ended = false;  // it has ended
+    JobState m_pending = JobState::Idle;  // handed over, not yet begun: runs even after a stop
+    bool m_work = false;                  // the work event: a job is pending or running
+    bool m_stop = false;                  // takes no more jobs; the thread ends
     std::unique_ptr<LastDelivery> m_lastDelivery;
     std::thread m_thread;  // last: uses all of the above
 };

@@ -35,7 +35,8 @@ struct CDispatchRound {
     std::uint32_t handedOn = 0;
     std::uint32_t allBusy = 0;
     std::uint32_t failed = 0;
-    std::uint32_t atEnd = 0;  // came to the end of their queue, or are being removed
+    std::string reason;       // of the last failure
+    bool isPassOver = false;  // each has come to the end of its queue since this was set last
 };
 
 class CSendDaemon : public IDispatcher_SendMessageEvents {

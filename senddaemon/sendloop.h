@@ -1,9 +1,9 @@
 // sendloop.h - dispatches until there is nothing to do, or until told to stop.
 //
-// Waits for senders without spinning.  A message that cannot be claimed (a full
-// disk) stays where it is and is tried again after a pause that grows; after
-// failureLimit rounds in a row with nothing but failures the loops that end by
-// themselves give up.
+// Waits for senders without spinning.  A message that cannot be claimed stays
+// where it is and is tried again in the next pass over the queues; a pass in
+// which nothing but that happened is followed by a pause that grows.  After
+// failureLimit such passes in a row the loops that end by themselves give up.
 //
 // Threads  Runs on the caller's thread, and calls back on it.
 

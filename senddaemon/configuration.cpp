@@ -1,0 +1,171 @@
+#include "senddaemon/configuration.h"
+
+#include <map>
+#include <mutex>
+#include <optional>
+
+#include "platform/filestatus.h"
+#include "platform/profilefile.h"
+#include "utility/files.h"
+#include "utility/lasterror.h"
+#include "utility/lhvexception.h"
+#include "utility/paths.h"
+#include "utility/text.h"
+
+namespace SendDaemon {
+
+namespace {
+
+constexpr std::string_view SectionName = "Configuration";
+constexpr std::size_t MaxStoredValue = 1023;
+constexpr std::string_view SourceName = "Shared/SendDaemon/configuration";
+
+bool IsLetter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+std::string Escape(std::string_view value) {
+    std::string escaped(value);
+    ReplaceAll(escaped, "\\", "\\\\");
+    ReplaceAll(escaped, "\n", "\\n");
+    ReplaceAll(escaped, "\r", "\\r");
+    // A profile file drops blanks and one pair of quotes around a value.
+    if (!escaped.empty()) {
+        const char first = escaped.front();
+        const char last = escaped.back();
+        const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
+        if (isBlank(first) || isBlank(last) || ((first == '"' || first == '\'') && first == last)) {
+            escaped = '"' + escaped + '"';
+        }
+    }
+    return escaped;
+}
+
+std::string Unescape(std::string_view stored) {
+    std::string value;
+    value.reserve(stored.size());
+    for (std::size_t i = 0; i < stored.size(); ++i) {
+        if (stored[i] != '\\' || i + 1 == stored.size()) {
+            value += stored[i];
+            continue;
+        }
+        ++i;
+        value += stored[i] == 'n' ? '\n' : stored[i] == 'r' ? '\r' : stored[i];
+    }
+    return value;
+}
+
+}  // namespace
+
+struct CConfiguration::CState {
+    mutable std::mutex lock;
+    std::string path;
+
+    // What the file held when it had this status.
+    struct CStatus {
+        std::uint64_t identity = 0;
+        std::uint64_t size = 0;
+        std::int64_t modified = 0;
+        bool operator==(const CStatus&) const = default;
+    };
+    std::optional<CStatus> status;
+    std::map<std::string, std::string, CLessNoCase> values;
+
+    void Refresh();
+};
+
+void CConfiguration::CState::Refresh() {
+    Platform::FileStatus found;
+    if (!Platform::GetFileStatus(path, found)) {
+        status.reset();
+        values.clear();
+        return;
+    }
+    const CStatus current{found.identity, found.size, found.times.modified};
+    if (status == current) return;
+    values.clear();
+    for (const std::string& key : Platform::ReadProfileKeys(path, SectionName)) {
+        values.try_emplace(key, Unescape(Platform::ReadProfileText(path, SectionName, key, {}, MaxStoredValue)));
+    }
+    status = current;  // as of before the reading: a change meanwhile is read at the next call
+}
+
+CConfiguration::CConfiguration(std::string_view path) : m_state(std::make_unique<CState>()) {
+    m_state->path = path;
+}
+
+CConfiguration::CConfiguration(const CConfiguration& other) : CSubject(other), m_state(std::make_unique<CState>()) {
+    m_state->path = other.GetPath();
+}
+
+CConfiguration& CConfiguration::operator=(const CConfiguration& other) {
+    if (this == &other) return *this;
+    std::string path = other.GetPath();
+    const std::lock_guard guard(m_state->lock);
+    m_state->path = std::move(path);
+    m_state->status.reset();
+    m_state->values.clear();
+    return *this;
+}
+
+CConfiguration::~CConfiguration() = default;
+
+bool CConfiguration::IsValidKey(std::string_view key) noexcept {
+    if (key.empty() || !IsLetter(key.front())) return false;
+    for (const char c : key) {
+        if (!IsLetter(c) && !IsDigit(c)) return false;
+    }
+    return true;
+}
+
+bool CConfiguration::GetValue(std::string_view key, std::string& value) const {
+    value.clear();
+    if (!IsValidKey(key)) {
+        SetLastErrorText(InternalErrorText(SourceName, __LINE__, InternalErrorKind::InvalidArguments));
+        return false;
+    }
+    const std::lock_guard guard(m_state->lock);
+    m_state->Refresh();
+    const auto found = m_state->values.find(key);
+    if (found != m_state->values.end()) value = found->second;
+    return true;
+}
+
+std::string CConfiguration::GetText(std::string_view key) const {
+    std::string value;
+    GetValue(key, value);
+    return value;
+}
+
+std::int32_t CConfiguration::GetNumber(std::string_view key) const {
+    return LeadingNumber(GetText(key));
+}
+
+bool CConfiguration::SetValue(std::string_view key, std::string_view value) {
+    if (!IsValidKey(key)) {
+        SetLastErrorText(InternalErrorText(SourceName, __LINE__, InternalErrorKind::InvalidArguments));
+        return false;
+    }
+    {
+        const std::lock_guard guard(m_state->lock);
+        const std::string folder = ParentFolder(m_state->path);
+        if (!folder.empty() && !EnsureFolder(folder)) return false;
+        if (!Platform::WriteProfileText(m_state->path, SectionName, key, Escape(value))) {
+            SetLastErrorFromSystem();
+            return false;
+        }
+        m_state->status.reset();
+    }
+    Notify({.kind = 0, .key = std::string(key), .value = std::string(value)});
+    return true;
+}
+
+std::string CConfiguration::GetPath() const {
+    const std::lock_guard guard(m_state->lock);
+    return m_state->path;
+}
+
+}  // namespace SendDaemon

@@ -1,0 +1,81 @@
+#include "senddaemon/messageinfo.h"
+
+#include <array>
+#include <vector>
+
+#include "mime/headerscan.h"
+#include "mime/mailbox.h"
+#include "utility/lasterror.h"
+#include "utility/text.h"
+
+namespace SendDaemon {
+
+namespace {
+
+constexpr std::array<std::string_view, 6> InfoFields = {
+    "X-Lhv-Return-Path-Override", "From", "X-Lhv-Recipient-Override", "To", "CC", "BCC"};
+
+std::string GetField(const CHeaderValues& values, std::string_view name) {
+    const auto found = values.find(name);
+    return found == values.end() ? std::string() : std::string(Trim(found->second));
+}
+
+void AppendWithComma(std::string& list, std::string_view more) {
+    if (more.empty()) return;
+    if (!list.empty()) list += ',';
+    list += more;
+}
+
+// Addresses travel in lists joined by commas, and in protocol commands.
+bool IsUsableAddress(std::string_view address) {
+    if (address.empty()) return false;
+    for (const char c : address) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte <= ' ' || byte == 0x7f || c == ',' || c == '<' || c == '>') return false;
+    }
+    return true;
+}
+
+bool FailFor(std::string_view path, const char* reason) {
+    SetLastErrorFormat("The message \"%s\" %s", std::string(path).c_str(), reason);
+    return false;
+}
+
+}  // namespace
+
+bool ReadMessageInfo(std::string_view path, CMessageInfo& info) {
+    CHeaderValues values;
+    info = {};
+    if (!ReadHeaderFields(path, InfoFields, values, HeaderForm::Stored)) return false;
+    std::string sender = GetField(values, "X-Lhv-Return-Path-Override");
+    if (sender.empty()) sender = GetField(values, "From");
+    std::string recipients = GetField(values, "X-Lhv-Recipient-Override");
+    if (recipients.empty()) recipients = GetField(values, "To");
+    AppendWithComma(recipients, GetField(values, "CC"));
+    AppendWithComma(recipients, GetField(values, "BCC"));
+    if (sender.empty()) return FailFor(path, "names no sender.");
+    if (recipients.empty()) return FailFor(path, "names no recipient.");
+
+    const std::vector<CMailbox> senders = ParseMailboxes(sender);
+    if (!senders.empty()) info.returnPath = senders.front().address;
+    if (sender != "<>" && !IsUsableAddress(info.returnPath)) return FailFor(path, "names no usable sender.");
+    for (const CMailbox& mailbox : ParseMailboxes(recipients)) {
+        if (!IsUsableAddress(mailbox.address)) return FailFor(path, "names a recipient that cannot be used.");
+        AppendWithComma(info.recipients, mailbox.address);
+    }
+    if (info.recipients.empty()) return FailFor(path, "names no usable recipient.");
+    return true;
+}
+
+bool ReadMessageTitle(std::string_view path, std::string& subject, std::string& recipient) {
+    constexpr std::array<std::string_view, 2> TitleFields = {"Subject", "To"};
+    CHeaderValues values;
+    subject.clear();
+    recipient.clear();
+    if (!ReadHeaderFields(path, TitleFields, values)) return false;
+    subject = OneLine(GetField(values, "Subject"));
+    recipient = OneLine(GetField(values, "To"));
+    return values.contains("Subject") && values.contains("To");
+}
+
+}  // namespace SendDaemon

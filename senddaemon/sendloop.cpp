@@ -1,0 +1,131 @@
+#include "senddaemon/sendloop.h"
+
+#include <algorithm>
+
+#include "senddaemon/senddaemon.h"
+
+namespace SendDaemon {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds StopInterval{100};
+constexpr milliseconds LongestPause{1000};
+
+enum class LoopKind : std::uint8_t { UntilEmpty, OnePass, UntilStopped };
+
+class CSendLoop {
+public:
+    CSendLoop(CSendDaemon& daemon, const CSendLoopOptions& options, LoopKind kind)
+        : m_daemon(daemon), m_options(options), m_kind(kind), m_before(daemon.GetTotals()) {}
+
+    CSendResult Run();
+
+private:
+    bool IsStopRequested() const { return m_options.stopRequested && m_options.stopRequested(); }
+    void UpdateResult();
+    void Report();
+    void Pause(milliseconds length);
+    bool EndPass(bool isSending);
+
+    CSendDaemon& m_daemon;
+    const CSendLoopOptions& m_options;
+    LoopKind m_kind;
+    CDispatchTotals m_before;
+    CSendResult m_result;
+    std::uint64_t m_handedOn = 0;  // in this pass over the queues
+    std::uint64_t m_failed = 0;
+    std::uint32_t m_fruitless = 0;  // passes in a row
+};
+
+void CSendLoop::UpdateResult() {
+    const CDispatchTotals totals = m_daemon.GetTotals();
+    m_result.sent = totals.sent - m_before.sent;
+    m_result.failed = totals.failed - m_before.failed;
+    m_result.heldBack = totals.parked - m_before.parked;
+    m_result.expired = totals.expired - m_before.expired;
+}
+
+void CSendLoop::Report() {
+    UpdateResult();
+    if (m_options.progress) m_options.progress(m_result);
+}
+
+void CSendLoop::Pause(milliseconds length) {
+    const auto end = std::chrono::steady_clock::now() + length;
+    while (!IsStopRequested()) {
+        const auto left = std::chrono::duration_cast<milliseconds>(end - std::chrono::steady_clock::now());
+        if (left <= milliseconds::zero()) return;
+        m_daemon.WaitForProgress(m_daemon.GetProgress(), std::min(left, StopInterval));
+    }
+}
+
+// False when there is nothing left to do.
+bool CSendLoop::EndPass(bool isSending) {
+    const bool isFruitless = m_handedOn == 0 && m_failed > 0;
+    const bool isEmpty = m_handedOn == 0 && m_failed == 0;
+    m_handedOn = 0;
+    m_failed = 0;
+    if (isSending) return true;
+    if (!isFruitless) m_fruitless = 0;
+    if (m_kind == LoopKind::OnePass) return false;
+    if (isEmpty) {
+        if (m_kind == LoopKind::UntilEmpty) return false;
+        Pause(m_options.idlePause);
+    }
+    if (isFruitless) {
+        ++m_fruitless;
+        if (m_kind == LoopKind::UntilEmpty && m_fruitless >= m_options.failureLimit) {
+            m_result.gaveUp = true;
+            return false;
+        }
+        const milliseconds pause{m_options.failurePause.count() << std::min(m_fruitless - 1, 10U)};
+        Pause(std::min(LongestPause, pause));
+    }
+    return true;
+}
+
+CSendResult CSendLoop::Run() {
+    if (m_kind == LoopKind::OnePass) m_daemon.StartPass();
+    for (;;) {
+        if (IsStopRequested()) {
+            m_daemon.CancelSenders();
+            m_result.wasStopped = true;
+            break;
+        }
+        const std::uint64_t seen = m_daemon.GetProgress();
+        const CDispatchRound round =
+            m_kind == LoopKind::OnePass ? m_daemon.DispatchPassRound() : m_daemon.DispatchRound();
+        m_handedOn += round.handedOn;
+        m_failed += round.failed;
+        if (round.failed > 0) m_result.reason = round.reason;
+        const bool isSending = round.allBusy > 0 || m_daemon.IsAnySending();
+        if (round.isPassOver && !EndPass(isSending)) break;
+        if (round.handedOn == 0 && isSending) {
+            m_daemon.WaitForProgress(seen, StopInterval);
+            Report();
+        } else if (round.handedOn > 0) {
+            Report();
+        }
+    }
+    UpdateResult();
+    if (!m_result.gaveUp) m_result.reason.clear();
+    return m_result;
+}
+
+}  // namespace
+
+CSendResult RunUntilEmpty(CSendDaemon& daemon, const CSendLoopOptions& options) {
+    return CSendLoop(daemon, options, LoopKind::UntilEmpty).Run();
+}
+
+CSendResult RunOnce(CSendDaemon& daemon, const CSendLoopOptions& options) {
+    return CSendLoop(daemon, options, LoopKind::OnePass).Run();
+}
+
+CSendResult RunUntilStopped(CSendDaemon& daemon, const CSendLoopOptions& options) {
+    return CSendLoop(daemon, options, LoopKind::UntilStopped).Run();
+}
+
+}  // namespace SendDaemon
