@@ -22,8 +22,8 @@ struct CDirectorySearch::CState {
     std::string extension;  // with the dot; "" for every entry
 
     bool Matches(std::string_view name) const {
-        return name.size() >= extension.size() && strncasecmp(name.data() + name.size() - extension.size(),
-                                                              extension.data(), extension.size()) == 0;
+        return name.size() >= extension.size() &&
+               strncasecmp(name.data() + name.size() - extension.size(), extension.data(), extension.size()) == 0;
     }
 
     bool IsFolder(const dirent& entry) const {

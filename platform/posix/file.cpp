@@ -97,8 +97,7 @@ CFile::~CFile() {
 bool CFile::Open(std::string_view path, FileMode mode, FileAccess access) {
     Close();
     if (HitsFault(Operation::Open)) return false;
-    const int fd =
-        OpenRetrying(SystemPath(path).c_str(), OpenFlags(mode), access == FileAccess::Private ? 0600 : 0660);
+    const int fd = OpenRetrying(SystemPath(path).c_str(), OpenFlags(mode), access == FileAccess::Private ? 0600 : 0660);
     if (fd < 0) return false;
     struct stat status;
     if (mode == FileMode::Read && fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
