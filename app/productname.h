@@ -21,7 +21,6 @@ inline constexpr std::string_view MainWindowClassName = "Vantorel.Listhaven.3.Ma
 inline constexpr std::string_view LogMutexName = "Vantorel.Listhaven.3.Log";
 inline constexpr std::string_view FileMutexPrefix = "Vantorel.Listhaven.3.SSArray";  // and the file's path
 
-inline constexpr std::string_view LogMailslotName = "\\\\.\\mailslot\\VtrlLhv0";
 inline constexpr std::string_view NotificationMailslotName = "\\\\.\\mailslot\\VtrlLhv1";
 
 #endif  // LISTHAVEN_APP_PRODUCTNAME_H

@@ -10,7 +10,7 @@ const CSettingDescription* FindSetting(std::string_view section, std::string_vie
 }
 
 bool IsSettingValue(const CSettingDescription& setting, std::string_view value, std::string& reason) {
-    if (setting.kind == SettingKind::Text) {
+    if (setting.kind == ProgramSettingKind::Text) {
         if (value.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos) return true;
         reason = "must be one line";
         return false;

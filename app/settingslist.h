@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-enum class SettingKind {
+enum class ProgramSettingKind {
     Flag,    // 0 or 1
     Number,  // decimal, in the range
     Text,
@@ -20,7 +20,7 @@ enum class SettingKind {
 struct CSettingDescription {
     std::string_view section;
     std::string_view key;
-    SettingKind kind;
+    ProgramSettingKind kind;
     std::string_view defaultValue;
     std::string_view meaning;
     std::int32_t lowest = 0;
@@ -30,48 +30,53 @@ struct CSettingDescription {
 inline constexpr std::int32_t LargestNumber = 2147483647;
 
 inline constexpr auto SettingsList = std::to_array<CSettingDescription>({
-    {"General", "ShowSplash", SettingKind::Flag, "1", "show the splash picture at start"},
-    {"General", "SaveLayout", SettingKind::Flag, "1", "keep the window layout between runs"},
-    {"Execution", "WasShutDown", SettingKind::Flag, "1", "1 after a clean shutdown, 0 while the program runs"},
-    {"Execution", "Configured", SettingKind::Flag, "0", "1 once the first-run set-up has been completed"},
-    {"Execution", "DebugMode", SettingKind::Number, "0", "depth of debug logging: none, some, all", 0, 2},
-    {"Execution", "SyncFiles", SettingKind::Flag, "1", "flush what is written to the disk; 0 trades safety for speed"},
-    {"Execution", "GenerationPause", SettingKind::Number, "10", "milliseconds to pause after each generated copy", 0,
-     60000},
-    {"Execution", "UpgradePause", SettingKind::Number, "50", "milliseconds to pause after each upgraded record", 0,
-     60000},
-    {"Service", "EnableLogging", SettingKind::Flag, "1", "write the event log"},
-    {"Service", "LogErrorsOnly", SettingKind::Flag, "0", "log only errors"},
-    {"Service", "LimitLogSize", SettingKind::Flag, "1", "trim the event log when it is larger than MaxLogSize"},
-    {"Service", "MaxLogSize", SettingKind::Number, "1024", "largest event log, in kilobytes", 1, LargestNumber},
-    {"Service", "UsePeriod", SettingKind::Flag, "1", "process mail every Period minutes; 0: by Schedule"},
-    {"Service", "Period", SettingKind::Number, "60", "minutes between two mail-processing cycles", 1, 100000},
-    {"Service", "Schedule", SettingKind::Text, "", "times of day, such as 10;11:30;23"},
-    {"Service", "Pop3Port", SettingKind::Number, "110", "POP3 port", 1, 65535},
-    {"Service", "Pop3Timeout", SettingKind::Number, "60", "POP3 time-out in seconds", 1, 86400},
-    {"Service", "LimitPop3MessageSize", SettingKind::Flag, "0", "limit the size of incoming messages"},
-    {"Service", "MaxPop3MessageSize", SettingKind::Number, "5120000", "that limit, in bytes", 1, LargestNumber},
-    {"Service", "RemoveTooLargePop3Message", SettingKind::Flag, "0", "remove a too large message from the server"},
-    {"Service", "TooLargeReply", SettingKind::Text, "toolarge.dat", "the message that its sender gets"},
-    {"Service", "KeepUIDLs", SettingKind::Flag, "0", "remember which messages on the server have been seen"},
-    {"Service", "SaveIncoming", SettingKind::Flag, "0", "keep a copy of each fetched message"},
-    {"Service", "SmtpPort", SettingKind::Number, "25", "SMTP port", 1, 65535},
-    {"Service", "SmtpTimeout", SettingKind::Number, "60", "SMTP time-out in seconds", 1, 86400},
-    {"Service", "ExpireOutgoingMessages", SettingKind::Flag, "0", "give up messages that wait too long"},
-    {"Service", "ExpireOutgoingAfter", SettingKind::Number, "7", "how long, in units of ExpireOutgoingUnit", 1, 100000},
-    {"Service", "ExpireOutgoingUnit", SettingKind::Number, "2", "0 minutes, 1 hours, 2 days", 0, 2},
-    {"Service", "DnsPort", SettingKind::Number, "0", "port of the DNS server; 0: the usual one", 0, 65535},
-    {"Service", "DnsTimeout", SettingKind::Number, "10", "DNS time-out in seconds", 1, 86400},
-    {"Service", "DnsRetries", SettingKind::Number, "4", "how often a DNS server is asked", 1, 100},
-    {"Service", "Mailer", SettingKind::Text, "", "the X-Mailer header; empty: the product's name and version"},
-    {"Service", "CapitalizeNames", SettingKind::Flag, "1", "capitalise the parts of a name before they are inserted"},
-    {"Service", "SignatureLifetime", SettingKind::Number, "14", "days for which a signed subject is accepted", 1, 3650},
-    {"Log Details Window", "LoadAtStartup", SettingKind::Flag, "0", "open the event-log window at start"},
-    {"Log Details Window", "ShowAtStartup", SettingKind::Flag, "0", "show it, rather than keep it hidden"},
-    {"AutoComplete", "MaxAddressCount", SettingKind::Number, "50", "how many recently used addresses are kept", 0,
-     10000},
-    {"AutoComplete", "AddressCount", SettingKind::Number, "0", "how many are stored, as Address0, Address1, ...", 0,
-     10000},
+    {"General", "ShowSplash", ProgramSettingKind::Flag, "1", "show the splash picture at start"},
+    {"General", "SaveLayout", ProgramSettingKind::Flag, "1", "keep the window layout between runs"},
+    {"Execution", "WasShutDown", ProgramSettingKind::Flag, "1", "1 after a clean shutdown, 0 while the program runs"},
+    {"Execution", "Configured", ProgramSettingKind::Flag, "0", "1 once the first-run set-up has been completed"},
+    {"Execution", "DebugMode", ProgramSettingKind::Number, "0", "depth of debug logging: none, some, all", 0, 2},
+    {"Execution", "SyncFiles", ProgramSettingKind::Flag, "1",
+     "flush what is written to the disk; 0 trades safety for speed"},
+    {"Execution", "GenerationPause", ProgramSettingKind::Number, "10",
+     "milliseconds to pause after each generated copy", 0, 60000},
+    {"Execution", "UpgradePause", ProgramSettingKind::Number, "50", "milliseconds to pause after each upgraded record",
+     0, 60000},
+    {"Service", "EnableLogging", ProgramSettingKind::Flag, "1", "write the event log"},
+    {"Service", "LogErrorsOnly", ProgramSettingKind::Flag, "0", "log only errors"},
+    {"Service", "LimitLogSize", ProgramSettingKind::Flag, "1", "trim the event log when it is larger than MaxLogSize"},
+    {"Service", "MaxLogSize", ProgramSettingKind::Number, "1024", "largest event log, in kilobytes", 1, LargestNumber},
+    {"Service", "UsePeriod", ProgramSettingKind::Flag, "1", "process mail every Period minutes; 0: by Schedule"},
+    {"Service", "Period", ProgramSettingKind::Number, "60", "minutes between two mail-processing cycles", 1, 100000},
+    {"Service", "Schedule", ProgramSettingKind::Text, "", "times of day, such as 10;11:30;23"},
+    {"Service", "Pop3Port", ProgramSettingKind::Number, "110", "POP3 port", 1, 65535},
+    {"Service", "Pop3Timeout", ProgramSettingKind::Number, "60", "POP3 time-out in seconds", 1, 86400},
+    {"Service", "LimitPop3MessageSize", ProgramSettingKind::Flag, "0", "limit the size of incoming messages"},
+    {"Service", "MaxPop3MessageSize", ProgramSettingKind::Number, "5120000", "that limit, in bytes", 1, LargestNumber},
+    {"Service", "RemoveTooLargePop3Message", ProgramSettingKind::Flag, "0",
+     "remove a too large message from the server"},
+    {"Service", "TooLargeReply", ProgramSettingKind::Text, "toolarge.dat", "the message that its sender gets"},
+    {"Service", "KeepUIDLs", ProgramSettingKind::Flag, "0", "remember which messages on the server have been seen"},
+    {"Service", "SaveIncoming", ProgramSettingKind::Flag, "0", "keep a copy of each fetched message"},
+    {"Service", "SmtpPort", ProgramSettingKind::Number, "25", "SMTP port", 1, 65535},
+    {"Service", "SmtpTimeout", ProgramSettingKind::Number, "60", "SMTP time-out in seconds", 1, 86400},
+    {"Service", "ExpireOutgoingMessages", ProgramSettingKind::Flag, "0", "give up messages that wait too long"},
+    {"Service", "ExpireOutgoingAfter", ProgramSettingKind::Number, "7", "how long, in units of ExpireOutgoingUnit", 1,
+     100000},
+    {"Service", "ExpireOutgoingUnit", ProgramSettingKind::Number, "2", "0 minutes, 1 hours, 2 days", 0, 2},
+    {"Service", "DnsPort", ProgramSettingKind::Number, "0", "port of the DNS server; 0: the usual one", 0, 65535},
+    {"Service", "DnsTimeout", ProgramSettingKind::Number, "10", "DNS time-out in seconds", 1, 86400},
+    {"Service", "DnsRetries", ProgramSettingKind::Number, "4", "how often a DNS server is asked", 1, 100},
+    {"Service", "Mailer", ProgramSettingKind::Text, "", "the X-Mailer header; empty: the product's name and version"},
+    {"Service", "CapitalizeNames", ProgramSettingKind::Flag, "1",
+     "capitalise the parts of a name before they are inserted"},
+    {"Service", "SignatureLifetime", ProgramSettingKind::Number, "14", "days for which a signed subject is accepted", 1,
+     3650},
+    {"Log Details Window", "LoadAtStartup", ProgramSettingKind::Flag, "0", "open the event-log window at start"},
+    {"Log Details Window", "ShowAtStartup", ProgramSettingKind::Flag, "0", "show it, rather than keep it hidden"},
+    {"AutoComplete", "MaxAddressCount", ProgramSettingKind::Number, "50", "how many recently used addresses are kept",
+     0, 10000},
+    {"AutoComplete", "AddressCount", ProgramSettingKind::Number, "0", "how many are stored, as Address0, Address1, ...",
+     0, 10000},
 });
 
 namespace Detail {

@@ -4,6 +4,7 @@
 #include "app/productname.h"
 #include "app/settings.h"
 #include "platform/file.h"
+#include "platform/systemerror.h"
 #include "utility/lhvexception.h"
 #include "utility/paths.h"
 
@@ -46,8 +47,10 @@ bool CThisApp::TakeInstance() {
 
     switch (m_instance.Acquire(InstanceMutexName)) {
         case Platform::CPresence::Result::Acquired:
-        case Platform::CPresence::Result::Failed:  // no mutex to be had: better to start than not to
             return true;
+        case Platform::CPresence::Result::Failed:
+            return Stop("The mutex of the application cannot be created: " +
+                        Platform::SystemErrorText(Platform::LastSystemError()));
         case Platform::CPresence::Result::AlreadyHeld:
         case Platform::CPresence::Result::AccessDenied:
             break;
