@@ -52,6 +52,8 @@ struct MemberOutcome {
     std::string reason;  // of a rejection
 };
 
+class CMemberFiles;
+
 class CMemberStore {
 public:
     enum class Access { ReadWrite, ReadOnly };
@@ -98,6 +100,8 @@ public:
 
 private:
     struct CState;
+    CMemberFiles& Files();  // throws when closed
+
     std::unique_ptr<CState> m_state;
 };
 

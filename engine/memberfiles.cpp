@@ -1,0 +1,383 @@
+#include "engine/memberfiles.h"
+
+#include <algorithm>
+#include <array>
+
+#include "engine/eventlog.h"
+#include "engine/textstore.h"
+#include "platform/file.h"
+#include "platform/filestatus.h"
+#include "platform/systemerror.h"
+#include "utility/paths.h"
+
+namespace {
+
+constexpr std::int32_t BlockRecords = 256;       // 256 KB at a time
+constexpr std::size_t RebuildGroup = 16 * 1024;  // entries of one index transaction
+
+std::string IndexPathOf(const std::string& tablePath) {
+    constexpr std::string_view Ending = ".MBR";
+    std::string path = tablePath;
+    if (path.ends_with(Ending)) path.resize(path.size() - Ending.size());
+    return path + ".MBX";
+}
+
+}  // namespace
+
+CMemberHold::CMemberHold(CMemberFiles& files) : m_files(files) {
+    m_files.m_mutex.Lock();
+    try {
+        m_files.Refresh();
+    } catch (...) {
+        m_files.m_mutex.Unlock();
+        throw;
+    }
+}
+
+CMemberHold::~CMemberHold() {
+    m_files.CloseWhenEmpty();
+    m_files.m_mutex.Unlock();
+}
+
+CMemberFiles::CMemberFiles(const std::string& tablePath, bool readOnly)
+    : m_path(tablePath),
+      m_indexPath(IndexPathOf(tablePath)),
+      m_readOnly(readOnly),
+      m_mutex(TableMutexName(tablePath)),
+      m_record(CMemberRecord::Size) {}
+
+CMemberFiles::~CMemberFiles() {
+    m_mutex.Lock();
+    try {
+        CloseTable();
+    } catch (const std::exception& e) {
+        Log(LogError, "The members in %s could not be closed: %s", m_path.c_str(), e.what());
+    }
+    m_index.Close();
+    m_mutex.Unlock();
+}
+
+// Another process may have added records, packed the table, or removed it.
+void CMemberFiles::Refresh() {
+    Platform::FileStatus status;
+    if (!Platform::GetFileStatus(m_path, status)) {
+        if (!Platform::IsNotFound(Platform::LastSystemError())) {
+            throw CLhvException("The members in " + m_path + " cannot be read.", Platform::LastSystemError());
+        }
+        CloseTable();
+        return;
+    }
+    if (m_table && status.identity != m_identity) CloseTable();
+    if (!m_table) OpenTable(false);
+    m_recordCount = m_table->GetRecordCount();
+}
+
+void CMemberFiles::OpenTable(bool create) {
+    auto table = std::make_unique<CMemberTable>();
+    if (!table->Open(m_path, CMemberTable::Columns(), m_readOnly, create)) {
+        throw CLhvException("The members in " + m_path + " cannot be opened.", Platform::LastSystemError());
+    }
+    // Looked at after the opening, which may have exchanged the file for an upgraded one.
+    Platform::FileStatus status;
+    if (!Platform::GetFileStatus(m_path, status)) {
+        throw CLhvException("The members in " + m_path + " have vanished.", Platform::LastSystemError());
+    }
+    m_table = std::move(table);
+    m_identity = status.identity;
+    m_recordCount = m_table->GetRecordCount();
+    ++m_generation;
+}
+
+void CMemberFiles::CloseTable() {
+    m_recordCount = 0;
+    if (!m_table) return;
+    ++m_generation;
+    const std::unique_ptr<CMemberTable> table = std::move(m_table);
+    table->Close();
+}
+
+void CMemberFiles::CloseWhenEmpty() noexcept {
+    try {
+        if (!m_table || m_table->GetRecordCount() > 0) return;
+        CloseTable();
+        if (!m_readOnly) RemoveIndexFile();
+    } catch (const std::exception& e) {
+        Log(LogError, "The members in %s could not be closed: %s", m_path.c_str(), e.what());
+    }
+}
+
+void CMemberFiles::RequireWritable() const {
+    if (m_readOnly) throw CLhvException("The members in " + m_path + " were opened for reading only.");
+    if (!m_mutex.IsShared()) throw CLhvException("The members in " + m_path + " cannot be locked.");
+}
+
+void CMemberFiles::MakeTable() {
+    RequireWritable();
+    if (!m_table) OpenTable(true);
+}
+
+std::size_t CMemberFiles::GetRecordSize() const noexcept {
+    return m_table ? static_cast<std::size_t>(m_table->GetRecordSize()) : CMemberRecord::Size;
+}
+
+bool CMemberFiles::ReadMember(std::int32_t index, std::span<std::byte> record) {
+    if (index < 0 || index >= m_recordCount) return false;
+    m_table->Go(index);
+    m_table->ReadRecord(record.first(GetRecordSize()));
+    return CMemberRecord(record).IsMember();
+}
+
+void CMemberFiles::ReadBlock(std::int32_t first, std::int32_t count, std::vector<std::byte>& records) {
+    records.resize(static_cast<std::size_t>(count) * GetRecordSize());
+    if (count <= 0) return;
+    m_table->Go(first);
+    m_table->ReadRecords(records);
+}
+
+void CMemberFiles::WriteRecord(std::int32_t index, std::span<const std::byte> record) {
+    m_table->Go(index);
+    m_table->WriteRecord(record);
+}
+
+void CMemberFiles::AppendRecords(std::span<std::byte> records) {
+    try {
+        m_table->AppendRecords(records);
+    } catch (const std::exception&) {
+        TakeBackAppended();
+        throw;
+    }
+    m_recordCount = m_table->GetRecordCount();
+}
+
+// Of a write that failed some records may have got to the file.
+void CMemberFiles::TakeBackAppended() noexcept {
+    try {
+        const std::int32_t extra = m_table->GetRecordCount() - m_recordCount;
+        if (extra <= 0) return;
+        m_table->Go(m_recordCount);
+        m_table->RemoveRange(extra);
+    } catch (const std::exception& e) {
+        Log(LogError, "Members that were added in part stay in %s: %s", m_path.c_str(), e.what());
+    }
+}
+
+void CMemberFiles::ForEachMember(const std::function<bool(std::int32_t index, CMemberRecord record)>& visit) {
+    std::vector<std::byte> block;
+    const std::size_t size = GetRecordSize();
+    for (std::int32_t first = 0; first < m_recordCount; first += BlockRecords) {
+        const std::int32_t count = std::min(BlockRecords, m_recordCount - first);
+        ReadBlock(first, count, block);
+        for (std::int32_t i = 0; i < count; ++i) {
+            const CMemberRecord record{std::span(block).subspan(static_cast<std::size_t>(i) * size, size)};
+            if (record.IsMember() && !visit(first + i, record)) return;
+        }
+    }
+}
+
+// A text that is lost must not make its member unreadable.
+std::string CMemberFiles::ReadText(std::int32_t reference) {
+    std::string text;
+    if (reference < 0) return text;
+    if (m_table->GetTextStore()->TryRead(reference, text) != CTextStore::Outcome::Good) {
+        Log(LogError, "The text %d of %s is damaged and taken as empty.", reference, m_path.c_str());
+        text.clear();
+    }
+    return text;
+}
+
+std::vector<std::int32_t> CMemberFiles::StoreTexts(std::span<const std::string_view> texts) {
+    if (texts.size() == 1) return {m_table->GetTextStore()->Add(texts.front())};
+    return m_table->GetTextStore()->AddMany(texts);
+}
+
+// A text that cannot be freed only takes room until the next repair.
+void CMemberFiles::FreeTexts(std::span<const std::int32_t> references) noexcept {
+    if (references.empty() || !m_table) return;
+    try {
+        CTextStore& store = *m_table->GetTextStore();
+        for (const std::int32_t reference : references)
+            store.Free(reference);
+        store.Release();
+    } catch (const std::exception& e) {
+        Log(LogWarning, "Texts of %s could not be freed: %s", m_path.c_str(), e.what());
+    }
+}
+
+void CMemberFiles::FlushTexts() {
+    m_table->GetTextStore()->Flush();
+}
+void CMemberFiles::FlushRecords() {
+    m_table->Flush();
+}
+
+std::int32_t CMemberFiles::Find(std::string_view address) {
+    if (m_recordCount == 0) return -1;
+    const std::string key = CCompareEmail::MakeKey(address);
+    if (!TryPrepareIndex()) return FindByWalk(key);
+    try {
+        return FindInIndex(key);
+    } catch (const CIndexDamaged& e) {
+        Log(LogWarning, "%s", e.what());
+        RemoveIndexFile();
+    }
+    return TryPrepareIndex() ? FindInIndex(key) : FindByWalk(key);
+}
+
+std::int32_t CMemberFiles::FindInIndex(std::string_view key) {
+    m_index.Find(key, m_hits);
+    for (const std::int32_t index : m_hits) {
+        if (ReadMember(index, m_record) && CCompareEmail::MakeKey(CMemberRecord(m_record).GetAddress()) == key) {
+            return index;
+        }
+    }
+    return -1;
+}
+
+std::int32_t CMemberFiles::FindByWalk(std::string_view key) {
+    std::int32_t found = -1;
+    ForEachMember([&](std::int32_t index, const CMemberRecord& record) {
+        if (CCompareEmail::MakeKey(record.GetAddress()) != key) return true;
+        found = index;
+        return false;
+    });
+    return found;
+}
+
+std::int32_t CMemberFiles::CountMembers() {
+    if (m_recordCount == 0) return 0;
+    if (TryPrepareIndex()) return m_state.liveCount;
+    std::int32_t count = 0;
+    ForEachMember([&](std::int32_t, const CMemberRecord&) { return ++count > 0; });
+    return count;
+}
+
+bool CMemberFiles::TryPrepareIndex() {
+    // Without the mutex somebody else could be changing the pages being read.
+    if (!m_mutex.IsShared()) return false;
+    try {
+        PrepareIndex();
+        return true;
+    } catch (const CLhvException& e) {
+        if (!m_readOnly) Log(LogWarning, "Members are looked for without an index: %s", e.what());
+        DropIndex();
+        return false;
+    }
+}
+
+bool CMemberFiles::IndexFits() {
+    if (!m_index.IsOpen() || !m_index.IsCurrent()) {
+        m_index.Open(m_indexPath, m_readOnly ? CSSIndex::Access::ReadOnly : CSSIndex::Access::ReadWrite);
+    }
+    return m_index.ReadState(m_state) && m_state.settled && m_state.recordCount == m_recordCount &&
+           m_state.tableIdentity == m_identity;
+}
+
+void CMemberFiles::PrepareIndex() {
+    try {
+        if (IndexFits()) return;
+    } catch (const CIndexDamaged& e) {
+        RequireWritable();
+        Log(LogWarning, "%s", e.what());
+        RemoveIndexFile();
+    }
+    RequireWritable();
+    Log(LogInfo, "The index of %s does not fit and is built anew.", m_path.c_str());
+    RebuildIndex();
+}
+
+void CMemberFiles::RebuildIndex() {
+    if (!m_index.IsOpen() || !m_index.IsCurrent()) m_index.Open(m_indexPath, CSSIndex::Access::ReadWrite);
+    IndexState state;
+    state.tableIdentity = m_identity;
+    state.recordCount = m_recordCount;
+    IndexChange change;
+    change.clear = true;
+    change.state = state;
+    m_index.Apply(change);
+    change.clear = false;
+    ForEachMember([&](std::int32_t index, const CMemberRecord& record) {
+        change.added.push_back({CCompareEmail::MakeKey(record.GetAddress()), index});
+        ++change.state.liveCount;
+        if (change.added.size() >= RebuildGroup) {
+            m_index.Apply(change);
+            change.added.clear();
+        }
+        return true;
+    });
+    change.state.settled = true;
+    m_index.Apply(change);
+    m_state = change.state;
+}
+
+void CMemberFiles::ApplyIndex(IndexChange& change) {
+    try {
+        m_index.Apply(change);
+    } catch (const CIndexDamaged& e) {
+        Log(LogWarning, "%s", e.what());
+        RemoveIndexFile();
+        RebuildIndex();
+        m_index.Apply(change);
+    }
+    m_state = change.state;
+}
+
+void CMemberFiles::DropIndex() noexcept {
+    m_index.Close();
+}
+
+void CMemberFiles::RemoveIndexFile() noexcept {
+    m_index.Close();
+    Platform::RemoveFile(m_indexPath);
+}
+
+void CMemberFiles::FailPack() const {
+    const Platform::SystemError code = Platform::LastSystemError();
+    Platform::RemoveFile(m_path + ".tmp");
+    throw CLhvException("The members in " + m_path + " cannot be packed.", code);
+}
+
+void CMemberFiles::ReplaceTable(const std::string& newTable) {
+    CloseTable();
+    if (!Platform::RenameReplacing(newTable, m_path)) {
+        throw CLhvException("The members in " + m_path + " cannot be replaced.", Platform::LastSystemError());
+    }
+    Platform::FlushFolder(ParentFolder(m_path));
+    OpenTable(false);
+}
+
+// The members are copied to a new file that takes the table's place: at every
+// instant the one or the other is whole.  Texts stay where they are.
+void CMemberFiles::Pack() {
+    const std::string newPath = m_path + ".tmp";
+    Platform::CFile file;
+    if (!file.Open(newPath, Platform::FileMode::CreateOrEmpty)) FailPack();
+    std::vector<std::int32_t> freed;
+    std::vector<std::byte> block;
+    const std::size_t size = GetRecordSize();
+    std::int32_t kept = 0;
+    for (std::int32_t first = 0; first < m_recordCount; first += BlockRecords) {
+        const std::int32_t count = std::min(BlockRecords, m_recordCount - first);
+        ReadBlock(first, count, block);
+        std::string output;
+        for (std::int32_t i = 0; i < count; ++i) {
+            const std::span bytes = std::span(block).subspan(static_cast<std::size_t>(i) * size, size);
+            const CMemberRecord record(bytes);
+            if (record.IsMember()) {
+                output.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+                ++kept;
+            }
+            for (int text = 0; !record.IsMember() && text < CMemberRecord::TextCount; ++text) {
+                freed.push_back(record.GetText(text));
+            }
+        }
+        if (!file.Write(output)) FailPack();
+    }
+    if (!file.Flush() || !file.Close()) FailPack();
+    if (kept == m_recordCount) {
+        Platform::RemoveFile(newPath);
+        return;
+    }
+    ReplaceTable(newPath);
+    FreeTexts(freed);
+    if (kept > 0) RebuildIndex();
+}

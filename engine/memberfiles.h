@@ -1,0 +1,110 @@
+// memberfiles.h - the files of one list's members, as they are under its mutex.
+//
+// A list without members has no files: a table that is empty is not kept open
+// beyond the operation, since closing it removes it.
+//
+// Errors   CLhvException.
+// Order    Everything but the constructor needs a CMemberHold to be alive; what
+//          was read before it is no longer true.
+
+#ifndef LISTHAVEN_ENGINE_MEMBERFILES_H
+#define LISTHAVEN_ENGINE_MEMBERFILES_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/memberindex.h"
+#include "engine/memberrecord.h"
+#include "engine/membertable.h"
+#include "platform/namedmutex.h"
+
+class CMemberFiles {
+public:
+    CMemberFiles(const std::string& tablePath, bool readOnly);
+    CMemberFiles(const CMemberFiles&) = delete;
+    CMemberFiles& operator=(const CMemberFiles&) = delete;
+    ~CMemberFiles();  // takes the mutex to close
+
+    const std::string& GetPath() const noexcept { return m_path; }
+    bool IsReadOnly() const noexcept { return m_readOnly; }
+    std::int32_t GetRecordCount() const noexcept { return m_recordCount; }
+    std::uint32_t GetGeneration() const noexcept { return m_generation; }  // changes when records may have moved
+
+    void RequireWritable() const;  // also makes the table when there is none
+    void MakeTable();
+
+    // Records lie back to back in blocks, each of GetRecordSize() bytes.
+    std::size_t GetRecordSize() const noexcept;
+    bool ReadMember(std::int32_t index, std::span<std::byte> record);  // false when there is no member
+    void ReadBlock(std::int32_t first, std::int32_t count, std::vector<std::byte>& records);
+    void WriteRecord(std::int32_t index, std::span<const std::byte> record);
+    void AppendRecords(std::span<std::byte> records);  // all or none
+    void ForEachMember(const std::function<bool(std::int32_t index, CMemberRecord record)>& visit);
+
+    std::string ReadText(std::int32_t reference);
+    std::vector<std::int32_t> StoreTexts(std::span<const std::string_view> texts);
+    void FreeTexts(std::span<const std::int32_t> references) noexcept;  // after the records that held them are flushed
+    void FlushTexts();
+    void FlushRecords();
+
+    // The index by address.  While it cannot be used (a folder that may not be
+    // written) the table is walked instead.
+    std::int32_t Find(std::string_view address);
+    std::int32_t CountMembers();
+    void PrepareIndex();  // so that it fits the table; throws when it cannot be made to
+    const IndexState& GetIndexState() const noexcept { return m_state; }
+    void ApplyIndex(IndexChange& change);
+    void RebuildIndex();
+    void DropIndex() noexcept;  // it is made anew when it is next needed
+
+    void Pack();
+
+private:
+    friend class CMemberHold;
+
+    [[noreturn]] void FailPack() const;
+    void ReplaceTable(const std::string& newTable);  // renames it over the table and opens that
+    void TakeBackAppended() noexcept;
+    void Refresh();
+    void OpenTable(bool create);
+    void CloseTable();
+    void CloseWhenEmpty() noexcept;
+    bool TryPrepareIndex();
+    bool IndexFits();
+    void RemoveIndexFile() noexcept;
+    std::int32_t FindInIndex(std::string_view key);
+    std::int32_t FindByWalk(std::string_view key);
+
+    std::string m_path;
+    std::string m_indexPath;
+    bool m_readOnly;
+    Platform::CNamedMutex m_mutex;
+    std::unique_ptr<CMemberTable> m_table;  // empty: there is no file, or an empty one
+    std::uint64_t m_identity = 0;
+    std::int32_t m_recordCount = 0;
+    std::uint32_t m_generation = 0;
+    CSSIndex m_index;
+    IndexState m_state;
+    std::vector<std::int32_t> m_hits;
+    std::vector<std::byte> m_record;
+};
+
+// Holds the mutex for one operation.
+class CMemberHold {
+public:
+    explicit CMemberHold(CMemberFiles& files);
+    CMemberHold(const CMemberHold&) = delete;
+    CMemberHold& operator=(const CMemberHold&) = delete;
+    ~CMemberHold();
+
+private:
+    CMemberFiles& m_files;
+};
+
+#endif  // LISTHAVEN_ENGINE_MEMBERFILES_H

@@ -1,0 +1,334 @@
+#include "engine/memberindex.h"
+
+#include <lmdb.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "platform/faultplan.h"
+#include "platform/file.h"
+#include "platform/filestatus.h"
+#include "utility/text.h"
+
+namespace {
+
+constexpr std::size_t FirstMapSize = std::size_t{16} << 20;
+constexpr std::uint32_t StateLayout = 1;
+constexpr std::size_t StateSize = 32;
+constexpr char StateKey[] = "state";
+
+bool IsDamage(int code) {
+    switch (code) {
+        case MDB_INVALID:
+        case MDB_CORRUPTED:
+        case MDB_PAGE_NOTFOUND:
+        case MDB_VERSION_MISMATCH:
+        case MDB_INCOMPATIBLE:
+        case MDB_BAD_DBI:
+        case MDB_BAD_TXN:
+        case MDB_PANIC:
+        case MDB_CURSOR_FULL:
+        case MDB_PAGE_FULL:
+            return true;
+        default:
+            return false;
+    }
+}
+
+[[noreturn]] void Fail(const std::string& path, int code) {
+    // Codes of the system are positive, the library's own negative.
+    const auto systemCode = static_cast<std::uint32_t>(code > 0 ? code : 0);
+    const std::string text = "The index " + path + " cannot be used: " + mdb_strerror(code);
+    if (IsDamage(code)) throw CIndexDamaged(text, systemCode);
+    throw CLhvException(text, systemCode);
+}
+
+void Check(const std::string& path, int code) {
+    if (code != MDB_SUCCESS) Fail(path, code);
+}
+
+// Little-endian in the state, big-endian in the entries: their order is that of the bytes.
+void PutNumber(std::uint8_t* to, std::uint64_t number, std::size_t size) {
+    for (std::size_t i = 0; i < size; ++i)
+        to[i] = static_cast<std::uint8_t>(number >> (8 * i));
+}
+
+std::uint64_t TakeNumber(const std::uint8_t* from, std::size_t size) {
+    std::uint64_t number = 0;
+    for (std::size_t i = size; i-- > 0;)
+        number = number << 8 | from[i];
+    return number;
+}
+
+using RecordBytes = std::array<std::uint8_t, 4>;
+
+RecordBytes ToRecordBytes(std::int32_t record) {
+    const auto number = static_cast<std::uint32_t>(record);
+    return {static_cast<std::uint8_t>(number >> 24), static_cast<std::uint8_t>(number >> 16),
+            static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number)};
+}
+
+std::int32_t FromRecordBytes(const std::uint8_t* bytes) {
+    return static_cast<std::int32_t>(std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 |
+                                     std::uint32_t{bytes[2]} << 8 | bytes[3]);
+}
+
+MDB_val ToValue(std::string_view text) {
+    return {text.size(), const_cast<char*>(text.data())};
+}
+MDB_val ToValue(RecordBytes& bytes) {
+    return {bytes.size(), bytes.data()};
+}
+
+std::array<std::uint8_t, StateSize> EncodeState(const IndexState& state) {
+    std::array<std::uint8_t, StateSize> bytes{};
+    PutNumber(&bytes[0], StateLayout, 4);
+    PutNumber(&bytes[4], state.settled ? 1 : 0, 4);
+    PutNumber(&bytes[8], state.tableIdentity, 8);
+    PutNumber(&bytes[16], static_cast<std::uint32_t>(state.recordCount), 4);
+    PutNumber(&bytes[20], static_cast<std::uint32_t>(state.liveCount), 4);
+    PutNumber(&bytes[24], state.packCount, 4);
+    return bytes;
+}
+
+bool DecodeState(const MDB_val& value, IndexState& state) {
+    if (value.mv_size != StateSize) return false;
+    const auto* bytes = static_cast<const std::uint8_t*>(value.mv_data);
+    if (TakeNumber(bytes, 4) != StateLayout) return false;
+    state.settled = TakeNumber(bytes + 4, 4) == 1;
+    state.tableIdentity = TakeNumber(bytes + 8, 8);
+    state.recordCount = static_cast<std::int32_t>(TakeNumber(bytes + 16, 4));
+    state.liveCount = static_cast<std::int32_t>(TakeNumber(bytes + 20, 4));
+    state.packCount = static_cast<std::uint32_t>(TakeNumber(bytes + 24, 4));
+    return true;
+}
+
+void SortByKey(std::vector<IndexEntry>& entries) {
+    std::sort(entries.begin(), entries.end(), [](const IndexEntry& a, const IndexEntry& b) {
+        const int order = a.key.compare(b.key);
+        return order != 0 ? order < 0 : a.record < b.record;
+    });
+}
+
+}  // namespace
+
+std::string CCompareEmail::MakeKey(std::string_view address) {
+    return LowerAscii(address);
+}
+
+bool CCompareEmail::operator()(std::string_view a, std::string_view b) const noexcept {
+    return CompareNoCase(a, b) < 0;
+}
+
+struct CSSIndex::CFileState {
+    std::string path;
+    MDB_env* environment = nullptr;
+    MDB_dbi entries = 0;
+    MDB_dbi state = 0;
+    bool hasTables = false;
+    Access access = Access::ReadWrite;
+    std::uint64_t identity = 0;
+
+    ~CFileState() {
+        if (environment) mdb_env_close(environment);
+    }
+
+    void OpenEnvironment();
+    void OpenTables();
+    bool IsLongEnough(std::uint64_t size) const;
+    void KeepLongEnough();
+    void Grow();
+    int TryApply(const IndexChange& change);
+};
+
+struct CSSIndex::CTransaction {
+    MDB_txn* handle = nullptr;
+
+    CTransaction(CFileState& file, unsigned flags) {
+        int code = mdb_txn_begin(file.environment, nullptr, flags, &handle);
+        if (code == MDB_MAP_RESIZED) {  // another process has made it grow
+            Check(file.path, mdb_env_set_mapsize(file.environment, 0));
+            code = mdb_txn_begin(file.environment, nullptr, flags, &handle);
+        }
+        Check(file.path, code);
+    }
+    CTransaction(const CTransaction&) = delete;
+    CTransaction& operator=(const CTransaction&) = delete;
+    ~CTransaction() {
+        if (handle) mdb_txn_abort(handle);
+    }
+
+    int Commit() {
+        MDB_txn* const committed = handle;
+        handle = nullptr;  // freed by the call, whatever it returns
+        return mdb_txn_commit(committed);
+    }
+};
+
+// The named mutex keeps everyone else out, so the library's own lock file, its
+// table of readers and its rule of one environment per process are not needed.
+void CSSIndex::CFileState::OpenEnvironment() {
+    Check(path, mdb_env_create(&environment));
+    Check(path, mdb_env_set_maxdbs(environment, 2));
+    Platform::FileStatus status;
+    std::size_t mapSize = FirstMapSize;
+    if (Platform::GetFileStatus(path, status)) {
+        while (mapSize < status.size + status.size / 4)
+            mapSize *= 2;
+    }
+    Check(path, mdb_env_set_mapsize(environment, mapSize));
+    unsigned flags = MDB_NOSUBDIR | MDB_NOTLS | MDB_NOLOCK | MDB_NOMETASYNC | MDB_NORDAHEAD;
+    if (access == Access::ReadOnly) flags |= MDB_RDONLY;
+    Check(path, mdb_env_open(environment, path.c_str(), flags, 0660));
+    if (!Platform::GetFileStatus(path, status)) throw CLhvException("The index " + path + " has vanished.");
+    identity = status.identity;
+    if (!IsLongEnough(status.size)) throw CIndexDamaged("The index " + path + " is shorter than it says.");
+}
+
+void CSSIndex::CFileState::OpenTables() {
+    const bool writes = access == Access::ReadWrite;
+    CTransaction transaction(*this, writes ? 0 : unsigned{MDB_RDONLY});
+    const unsigned create = writes ? unsigned{MDB_CREATE} : 0;
+    int code = mdb_dbi_open(transaction.handle, "entries", create | MDB_DUPSORT | MDB_DUPFIXED, &entries);
+    if (code == MDB_SUCCESS) code = mdb_dbi_open(transaction.handle, "state", create, &state);
+    if (code == MDB_NOTFOUND) return;
+    Check(path, code);
+    Check(path, transaction.Commit());
+    hasTables = true;
+    if (writes) KeepLongEnough();
+}
+
+// Reading a mapped page behind the end of the file would end the process.
+bool CSSIndex::CFileState::IsLongEnough(std::uint64_t size) const {
+    MDB_envinfo info{};
+    MDB_stat statistics{};
+    Check(path, mdb_env_info(environment, &info));
+    Check(path, mdb_env_stat(environment, &statistics));
+    return size >= (std::uint64_t{info.me_last_pgno} + 1) * statistics.ms_psize;
+}
+
+// The library leaves out pages at the end that a change took and gave back.
+void CSSIndex::CFileState::KeepLongEnough() {
+    Platform::FileStatus status;
+    if (!Platform::GetFileStatus(path, status) || IsLongEnough(status.size)) return;
+    MDB_envinfo info{};
+    MDB_stat statistics{};
+    Check(path, mdb_env_info(environment, &info));
+    Check(path, mdb_env_stat(environment, &statistics));
+    Platform::CFile file;
+    if (file.Open(path, Platform::FileMode::ReadWrite)) {
+        file.SetSize((std::uint64_t{info.me_last_pgno} + 1) * statistics.ms_psize);
+    }
+}
+
+void CSSIndex::CFileState::Grow() {
+    MDB_envinfo info{};
+    Check(path, mdb_env_info(environment, &info));
+    Check(path, mdb_env_set_mapsize(environment, info.me_mapsize * 2));
+}
+
+int CSSIndex::CFileState::TryApply(const IndexChange& change) {
+    CTransaction transaction(*this, 0);
+    if (change.clear) {
+        if (const int code = mdb_drop(transaction.handle, entries, 0)) return code;
+    }
+    for (const IndexEntry& entry : change.removed) {
+        MDB_val key = ToValue(entry.key);
+        RecordBytes bytes = ToRecordBytes(entry.record);
+        MDB_val value = ToValue(bytes);
+        const int code = entry.key.empty() ? MDB_SUCCESS : mdb_del(transaction.handle, entries, &key, &value);
+        if (code != MDB_SUCCESS && code != MDB_NOTFOUND) return code;
+    }
+    for (const IndexEntry& entry : change.added) {
+        if (entry.key.empty()) continue;  // nobody looks for it
+        MDB_val key = ToValue(entry.key);
+        RecordBytes bytes = ToRecordBytes(entry.record);
+        MDB_val value = ToValue(bytes);
+        const int code = mdb_put(transaction.handle, entries, &key, &value, MDB_NODUPDATA);
+        if (code != MDB_SUCCESS && code != MDB_KEYEXIST) return code;
+    }
+    MDB_val key = ToValue(StateKey);
+    auto bytes = EncodeState(change.state);
+    MDB_val value{bytes.size(), bytes.data()};
+    if (const int code = mdb_put(transaction.handle, state, &key, &value, 0)) return code;
+    return transaction.Commit();
+}
+
+CSSIndex::CSSIndex() = default;
+CSSIndex::~CSSIndex() = default;
+
+void CSSIndex::Open(const std::string& path, Access access) {
+    Close();
+    auto file = std::make_unique<CFileState>();
+    file->path = path;
+    file->access = access;
+    if (Platform::HitsFault(Platform::Operation::Open)) {
+        throw CLhvException("The index " + path + " cannot be opened.", Platform::LastSystemError());
+    }
+    file->OpenEnvironment();
+    file->OpenTables();
+    m_file = std::move(file);
+}
+
+void CSSIndex::Close() noexcept {
+    m_file.reset();
+}
+bool CSSIndex::IsOpen() const noexcept {
+    return m_file != nullptr;
+}
+
+bool CSSIndex::IsCurrent() {
+    Platform::FileStatus status;
+    if (!m_file || !Platform::GetFileStatus(m_file->path, status) || status.identity != m_file->identity) return false;
+    if (!m_file->IsLongEnough(status.size)) {
+        throw CIndexDamaged("The index " + m_file->path + " is shorter than it says.");
+    }
+    return true;
+}
+
+bool CSSIndex::ReadState(IndexState& state) {
+    if (!m_file->hasTables) return false;
+    CTransaction transaction(*m_file, MDB_RDONLY);
+    MDB_val key = ToValue(StateKey);
+    MDB_val value{};
+    const int code = mdb_get(transaction.handle, m_file->state, &key, &value);
+    if (code == MDB_NOTFOUND) return false;
+    Check(m_file->path, code);
+    return DecodeState(value, state);
+}
+
+void CSSIndex::Find(std::string_view key, std::vector<std::int32_t>& records) {
+    records.clear();
+    const auto longest = static_cast<std::size_t>(mdb_env_get_maxkeysize(m_file->environment));
+    if (key.empty() || key.size() > longest || !m_file->hasTables) return;
+    CTransaction transaction(*m_file, MDB_RDONLY);
+    MDB_cursor* cursor = nullptr;
+    Check(m_file->path, mdb_cursor_open(transaction.handle, m_file->entries, &cursor));
+    const std::unique_ptr<MDB_cursor, void (*)(MDB_cursor*)> owner(cursor, mdb_cursor_close);
+    MDB_val wanted = ToValue(key);
+    MDB_val value{};
+    int code = mdb_cursor_get(cursor, &wanted, &value, MDB_SET);
+    while (code == MDB_SUCCESS) {
+        if (value.mv_size != 4) throw CIndexDamaged("The index " + m_file->path + " holds an entry of wrong size.");
+        records.push_back(FromRecordBytes(static_cast<const std::uint8_t*>(value.mv_data)));
+        code = mdb_cursor_get(cursor, &wanted, &value, MDB_NEXT_DUP);
+    }
+    if (code != MDB_NOTFOUND) Fail(m_file->path, code);
+}
+
+void CSSIndex::Apply(IndexChange& change) {
+    SortByKey(change.removed);
+    SortByKey(change.added);
+    if (Platform::HitsFault(Platform::Operation::Write)) {
+        throw CLhvException("The index " + m_file->path + " cannot be written.", Platform::LastSystemError());
+    }
+    Check(m_file->path, mdb_env_set_flags(m_file->environment, MDB_NOSYNC, Platform::IsFlushEnabled() ? 0 : 1));
+    int code = m_file->TryApply(change);
+    while (code == MDB_MAP_FULL) {
+        m_file->Grow();
+        code = m_file->TryApply(change);
+    }
+    Check(m_file->path, code);
+    m_file->KeepLongEnough();
+}
