@@ -1,0 +1,128 @@
+#include "engine/daemonhost.h"
+
+#include <algorithm>
+#include <map>
+#include <string>
+
+#include "app/settings.h"
+#include "engine/catalogue.h"
+#include "engine/eventlog.h"
+#include "engine/listaccount.h"
+#include "platform/filestatus.h"
+#include "senddaemon/configuration.h"
+#include "senddaemon/daemonlog.h"
+#include "senddaemon/dispatchcheck.h"
+#include "senddaemon/senddaemon.h"
+#include "utility/files.h"
+#include "utility/lasterror.h"
+#include "utility/lhvexception.h"
+
+namespace {
+
+class CEventLogHandler : public SendDaemon::IMessageHandler {
+public:
+    void OnWarning(const std::string& text) override { Log(LogWarning, "%s", text.c_str()); }
+    void OnError(const std::string& text) override { Log(LogError, "%s", text.c_str()); }
+    void OnFatal(const std::string& text) override { Log(LogFatal, "%s", text.c_str()); }
+    void OnInformation(const std::string& text) override { Log(LogInfo, "%s", text.c_str()); }
+    void OnTrace(const std::string& text) override { Log(LogDebug, "%s", text.c_str()); }
+};
+
+// Changes whenever the file does.
+std::string FileStamp(const std::string& path) {
+    Platform::FileStatus status;
+    if (!Platform::GetFileStatus(path, status)) return {};
+    return std::to_string(status.identity) + " " + std::to_string(status.size) + " " +
+           std::to_string(status.times.modified);
+}
+
+}  // namespace
+
+struct CDaemonHost::CState {
+    std::shared_ptr<SendDaemon::IMessageHandler> formerHandler;
+    SendDaemon::CSendDaemon daemon;
+    std::map<std::uint32_t, std::string> accounts;  // list number: root folder
+    std::string catalogueStamp;
+
+    void AddLists();
+    void RemoveLists(const std::map<std::uint32_t, std::string>& wanted);
+};
+
+CDaemonHost::CDaemonHost() : m_state(std::make_unique<CState>()) {
+    m_state->formerHandler = SendDaemon::SetMessageHandler(std::make_shared<CEventLogHandler>());
+}
+
+CDaemonHost::~CDaemonHost() {
+    const auto former = m_state->formerHandler;
+    m_state.reset();  // the last messages still go into the event log
+    SendDaemon::SetMessageHandler(former);
+}
+
+SendDaemon::CSendDaemon& CDaemonHost::GetDaemon() {
+    return m_state->daemon;
+}
+
+bool CDaemonHost::Start() {
+    const std::string root = GetSendDaemonFolder();
+    SendDaemon::CConfiguration* serverConfig = nullptr;
+    if (!EnsureFolder(root) || !m_state->daemon.Initialize(root, serverConfig)) return false;
+    if (!m_state->daemon.ClaimSending()) return false;
+    if (!m_state->daemon.LoadChecker()) Log(LogError, "The delivery limits: %s", DescribeLastError().c_str());
+    FollowCatalogue();
+    return true;
+}
+
+void CDaemonHost::FollowCatalogue() {
+    m_state->daemon.SetExpiry(ReadExpiry());
+    if (!m_state->daemon.GetChecker().LoadIfChanged())
+        Log(LogError, "The delivery limits: %s", DescribeLastError().c_str());
+    const std::string stamp = FileStamp(GetCatalogue().GetFolder() + "LISTS.CST");
+    if (stamp == m_state->catalogueStamp && !stamp.empty()) return;
+    try {
+        m_state->AddLists();
+        m_state->catalogueStamp = stamp;
+    } catch (const CLhvException& exception) {
+        Log(LogError, "The lists cannot be read: %s", exception.what());
+    }
+}
+
+// An account that is there already gets the list's settings of now; it is not
+// added anew, since that would cancel what it is sending.
+void CDaemonHost::CState::AddLists() {
+    std::map<std::uint32_t, std::string> wanted;
+    for (const std::int32_t index : GetCatalogue().GetLists()) {
+        if (!GetCatalogue().GetFlag(index, ListColumn::Enabled)) continue;
+        const std::uint32_t number = GetCatalogue().GetListNumber(index);
+        wanted[number] = GetAccountRoot(number);
+    }
+    RemoveLists(wanted);
+    for (const auto& [number, root] : wanted) {
+        SendDaemon::CListSettings settings;
+        const bool known = accounts.contains(number);
+        const bool isSetUp =
+            known ? ReadListSettings(number, settings) && SendDaemon::ConfigureAccount(daemon, root, settings, nullptr)
+                  : SetUpAccount(daemon, number, nullptr);
+        if (isSetUp)
+            accounts[number] = root;
+        else
+            Log(LogError, "The account of list %u cannot be set up: %s", number, DescribeLastError().c_str());
+    }
+}
+
+void CDaemonHost::CState::RemoveLists(const std::map<std::uint32_t, std::string>& wanted) {
+    for (auto account = accounts.begin(); account != accounts.end();) {
+        if (wanted.contains(account->first)) {
+            ++account;
+            continue;
+        }
+        daemon.RemoveAccount(account->second);
+        account = accounts.erase(account);
+    }
+}
+
+std::optional<std::int64_t> ReadExpiry() {
+    if (ReadSetting("Service", "ExpireOutgoingMessages", 0) == 0) return std::nullopt;
+    constexpr std::int64_t UnitSeconds[] = {60, 3600, 86400};
+    const int unit = std::clamp(ReadSetting("Service", "ExpireOutgoingUnit", 2), 0, 2);
+    return std::max(0, ReadSetting("Service", "ExpireOutgoingAfter", 7)) * UnitSeconds[unit];
+}

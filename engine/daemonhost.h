@@ -1,0 +1,45 @@
+// daemonhost.h - the send daemon on the data folder, with an account for every
+// enabled list.
+//
+// What the daemon logs goes into the event log.  The delivery limits, the time
+// after which a message expires and the lists' settings are those of the data
+// folder, also when they change while the daemon runs.
+//
+// Errors   false, with the reason in the last-error text: another program is
+//          sending, or the daemon's folder cannot be used.  A list whose account
+//          cannot be set up is logged and left out; the others are sent.
+// Threads  One; the daemon's senders have their own.
+
+#ifndef LISTHAVEN_ENGINE_DAEMONHOST_H
+#define LISTHAVEN_ENGINE_DAEMONHOST_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+namespace SendDaemon {
+class CSendDaemon;
+}
+
+class CDaemonHost {
+public:
+    CDaemonHost();
+    CDaemonHost(const CDaemonHost&) = delete;
+    CDaemonHost& operator=(const CDaemonHost&) = delete;
+    ~CDaemonHost();
+
+    bool Start();
+    void FollowCatalogue();  // lists that came, went or changed; costs a few file stats when nothing did
+
+    SendDaemon::CSendDaemon& GetDaemon();
+
+private:
+    struct CState;
+    std::unique_ptr<CState> m_state;
+};
+
+// From [Service] ExpireOutgoingMessages, ExpireOutgoingAfter and
+// ExpireOutgoingUnit: seconds, or none when messages never expire.
+std::optional<std::int64_t> ReadExpiry();
+
+#endif  // LISTHAVEN_ENGINE_DAEMONHOST_H
