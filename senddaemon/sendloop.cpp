@@ -12,6 +12,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds StopInterval{100};
 constexpr milliseconds LongestPause{1000};
+constexpr milliseconds HousekeepingInterval{1000};
 
 enum class LoopKind : std::uint8_t { UntilEmpty, OnePass, UntilStopped };
 
@@ -28,6 +29,7 @@ private:
     void Report();
     void Pause(milliseconds length);
     bool EndPass(bool isSending);
+    void KeepHouse();
 
     CSendDaemon& m_daemon;
     const CSendLoopOptions& m_options;
@@ -37,6 +39,7 @@ private:
     std::uint64_t m_handedOn = 0;  // in this pass over the queues
     std::uint64_t m_failed = 0;
     std::uint32_t m_fruitless = 0;  // passes in a row
+    std::chrono::steady_clock::time_point m_nextHousekeeping = std::chrono::steady_clock::now();
 };
 
 void CSendLoop::UpdateResult() {
@@ -59,6 +62,13 @@ void CSendLoop::Pause(milliseconds length) {
         if (left <= milliseconds::zero()) return;
         m_daemon.WaitForProgress(m_daemon.GetProgress(), std::min(left, StopInterval));
     }
+}
+
+void CSendLoop::KeepHouse() {
+    const auto now = std::chrono::steady_clock::now();
+    if (!m_options.housekeeping || now < m_nextHousekeeping) return;
+    m_nextHousekeeping = now + HousekeepingInterval;
+    m_options.housekeeping();
 }
 
 // False when there is nothing left to do.
@@ -94,6 +104,7 @@ CSendResult CSendLoop::Run() {
             m_result.wasStopped = true;
             break;
         }
+        KeepHouse();
         const std::uint64_t seen = m_daemon.GetProgress();
         const CDispatchRound round =
             m_kind == LoopKind::OnePass ? m_daemon.DispatchPassRound() : m_daemon.DispatchRound();

@@ -32,6 +32,7 @@ struct CSendResult {
 struct CSendLoopOptions {
     std::function<bool()> stopRequested;               // asked at least ten times a second; {}: never
     std::function<void(const CSendResult&)> progress;  // after a round that changed something; {}: none
+    std::function<void()> housekeeping;                // about once a second; may add and remove accounts; {}: none
     std::chrono::milliseconds failurePause{50};        // the first one; doubled each time, at most a second
     std::uint32_t failureLimit = 6;
     std::chrono::milliseconds idlePause{500};  // between two looks at empty queues
