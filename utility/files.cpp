@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "platform/directorysearch.h"
+#include "platform/filemode.h"
 #include "platform/filestatus.h"
 #include "platform/guid.h"
 #include "platform/systemerror.h"
@@ -19,6 +20,11 @@ bool FailOn(std::string_view path) {
     SetLastErrorText(std::string(path) + ": " + Platform::SystemErrorText(code));
     Platform::SetLastSystemError(code);
     return false;
+}
+
+// A file that is replaced keeps its permissions.
+bool KeepMode(std::string_view path, const std::string& name) {
+    return !Platform::FileIsThere(path) || Platform::CopyFileMode(path, name);
 }
 
 // Removes a file unless it was given up.
@@ -56,8 +62,14 @@ bool ReplaceBy(const std::string& written, std::string_view path) {
     return true;
 }
 
+// A link to a folder is taken for one by the search, but can be removed like a
+// file, which a folder cannot.
 bool RemoveTree(const std::string& path, int depth) {
-    if (depth > DeepestFolder) return false;
+    if (Platform::RemoveFile(path)) return true;
+    if (depth > DeepestFolder) {
+        SetLastErrorText(path + ": the folders are nested too deeply");
+        return false;
+    }
     std::vector<std::string> files;
     std::vector<std::string> folders;
     if (!ListFolder(path, "*", [&](const std::string& name, bool isFolder) {
@@ -97,6 +109,7 @@ bool WriteFileAtomically(std::string_view path, std::string_view content, Platfo
     std::string name;
     if (!OpenBeside(path, access, file, name)) return FailOn(path);
     CScrap scrap(name);
+    if (access == Platform::FileAccess::Group && !KeepMode(path, name)) return FailOn(path);
     if (!file.Write(content) || !file.Flush() || !file.Close()) return FailOn(path);
     if (!ReplaceBy(name, path)) return false;
     scrap.Keep();
@@ -111,6 +124,7 @@ bool CopyWholeFile(std::string_view from, std::string_view to) {
     std::string name;
     if (!OpenBeside(to, Platform::FileAccess::Group, target, name)) return FailOn(to);
     CScrap scrap(name);
+    if (!KeepMode(to, name)) return FailOn(to);
     std::string block(BlockSize, '\0');
     for (std::uint64_t position = 0;;) {
         std::size_t got = 0;
@@ -150,7 +164,11 @@ bool RemoveFolderTree(std::string_view path) {
     Platform::FileStatus status;
     if (!Platform::GetFileStatus(path, status))
         return Platform::IsNotFound(Platform::LastSystemError()) || FailOn(path);
-    return RemoveTree(std::string(path), 0);
+    if (!status.isFolder) {
+        SetLastErrorText(std::string(path) + ": not a folder");
+        return false;
+    }
+    return RemoveTree(WithoutSeparator(path), 0);
 }
 
 bool ListFolder(std::string_view folder, std::string_view pattern,

@@ -6,7 +6,7 @@
 
 #include "platform/process.h"
 #include "platform/systemerror.h"
-#include "utility/lhvexception.h"
+#include "utility/text.h"
 
 namespace {
 
@@ -34,15 +34,21 @@ struct CThreadEnd {
 
 }  // namespace
 
+// The system's error code stays what it was: callers look at both.
 void SetLastErrorText(std::string_view text) {
+    const Platform::SystemError code = Platform::LastSystemError();
     thread_local const CThreadEnd end;
     std::string kept(text.substr(0, LongestText));
+    ReplaceAll(kept, "\r\n", " ");
     for (char& c : kept) {
         if (c == '\r' || c == '\n') c = ' ';
     }
     CTexts& texts = GetTexts();
-    const std::lock_guard guard(texts.lock);
-    texts.byThread[end.thread] = std::move(kept);
+    {
+        const std::lock_guard guard(texts.lock);
+        texts.byThread[end.thread] = std::move(kept);
+    }
+    Platform::SetLastSystemError(code);
 }
 
 void SetLastErrorFormat(const char* format, ...) {

@@ -1,7 +1,8 @@
 // lasterror.h - the reason of the last failure, one text per thread.
 //
 // Operations that return false leave their reason here; successes do not clear
-// it.  Texts are cut to 1024 characters, line breaks become blanks.
+// it.  Texts are cut to 1024 characters, line breaks become blanks.  Setting a
+// text leaves Platform::LastSystemError() as it was.
 //
 // Threads  Any; each thread has its own text.
 

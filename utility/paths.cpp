@@ -1,5 +1,6 @@
 #include "utility/paths.h"
 
+#include <algorithm>
 #include <array>
 
 #include "platform/knownfolders.h"
@@ -7,8 +8,9 @@
 
 namespace {
 
+// Both on every system, as the file functions take them.
 bool IsSeparator(char c) {
-    return c == '/' || c == Platform::PathSeparator();
+    return c == '/' || c == '\\';
 }
 
 std::size_t FindLastSeparator(std::string_view path) {
@@ -25,8 +27,8 @@ std::string_view CutSeparators(std::string_view path) {
 }
 
 bool IsDeviceName(std::string_view name) {
-    constexpr std::array<std::string_view, 4> Plain = {"CON", "PRN", "AUX", "NUL"};
-    const std::string_view stem = name.substr(0, name.find('.'));
+    constexpr std::array<std::string_view, 6> Plain = {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"};
+    const std::string_view stem = TrimRight(name.substr(0, name.find('.')));
     for (const std::string_view device : Plain) {
         if (EqualNoCase(stem, device)) return true;
     }
@@ -45,14 +47,17 @@ std::string_view CutBytes(std::string_view text, std::size_t limit) {
 }  // namespace
 
 std::string JoinPath(std::string_view folder, std::string_view name) {
-    std::string result(folder);
-    if (!result.empty() && !IsSeparator(result.back())) result += Platform::PathSeparator();
+    if (folder.empty()) return std::string(name);
+    std::string result(CutSeparators(folder));
+    if (!IsSeparator(result.back())) result += Platform::PathSeparator();
+    while (!name.empty() && IsSeparator(name.front()))
+        name.remove_prefix(1);
     return result.append(name);
 }
 
 std::string WithSeparator(std::string_view folder) {
     if (folder.empty()) return {};
-    return JoinPath(CutSeparators(folder), "");
+    return JoinPath(folder, "");
 }
 
 std::string WithoutSeparator(std::string_view folder) {
@@ -75,7 +80,10 @@ std::string ParentFolder(std::string_view path) {
 bool SamePath(std::string_view a, std::string_view b) {
     a = CutSeparators(a);
     b = CutSeparators(b);
-    return Platform::PathsIgnoreCase() ? EqualNoCase(a, b) : a == b;
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
+        if (IsSeparator(x) || IsSeparator(y)) return IsSeparator(x) && IsSeparator(y);
+        return x == y || (Platform::PathsIgnoreCase() && ToLowerAscii(x) == ToLowerAscii(y));
+    });
 }
 
 std::string SafeFileName(std::string_view name) {
@@ -89,12 +97,10 @@ std::string SafeFileName(std::string_view name) {
         if (byte < 32 || byte == 127) continue;
         result += Forbidden.find(c) == std::string_view::npos ? c : '_';
     }
-    std::string_view kept = Trim(result);
-    while (!kept.empty() && kept.front() == '.')
-        kept.remove_prefix(1);
-    kept = CutBytes(kept, LongestName);
+    result.erase(0, result.find_first_not_of(". "));
+    if (IsDeviceName(result)) result.insert(0, 1, '_');
+    std::string_view kept = CutBytes(result, LongestName);
     while (!kept.empty() && (kept.back() == '.' || kept.back() == ' '))
         kept.remove_suffix(1);
-    if (kept.empty()) return "unnamed";
-    return IsDeviceName(kept) ? "_" + std::string(kept) : std::string(kept);
+    return kept.empty() ? "unnamed" : std::string(kept);
 }

@@ -1,5 +1,7 @@
 #include "utility/uniquename.h"
 
+#include <utility>
+
 #include "platform/filestatus.h"
 #include "platform/guid.h"
 #include "platform/namedmutex.h"
@@ -31,15 +33,37 @@ std::string NamedFile(std::string_view folder, const std::string& number, std::s
 
 }  // namespace
 
+CNewFile::CNewFile(CNewFile&& other) noexcept
+    : m_file(std::move(other.m_file)),
+      m_temporaryPath(std::move(other.m_temporaryPath)),
+      m_finalPath(std::move(other.m_finalPath)),
+      m_owned(std::exchange(other.m_owned, false)) {}
+
+CNewFile& CNewFile::operator=(CNewFile&& other) noexcept {
+    if (this == &other) return *this;
+    Discard();
+    m_file = std::move(other.m_file);
+    m_temporaryPath = std::move(other.m_temporaryPath);
+    m_finalPath = std::move(other.m_finalPath);
+    m_owned = std::exchange(other.m_owned, false);
+    return *this;
+}
+
 CNewFile::~CNewFile() {
-    if (!m_owned) return;
-    m_file.Close();
+    Discard();
+}
+
+bool CNewFile::Discard() {
+    if (!std::exchange(m_owned, false)) return false;
     const Platform::SystemError code = Platform::LastSystemError();
+    m_file.Close();
     Platform::RemoveFile(m_temporaryPath);
     Platform::SetLastSystemError(code);
+    return false;
 }
 
 bool CNewFile::Create(std::string_view folder, std::string_view extension) {
+    Discard();
     Platform::CNamedMutex mutex(NameMutex);
     const CMutexGuard guard(mutex);
     for (int attempt = 0; attempt < Attempts; ++attempt) {
@@ -52,27 +76,34 @@ bool CNewFile::Create(std::string_view folder, std::string_view extension) {
         }
         m_owned = true;
         if (!Platform::FileIsThere(m_finalPath)) return true;
-        m_file.Close();
-        Platform::RemoveFile(m_temporaryPath);
-        m_owned = false;
+        Discard();
     }
     SetLastErrorText(std::string(folder) + ": no unique name was found");
     return false;
 }
 
 bool CNewFile::Write(std::string_view bytes) {
-    return m_file.Write(bytes) || FailOn(m_temporaryPath);
+    return m_file.Write(bytes) || FailOn(m_temporaryPath) || Discard();
 }
 
+// A flush that failed is not tried again: the system may have dropped the bytes.
 bool CNewFile::FinishWriting() {
     if (!m_file.IsOpen()) return m_owned;
-    return (m_file.Flush() && m_file.Close()) || FailOn(m_temporaryPath);
+    return (m_file.Flush() && m_file.Close()) || FailOn(m_temporaryPath) || Discard();
 }
 
 bool CNewFile::Publish() {
-    if (!FinishWriting() || !PublishAs(m_temporaryPath, m_finalPath)) return false;
+    if (!FinishWriting()) return false;
+    if (!PublishAs(m_temporaryPath, m_finalPath)) return Discard();
     m_owned = false;
-    return Platform::FlushFolder(ParentFolder(m_finalPath)) || FailOn(m_finalPath);
+    if (Platform::FlushFolder(ParentFolder(m_finalPath))) return true;
+    FailOn(m_finalPath);
+    // Taken back, so that the caller may write it again.  If it is gone, somebody
+    // has taken it for processing: then it counts as published.
+    const Platform::SystemError code = Platform::LastSystemError();
+    const bool isTakenBack = Platform::RemoveFile(m_finalPath);
+    Platform::SetLastSystemError(code);
+    return !isTakenBack;
 }
 
 bool CNewFile::PublishAs(std::string_view temporaryPath, std::string_view finalPath) {

@@ -9,6 +9,8 @@
 //
 // Errors   false, with the reason in the last-error text.
 // Crash    A crash before Publish() leaves a .tmp file, which nobody reads.
+//          Folders are flushed by Publish() alone; the others leave that to the
+//          caller, who knows how many names go together.
 
 #ifndef LISTHAVEN_UTILITY_UNIQUENAME_H
 #define LISTHAVEN_UTILITY_UNIQUENAME_H
@@ -22,15 +24,17 @@
 class CNewFile {
 public:
     CNewFile() = default;
-    CNewFile(CNewFile&&) noexcept = default;
-    CNewFile& operator=(CNewFile&&) noexcept = default;
+    CNewFile(CNewFile&& other) noexcept;
+    CNewFile& operator=(CNewFile&& other) noexcept;
     ~CNewFile();  // removes what was not published, unless Keep() was called
 
+    // After a failure of any of these nothing is left of the file.
     bool Create(std::string_view folder, std::string_view extension);
     bool Write(std::string_view bytes);
     bool FinishWriting();  // flushes and closes; the name stays NUMBER.tmp
+    bool Publish();        // renames; FinishWriting() first if need be
 
-    bool Publish();  // renames; FinishWriting() first if need be
+    // Fails when there is no temporary file, or when the final name is taken.
     static bool PublishAs(std::string_view temporaryPath, std::string_view finalPath);
     void Keep() noexcept;  // the .tmp file outlives this object
 
@@ -38,6 +42,8 @@ public:
     const std::string& GetFinalPath() const noexcept { return m_finalPath; }
 
 private:
+    bool Discard();  // false
+
     Platform::CFile m_file;
     std::string m_temporaryPath;
     std::string m_finalPath;
