@@ -21,11 +21,12 @@ struct CPlace {
     std::mutex lock;
     std::string given;     // by SetDataFolder()
     std::string resolved;  // with trailing separator; "" until first use
+    bool isMade = false;
 };
 
 CPlace& GetPlace() {
-    static CPlace place;
-    return place;
+    static CPlace* const place = new CPlace;  // outlives every other static object
+    return *place;
 }
 
 std::string FindDataFolder(const std::string& given) {
@@ -38,14 +39,15 @@ std::string FindDataFolder(const std::string& given) {
 
 // A relative path would mean another folder once the working directory changes.
 std::string MakeAbsolute(const std::string& path) {
-    const bool isAbsolute = path.front() == '/' || path.front() == Platform::PathSeparator() ||
-                            (path.size() > 1 && path[1] == ':' && Platform::PathsIgnoreCase());
+    const bool isAbsolute =
+        path.find_first_of("/\\") == 0 || (path.size() > 1 && path[1] == ':' && Platform::PathSeparator() == '\\');
     return isAbsolute ? path : JoinPath(Platform::WorkingFolder(), path);
 }
 
-void Settle(CPlace& place, const std::string& folder) {
-    place.resolved = WithSeparator(MakeAbsolute(folder));
-    EnsureFolder(place.resolved);
+// A folder that cannot be made is tried again at the next use, when the reason
+// may have gone.
+void Make(CPlace& place) {
+    place.isMade = EnsureFolder(place.resolved);
     Platform::SetNamedObjectFolder(JoinPath(place.resolved, ".locks"), JoinPath(place.resolved, ".mailslots"));
 }
 
@@ -54,20 +56,23 @@ void Settle(CPlace& place, const std::string& folder) {
 void SetDataFolder(std::string_view folder) {
     CPlace& place = GetPlace();
     const std::lock_guard guard(place.lock);
-    place.given = folder;
+    if (folder.empty()) throw CLhvException("The data folder must have a name.");
+    if (!place.resolved.empty()) throw CLhvException("The data folder is already in use: " + place.resolved);
+    place.given = MakeAbsolute(std::string(folder));
 }
 
 void UseDataFolder(std::string_view folder) {
     CPlace& place = GetPlace();
     const std::lock_guard guard(place.lock);
-    place.given = folder;
-    Settle(place, place.given);
+    place.resolved = WithSeparator(MakeAbsolute(std::string(folder)));
+    Make(place);
 }
 
 std::string GetDataFolder() {
     CPlace& place = GetPlace();
     const std::lock_guard guard(place.lock);
-    if (place.resolved.empty()) Settle(place, FindDataFolder(place.given));
+    if (place.resolved.empty()) place.resolved = WithSeparator(MakeAbsolute(FindDataFolder(place.given)));
+    if (!place.isMade) Make(place);
     return place.resolved;
 }
 
@@ -84,16 +89,17 @@ std::string GetLogFolder() {
 std::string CheckDataFolder(std::string_view folder) {
     const std::string path(folder);
     Platform::FileStatus status;
-    const bool isThere = Platform::GetFileStatus(WithoutSeparator(path), status);
+    bool isThere = Platform::GetFileStatus(WithoutSeparator(path), status);
     if (isThere && !status.isFolder)
         return FormatText(
             "The path \"%s\" is not a directory. Please remove the file and restart the application. \n\nThe "
             "application will now shut down.",
             path.c_str());
-    if (!isThere && !EnsureFolder(path))
+    if (!isThere) isThere = EnsureFolder(path) && Platform::GetFileStatus(WithoutSeparator(path), status);
+    if (!isThere)
         return FormatText("Failed to create the data directory \"%s\". \n\nThe application will now shut down.",
                           path.c_str());
-    if (Platform::GetFileStatus(WithoutSeparator(path), status) && status.isReadOnly)
+    if (status.isReadOnly)
         return FormatText("The path \"%s\" is readonly. \n\nThe application will now shut down.", path.c_str());
     return {};
 }

@@ -1,6 +1,6 @@
 // datafolder.h - where everything is kept.
 //
-// The data folder is $LISTHAVEN_DATA_FOLDER, or what SetDataFolder() said, or
+// The data folder is what SetDataFolder() said, or $LISTHAVEN_DATA_FOLDER, or
 // Vantorel/Listhaven/3 in the system's common application-data folder; it is
 // found out once per process and made, with its parents, on first use.
 //
@@ -14,10 +14,11 @@
 #include <string>
 #include <string_view>
 
-// Goes before the environment; to be called before the first use.
+// To be called before the first use; throws CLhvException afterwards.  A
+// relative path is taken from the working folder of now.
 void SetDataFolder(std::string_view folder);
 
-// Takes effect at any time, for tests, which use one folder after the other.
+// For tests, which use one folder after the other: at any time.
 void UseDataFolder(std::string_view folder);
 
 std::string GetDataFolder();      // with trailing separator

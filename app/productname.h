@@ -7,8 +7,8 @@
 
 inline constexpr std::string_view ProductName = "Vantorel Listhaven";
 inline constexpr std::string_view CompanyName = "Vantorel";
-inline constexpr std::string_view ProductVersion = "3.0";
-inline constexpr int ProductBuild = 1;
+inline constexpr const char* ProductVersion = "3.0";
+inline constexpr const char* ProductBuild = "1";
 
 // "Vantorel Listhaven 3.0.1"
 constexpr std::string_view ProductVersionText() {

@@ -1,26 +1,37 @@
 #include "app/thisapp.h"
 
+#include <utility>
+
 #include "app/datafolder.h"
 #include "app/productname.h"
 #include "app/settings.h"
 #include "platform/file.h"
 #include "platform/systemerror.h"
+#include "utility/lasterror.h"
 #include "utility/lhvexception.h"
 #include "utility/paths.h"
 
 bool CThisApp::InitInstance() {
     if (!TakeInstance()) return false;
+    m_isRunning = StartUp();
+    if (!m_isRunning) {
+        // A start that ended in order is no unclean shutdown.
+        if (std::exchange(m_hasMarked, false)) WriteSetting("Execution", "WasShutDown", 1);
+        m_instance.Release();
+    }
+    return m_isRunning;
+}
 
+bool CThisApp::StartUp() {
     bool splash = ReadSetting("General", "ShowSplash", 1) == 1;
     if (splash && !m_frontEnd.ShowSplash()) {
         m_frontEnd.ReportProblem("Failed to create splash screen");
         WriteSetting("General", "ShowSplash", 0);
         splash = false;
     }
-    if (!m_frontEnd.PrepareControls()) return false;
-    if (!OpenFolder() || !CheckLastShutdown()) return false;
-    if (!m_frontEnd.LoadMainWindow()) return false;
+    const bool isLoaded = PrepareToLoad() && m_frontEnd.LoadMainWindow();
     if (splash) m_frontEnd.CloseSplash();
+    if (!isLoaded) return false;
 
     if (ReadSetting("Execution", "Configured", 0) == 0 && m_frontEnd.RunFirstSetup())
         WriteSetting("Execution", "Configured", 1);
@@ -29,7 +40,12 @@ bool CThisApp::InitInstance() {
     return true;
 }
 
+bool CThisApp::PrepareToLoad() {
+    return m_frontEnd.PrepareControls() && OpenFolder() && CheckLastShutdown();
+}
+
 void CThisApp::ExitInstance() {
+    if (!std::exchange(m_isRunning, false)) return;
     WriteSetting("Execution", "WasShutDown", 1);
     m_instance.Release();
 }
@@ -62,14 +78,17 @@ bool CThisApp::TakeInstance() {
 bool CThisApp::OpenFolder() {
     const std::string folder = GetDataFolder();
     if (!Platform::ChangeToFolder(WithoutSeparator(folder))) return Stop("Failed to set working directory.");
-    const std::string fault = CheckDataFolder(folder);
+    if (!m_frontEnd.RegisterMainWindow()) return false;
+    if (const std::string fault = CheckDataFolder(folder); !fault.empty()) return Stop(fault);
+    // Nothing may be written into a settings file that is none.
+    const std::string fault = CheckSettingsFile();
     return fault.empty() || Stop(fault);
 }
 
 bool CThisApp::CheckLastShutdown() {
     if (ReadSetting("Execution", "WasShutDown", 1) == 1) {
-        if (!WriteSetting("Execution", "WasShutDown", 0)) return Stop("The settings file cannot be written.");
-        return true;
+        m_hasMarked = WriteSetting("Execution", "WasShutDown", 0);
+        return m_hasMarked || Stop("The settings file cannot be written: " + DescribeLastError());
     }
     return !m_frontEnd.AskForRepair() || m_frontEnd.Repair();
 }

@@ -1,7 +1,8 @@
 // thisapp.h - the front end's start-up and shutdown, in their order.
 //
-// Errors   InitInstance() returns false after the front end has been told why;
-//          nothing needs to be undone then.
+// Errors   InitInstance() returns false after the front end has been told why,
+//          or has brought the other instance forward; nothing needs to be
+//          undone then, and ExitInstance() does nothing.
 // Threads  One.
 // Crash    "WasShutDown" stays 0 until ExitInstance(), so the next start knows.
 
@@ -21,9 +22,10 @@ public:
     virtual bool ActivateOtherInstance() = 0;
     virtual bool ShowSplash() = 0;
     virtual void CloseSplash() = 0;
-    virtual bool PrepareControls() = 0;  // of the window system, and the window class
-    virtual bool AskForRepair() = 0;     // the last run did not end cleanly: repair the data files?
-    virtual bool Repair() = 0;           // false: start-up ends
+    virtual bool PrepareControls() = 0;  // of the window system
+    virtual bool RegisterMainWindow() { return true; }
+    virtual bool AskForRepair() = 0;  // the last run did not end cleanly: repair the data files?
+    virtual bool Repair() = 0;        // false: start-up ends
     virtual bool LoadMainWindow() = 0;
     virtual bool RunFirstSetup() = 0;  // true when it was completed
     virtual void OpenLogWindow(bool visible) = 0;
@@ -39,16 +41,20 @@ public:
     CThisApp& operator=(const CThisApp&) = delete;
 
     bool InitInstance();
-    void ExitInstance();  // after InitInstance() has returned true
+    void ExitInstance();  // the clean end
 
 private:
+    bool StartUp();
     bool TakeInstance();
+    bool PrepareToLoad();
     bool OpenFolder();
     bool CheckLastShutdown();
     bool Stop(const std::string& message);
 
     IFrontEnd& m_frontEnd;
     Platform::CPresence m_instance;
+    bool m_isRunning = false;
+    bool m_hasMarked = false;  // "WasShutDown" went from 1 to 0
 };
 
 bool IsServerRunning();
