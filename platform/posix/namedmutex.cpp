@@ -36,7 +36,7 @@ struct CNamedMutex::CState {
     }
 
     const std::string path;  // "" when there is no folder
-    std::recursive_timed_mutex threads;
+    std::recursive_mutex threads;
     std::atomic<int> fd = -1;  // changes only under threads
     unsigned depth = 0;        // of the thread that owns it
 
@@ -58,19 +58,22 @@ struct CNamedMutex::CState {
         }
     }
 
-    bool TryLockProcesses(Clock::time_point end) {
-        auto wait = FirstWait;
+    // Owned by this thread already, or locked without waiting.
+    bool TryLock() {
+        if (!threads.try_lock()) return false;
+        if (depth > 0 || TryLockProcesses()) {
+            ++depth;
+            return true;
+        }
+        threads.unlock();
+        return false;
+    }
+
+    bool TryLockProcesses() {
         while (fd >= 0) {
-            if (LockFile(fd, LOCK_EX | LOCK_NB)) {
-                if (IsCurrent()) return true;
-                Reopen();
-                continue;
-            }
-            if (errno != EWOULDBLOCK) return true;  // a file system without locks
-            const auto now = Clock::now();
-            if (now >= end) return false;
-            std::this_thread::sleep_for(std::min<Clock::duration>(wait, end - now));
-            wait = std::min(wait * 2, LongestWait);
+            if (!LockFile(fd, LOCK_EX | LOCK_NB)) return errno != EWOULDBLOCK;  // a file system without locks
+            if (IsCurrent()) return true;
+            Reopen();
         }
         return true;
     }
@@ -115,14 +118,14 @@ void CNamedMutex::Lock() {
     errno = code;
 }
 
+// Nothing tells when another process lets go, so this looks again and again.
 bool CNamedMutex::TryLockFor(std::chrono::milliseconds limit) {
-    const auto end = Clock::now() + limit;
-    if (!m_state->threads.try_lock_for(limit)) return false;
-    if (m_state->depth == 0 && !m_state->TryLockProcesses(end)) {
-        m_state->threads.unlock();
-        return false;
+    const auto end = Clock::now() + std::min<std::chrono::milliseconds>(limit, std::chrono::hours(24 * 365));
+    for (auto wait = FirstWait; !m_state->TryLock(); wait = std::min(wait * 2, LongestWait)) {
+        const auto now = Clock::now();
+        if (now >= end) return false;
+        std::this_thread::sleep_for(std::min<Clock::duration>(wait, end - now));
     }
-    ++m_state->depth;
     return true;
 }
 
