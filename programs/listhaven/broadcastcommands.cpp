@@ -1,0 +1,178 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/broadcastjob.h"
+#include "engine/catalogue.h"
+#include "platform/process.h"
+#include "programs/listhaven/command.h"
+#include "programs/listhaven/jsonoutput.h"
+#include "programs/listhaven/progressbar.h"
+#include "programs/listhaven/tableprinter.h"
+#include "utility/lasterror.h"
+#include "utility/text.h"
+
+namespace {
+
+struct CArguments {
+    std::string message;
+    std::vector<std::string> lists;
+    std::string modes;
+    std::string id;
+    bool resume = false;
+    bool json = false;
+};
+
+BroadcastModes ParseModes(const std::string& text) {
+    if (text.empty()) return {};
+    BroadcastModes modes{false, false, false};
+    for (const std::string_view part : Split(text, ',')) {
+        const auto mode = ParseDeliveryMode(Trim(part));
+        if (!mode) throw CUsageFailure("--modes: \"" + std::string(part) + "\" is none; use regular, both, digest");
+        if (*mode == DeliveryMode::Regular) modes.regular = true;
+        if (*mode == DeliveryMode::Both) modes.both = true;
+        if (*mode == DeliveryMode::Digest) modes.digest = true;
+    }
+    return modes;
+}
+
+void PrintResult(const BroadcastInfo& info, bool json) {
+    if (json)
+        PrintJson({{"id", JsonText(info.id)},
+                   {"state", JsonText(BroadcastStateName(info.state))},
+                   {"copies", info.counts.copies},
+                   {"skipped", info.counts.skipped},
+                   {"blocked", info.counts.blocked}});
+    else
+        std::printf(
+            "Broadcast %s, %s: %llu copies, %llu skipped, %llu blocked\n", info.id.c_str(),
+            std::string(BroadcastStateName(info.state)).c_str(), static_cast<unsigned long long>(info.counts.copies),
+            static_cast<unsigned long long>(info.counts.skipped), static_cast<unsigned long long>(info.counts.blocked));
+}
+
+// Ctrl-C stops between two members; the broadcast can then be resumed.
+void RunJob(CBroadcastJobs& jobs, const std::string& id, bool json) {
+    Platform::CatchStopSignals();
+    BroadcastInfo info;
+    bool succeeded;
+    {
+        CProgressBar bar("Generating");
+        succeeded = jobs.Run(
+            id, [] { return Platform::StopSignalled(); },
+            [&](std::uint64_t position, std::uint64_t total) { bar.Show(position, total); }, info);
+    }
+    if (!succeeded) FailWithLastError("broadcast " + id + " was interrupted (see broadcast --resume)");
+    PrintResult(info, json);
+    if (info.state == BroadcastState::Interrupted)
+        throw CCommandFailure("broadcast " + id + " was stopped; resume it with: broadcast --resume " + id);
+}
+
+void Start(const CArguments& arguments) {
+    if (arguments.lists.empty()) throw CUsageFailure("--list is required");
+    const BroadcastModes modes = ParseModes(arguments.modes);
+    OpenDataFolder();
+    std::vector<std::uint32_t> numbers;
+    for (const std::string& list : arguments.lists)
+        numbers.push_back(GetCatalogue().GetListNumber(FindList(list)));
+    CBroadcastJobs jobs;
+    std::string id;
+    if (!jobs.Create(arguments.message, numbers, modes, id)) FailWithLastError(arguments.message);
+    RunJob(jobs, id, arguments.json);
+}
+
+void Resume(const CArguments& arguments) {
+    OpenDataFolder();
+    CBroadcastJobs jobs;
+    if (!arguments.id.empty()) return RunJob(jobs, arguments.id, arguments.json);
+    Platform::CatchStopSignals();
+    std::vector<BroadcastInfo> ran;
+    bool succeeded;
+    {
+        CProgressBar bar("Generating");
+        succeeded =
+            jobs.ResumeAll([] { return Platform::StopSignalled(); },
+                           [&](std::uint64_t position, std::uint64_t total) { bar.Show(position, total); }, ran);
+    }
+    const std::string reason = succeeded ? std::string() : DescribeLastError();
+    if (arguments.json) {
+        boost::json::array document;
+        for (const BroadcastInfo& info : ran)
+            document.push_back({{"id", JsonText(info.id)},
+                                {"state", JsonText(BroadcastStateName(info.state))},
+                                {"copies", info.counts.copies},
+                                {"skipped", info.counts.skipped},
+                                {"blocked", info.counts.blocked}});
+        PrintJson(document);
+    } else {
+        for (const BroadcastInfo& info : ran)
+            PrintResult(info, false);
+        if (ran.empty() && succeeded) std::printf("No broadcast is interrupted.\n");
+    }
+    if (!succeeded) throw CCommandFailure("a broadcast could not be resumed: " + reason);
+}
+
+void List(bool json) {
+    OpenDataFolder();
+    std::vector<BroadcastInfo> jobs;
+    if (!CBroadcastJobs().List(jobs)) FailWithLastError("the broadcasts could not be listed");
+    boost::json::array document;
+    CTablePrinter table({"Id", "State", "Position", "Members", "Copies", "Skipped", "Blocked", "Started", "Subject"});
+    for (const BroadcastInfo& info : jobs) {
+        boost::json::array lists(info.lists.begin(), info.lists.end());
+        document.push_back({{"id", JsonText(info.id)},
+                            {"state", JsonText(BroadcastStateName(info.state))},
+                            {"subject", JsonText(info.subject)},
+                            {"lists", lists},
+                            {"position", info.position},
+                            {"total", info.total},
+                            {"copies", info.counts.copies},
+                            {"skipped", info.counts.skipped},
+                            {"blocked", info.counts.blocked},
+                            {"started", info.started}});
+        table.AddRow({info.id, std::string(BroadcastStateName(info.state)), std::to_string(info.position),
+                      std::to_string(info.total), std::to_string(info.counts.copies),
+                      std::to_string(info.counts.skipped), std::to_string(info.counts.blocked),
+                      PrintableTime(info.started), info.subject});
+    }
+    json ? PrintJson(document) : table.Print();
+}
+
+}  // namespace
+
+void AddBroadcastCommands(CLI::App& app) {
+    auto arguments = std::make_shared<CArguments>();
+    CLI::App* broadcast = app.add_subcommand("broadcast", "Write one personalised copy per member into the send queue");
+    broadcast->add_option("--list", arguments->lists, "A list's number or name; may be given several times")
+        ->type_name("LIST")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    broadcast->add_option("--modes", arguments->modes, "Who gets it: regular, both, digest (default: regular,both)");
+    broadcast->add_flag("--resume", arguments->resume, "Go on with one interrupted broadcast, or with all");
+    broadcast->add_flag("--json", arguments->json);
+    broadcast->add_option("MESSAGE", arguments->message, "The message (.eml); with --resume a broadcast's identifier");
+    broadcast->require_subcommand(0, 1);
+
+    CLI::App* ls = broadcast->add_subcommand("ls", "Print the broadcasts: running, interrupted, done, cancelled");
+    ls->add_flag("--json", arguments->json);
+    ls->callback([arguments] { List(arguments->json); });
+
+    CLI::App* cancel = broadcast->add_subcommand("cancel", "End a broadcast for good; copies in the queue stay there");
+    cancel->add_option("ID", arguments->id)->required();
+    cancel->callback([arguments] {
+        OpenDataFolder();
+        if (!CBroadcastJobs().Cancel(arguments->id)) FailWithLastError("broadcast " + arguments->id);
+    });
+
+    broadcast->callback([arguments, broadcast] {
+        if (!broadcast->get_subcommands().empty()) return;
+        if (arguments->resume) {
+            if (!arguments->lists.empty()) throw CUsageFailure("--resume takes no --list");
+            arguments->id = arguments->message;
+            return Resume(*arguments);
+        }
+        if (arguments->message.empty()) throw CUsageFailure("MESSAGE.eml is required");
+        Start(*arguments);
+    });
+}

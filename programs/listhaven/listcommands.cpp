@@ -1,0 +1,189 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/catalogue.h"
+#include "engine/listremoval.h"
+#include "engine/memberstore.h"
+#include "mime/mailbox.h"
+#include "platform/process.h"
+#include "programs/listhaven/command.h"
+#include "programs/listhaven/jsonoutput.h"
+#include "programs/listhaven/tableprinter.h"
+#include "utility/text.h"
+
+namespace {
+
+struct CArguments {
+    std::string list;
+    std::string email;
+    std::string kind = "discussion";
+    std::string commandEmail;
+    std::string authorizedEmail;
+    std::string postEmail;
+    std::string key;
+    std::string value;
+    bool yes = false;
+    bool json = false;
+};
+
+void CheckAddress(const std::string& option, const std::string& address) {
+    std::string reason;
+    if (!IsPlausibleAddress(address, &reason)) throw CCommandFailure(option + ": " + address + ": " + reason);
+}
+
+void Create(const CArguments& arguments) {
+    NewList list;
+    list.name = Trim(arguments.list);
+    if (!ParseListKind(arguments.kind, list.kind))
+        throw CUsageFailure("--kind: " + arguments.kind + " is none; use discussion, announcement or autoresponder");
+    const struct {
+        const char* option;
+        const char* key;
+        const std::string& address;
+    } addresses[] = {{"--email", "List", arguments.email},
+                     {"--command-email", "Command", arguments.commandEmail},
+                     {"--authorized-email", "Authorized", arguments.authorizedEmail},
+                     {"--post-email", "Post", arguments.postEmail}};
+    for (const auto& entry : addresses) {
+        if (entry.address.empty()) continue;
+        CheckAddress(entry.option, entry.address);
+        list.listAddresses += std::string(entry.key) + ": " + entry.address + "\n";
+    }
+    OpenDataFolder();
+    const std::int32_t index = GetCatalogue().Create(list);
+    const std::uint32_t number = GetCatalogue().GetListNumber(index);
+    if (arguments.json)
+        PrintJson({{"number", number}});
+    else
+        std::printf("%u\n", number);
+}
+
+std::int32_t CountMembers(std::uint32_t number) {
+    CMemberStore members;
+    members.Open(number, CMemberStore::Access::ReadOnly);
+    return members.Count();
+}
+
+void List(bool json) {
+    OpenDataFolder();
+    CCatalogue& catalogue = GetCatalogue();
+    boost::json::array document;
+    CTablePrinter table({"No", "Name", "Kind", "Address", "Members"});
+    catalogue.ForEach([&](std::int32_t index) {
+        const std::uint32_t number = catalogue.GetListNumber(index);
+        const std::string name = catalogue.GetName(index);
+        const std::string kind(ListKindName(catalogue.GetKind(index)));
+        const std::int32_t members = CountMembers(number);
+        document.push_back({{"number", number},
+                            {"name", JsonText(name)},
+                            {"kind", JsonText(kind)},
+                            {"guid", JsonText(catalogue.GetGuid(index))},
+                            {"members", members}});
+        table.AddRow(
+            {std::to_string(number), name, kind, catalogue.GetListAddress(index, "List"), std::to_string(members)});
+        return true;
+    });
+    json ? PrintJson(document) : table.Print();
+}
+
+boost::json::value SettingAsJson(std::int32_t index, const ListSetting& setting) {
+    CCatalogue& catalogue = GetCatalogue();
+    switch (setting.kind) {
+        case SettingKind::Number:
+        case SettingKind::Flag:
+            return catalogue.GetNumber(index, setting.column);
+        case SettingKind::Fixed:
+            if (setting.column == ListColumn::Guid) break;
+            return setting.column == ListColumn::Number ? std::int64_t{catalogue.GetListNumber(index)}
+                                                        : catalogue.GetNumber(index, setting.column);
+        default:
+            break;
+    }
+    return JsonText(catalogue.GetByKey(index, setting.key));
+}
+
+void Show(const CArguments& arguments) {
+    OpenDataFolder();
+    const std::int32_t index = FindList(arguments.list);
+    CCatalogue& catalogue = GetCatalogue();
+    boost::json::object document;
+    CTablePrinter table({"Key", "Value", "Meaning"});
+    for (const ListSetting& setting : ListSettings) {
+        document[std::string(setting.key)] = SettingAsJson(index, setting);
+        std::string value = catalogue.GetByKey(index, setting.key);
+        ReplaceAll(value, "\n", "; ");
+        table.AddRow({std::string(setting.key), value, std::string(setting.meaning)});
+    }
+    boost::json::object addresses;
+    for (const char* key : {"list", "command", "authorized", "post"})
+        addresses[key] = JsonText(catalogue.GetListAddress(index, key));
+    document["addresses"] = addresses;
+    arguments.json ? PrintJson(document) : table.Print();
+}
+
+void Set(const CArguments& arguments) {
+    OpenDataFolder();
+    GetCatalogue().SetByKey(FindList(arguments.list), arguments.key, arguments.value);
+}
+
+bool Confirm(const std::string& name, std::int32_t members) {
+    std::fprintf(stderr, "Delete the list \"%s\" with its %d members and all its messages? [y/N] ",
+                 Printable(name).c_str(), members);
+    std::string answer;
+    std::getline(std::cin, answer);
+    return EqualNoCase(Trim(answer), "y") || EqualNoCase(Trim(answer), "yes");
+}
+
+void Delete(const CArguments& arguments) {
+    OpenDataFolder();
+    const std::int32_t index = FindList(arguments.list);
+    const std::uint32_t number = GetCatalogue().GetListNumber(index);
+    if (!arguments.yes) {
+        if (!Platform::InputIsTerminal()) throw CUsageFailure("--yes is required to delete a list");
+        if (!Confirm(GetCatalogue().GetName(index), CountMembers(number))) throw CCommandFailure("nothing was deleted");
+    }
+    const std::vector<std::string> left = RemoveList(index);
+    if (!left.empty()) throw CCommandFailure("the list is deleted, but this could not be removed: " + Join(left, ", "));
+}
+
+}  // namespace
+
+void AddListCommands(CLI::App& app) {
+    auto arguments = std::make_shared<CArguments>();
+    CLI::App* list = app.add_subcommand("list", "Mailing lists and their settings");
+    list->require_subcommand(1);
+
+    CLI::App* create = list->add_subcommand("create", "Make a list; prints its number");
+    create->add_option("NAME", arguments->list)->required();
+    create->add_option("--email", arguments->email, "The list's address")->required()->type_name("ADDRESS");
+    create->add_option("--kind", arguments->kind, "discussion, announcement or autoresponder")->capture_default_str();
+    create->add_option("--command-email", arguments->commandEmail, "Where commands go")->type_name("A");
+    create->add_option("--authorized-email", arguments->authorizedEmail, "Who may post")->type_name("A");
+    create->add_option("--post-email", arguments->postEmail, "Where posts go")->type_name("A");
+    create->add_flag("--json", arguments->json);
+    create->callback([arguments] { Create(*arguments); });
+
+    CLI::App* ls = list->add_subcommand("ls", "Print the lists");
+    ls->add_flag("--json", arguments->json);
+    ls->callback([arguments] { List(arguments->json); });
+
+    CLI::App* show = list->add_subcommand("show", "Print the settings of a list");
+    show->add_option("LIST", arguments->list)->required();
+    show->add_flag("--json", arguments->json);
+    show->callback([arguments] { Show(*arguments); });
+
+    CLI::App* set = list->add_subcommand("set", "Change a setting of a list");
+    set->add_option("LIST", arguments->list)->required();
+    set->add_option("KEY", arguments->key)->required();
+    set->add_option("VALUE", arguments->value)->required();
+    set->callback([arguments] { Set(*arguments); });
+
+    CLI::App* remove = list->add_subcommand("delete", "Delete a list with its members and messages");
+    remove->add_option("LIST", arguments->list)->required();
+    remove->add_flag("--yes", arguments->yes, "Do not ask");
+    remove->callback([arguments] { Delete(*arguments); });
+}

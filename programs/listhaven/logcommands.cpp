@@ -1,0 +1,147 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "engine/eventlog.h"
+#include "platform/clock.h"
+#include "platform/file.h"
+#include "platform/filestatus.h"
+#include "platform/process.h"
+#include "programs/listhaven/command.h"
+#include "programs/listhaven/jsonoutput.h"
+#include "programs/listhaven/tableprinter.h"
+#include "utility/text.h"
+
+namespace {
+
+struct CArguments {
+    int count = 20;
+    std::string level;
+    bool follow = false;
+    bool json = false;
+    std::int64_t bytes = 0;
+    std::string file;
+};
+
+constexpr const char* LevelNames[] = {"warning", "error", "fatal", "info", "debug", "debuglvl2"};
+
+int LevelOfName(const std::string& name) {
+    if (name.empty()) return -1;
+    for (int level = 0; level < 6; ++level) {
+        if (EqualNoCase(name, LevelNames[level])) return level;
+    }
+    throw CUsageFailure("--level: there is no level " + name + "; use warning, error, fatal, info, debug or debuglvl2");
+}
+
+// Reads whole lines from a file that others append to.
+class CLineReader {
+public:
+    explicit CLineReader(std::string path) : m_path(std::move(path)) {}
+
+    void ReadNew(const std::function<void(const std::string&)>& onLine) {
+        Platform::FileStatus status;
+        if (!Platform::GetFileStatus(m_path, status)) return;
+        if (status.identity != m_identity || status.size < m_position) {  // trimmed: a new file
+            m_identity = status.identity;
+            m_position = 0;
+            m_rest.clear();
+        }
+        Platform::CFile file;
+        if (!file.Open(m_path, Platform::FileMode::Read)) return;
+        std::string block(64 * 1024, '\0');
+        for (std::size_t got = 0;; got = 0) {
+            file.ReadAt(m_position, block.data(), block.size(), &got);
+            if (got == 0) return;
+            m_position += got;
+            m_rest.append(block, 0, got);
+            std::size_t start = 0;
+            for (std::size_t end; (end = m_rest.find('\n', start)) != std::string::npos; start = end + 1)
+                onLine(m_rest.substr(start, end - start));
+            m_rest.erase(0, start);
+        }
+    }
+
+private:
+    std::string m_path;
+    std::string m_rest;
+    std::uint64_t m_identity = 0;
+    std::uint64_t m_position = 0;
+};
+
+bool IsWanted(const std::string& line, int wantedLevel) {
+    if (wantedLevel < 0) return true;
+    std::string time;
+    int level = 0;
+    return ParseLogLine(line, time, &level, nullptr) && level == wantedLevel;
+}
+
+void PrintAsJson(const std::deque<std::string>& lines) {
+    boost::json::array document;
+    for (const std::string& line : lines) {
+        std::string time;
+        std::string message;
+        int level = 0;
+        if (!ParseLogLine(line, time, &level, &message)) continue;
+        document.push_back({{"time", JsonText(time)}, {"level", LevelNames[level]}, {"message", JsonText(message)}});
+    }
+    PrintJson(document);
+}
+
+void Show(const CArguments& arguments) {
+    if (arguments.count < 0) throw CUsageFailure("-n: must not be negative");
+    if (arguments.follow && arguments.json) throw CUsageFailure("--follow and --json exclude each other");
+    const int level = LevelOfName(arguments.level);
+    OpenDataFolder();
+    CLineReader reader(GetLogFileName());
+    std::deque<std::string> last;
+    reader.ReadNew([&](const std::string& line) {
+        if (!IsWanted(line, level)) return;
+        last.push_back(line);
+        if (last.size() > static_cast<std::size_t>(arguments.count)) last.pop_front();
+    });
+    if (arguments.json) return PrintAsJson(last);
+    for (const std::string& line : last)
+        std::printf("%s\n", Printable(line).c_str());
+    if (!arguments.follow) return;
+    Platform::CatchStopSignals();
+    while (!Platform::StopSignalled()) {
+        std::fflush(stdout);
+        Platform::SleepMilliseconds(200);
+        reader.ReadNew([&](const std::string& line) {
+            if (IsWanted(line, level)) std::printf("%s\n", Printable(line).c_str());
+        });
+    }
+}
+
+}  // namespace
+
+void AddLogCommands(CLI::App& app) {
+    auto arguments = std::make_shared<CArguments>();
+    CLI::App* log = app.add_subcommand("log", "Show the event log");
+    log->add_option("-n", arguments->count, "How many lines")->type_name("N")->capture_default_str();
+    log->add_option("--level", arguments->level, "Only lines of this level")->type_name("NAME");
+    log->add_flag("--follow", arguments->follow, "Go on with new lines until Ctrl-C");
+    log->add_flag("--json", arguments->json);
+    log->require_subcommand(0, 1);
+
+    CLI::App* trim = log->add_subcommand("trim", "Drop the older part when the log is longer than BYTES; 0 empties it");
+    trim->add_option("BYTES", arguments->bytes)->required()->check(CLI::NonNegativeNumber);
+    trim->callback([arguments] {
+        OpenDataFolder();
+        TrimLog(static_cast<std::uint64_t>(arguments->bytes));
+    });
+
+    CLI::App* save = log->add_subcommand("save", "Copy the log");
+    save->add_option("FILE", arguments->file)->required();
+    save->callback([arguments] {
+        OpenDataFolder();
+        SaveLogAs(arguments->file);
+    });
+
+    log->callback([arguments, log] {
+        if (log->get_subcommands().empty()) Show(*arguments);
+    });
+}

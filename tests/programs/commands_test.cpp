@@ -1,0 +1,138 @@
+// The commands as a user types them, from a new data folder to delivered copies.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/programs/programrunner.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> DeliveredCopies(const CProgramRunner& runner) {
+    std::vector<std::string> copies;
+    for (const auto& entry : fs::directory_iterator(runner.Path("delivered")))
+        copies.push_back(CProgramRunner::ReadFile(entry.path().string()));
+    return copies;
+}
+
+bool Contains(const std::string& text, const std::string& what) {
+    return text.find(what) != std::string::npos;
+}
+
+const char* const Message =
+    "From: News <list@lists.example>\r\nTo: list@lists.example\r\nCC: everybody@example.net\r\n"
+    "Bcc: boss@example.net\r\nSubject: Hello $(To-First-Name)\r\nMIME-Version: 1.0\r\n"
+    "Content-Type: multipart/alternative; boundary=b\r\n\r\n--b\r\nContent-Type: text/plain\r\n\r\n"
+    "Dear $(to-first-name) of $(Town)$(Unknown)!\r\n--b\r\nContent-Type: text/html\r\n\r\n"
+    "<p>Dear $(To-First-Name) of $(Town)!</p>\r\n--b--\r\n";
+
+}  // namespace
+
+TEST(Commands, FromAListToDeliveredCopies) {
+    CProgramRunner runner;
+    runner.MakeNullList("News");
+    runner.MustRun({"field", "set", "News", "3", "Town"});
+    runner.MustRun({"blocked", "add", "*@spam.example"});
+    runner.MustRun({"member", "add", "News", "anna@b.example", "--name", "Anna Berg", "--field", "Town=A & B"});
+    runner.MustRun({"member", "add", "News", "carl@b.example", "--name", "Carl", "--mode", "both"});
+    runner.MustRun({"member", "add", "News", "dora@b.example", "--mode", "digest"});
+    runner.MustRun({"member", "add", "News", "emil@spam.example"});
+    runner.MustRun({"member", "add", "News", "fritz@b.example"});
+    runner.MustRun({"member", "set", "News", "fritz@b.example", "--inactive", "bounces"});
+    const std::string message = runner.WriteFile("message.eml", Message);
+
+    const std::string counts = runner.MustRun({"broadcast", message, "--list", "1", "--json"});
+    EXPECT_TRUE(Contains(counts, "\"copies\":2")) << counts;
+    EXPECT_TRUE(Contains(counts, "\"skipped\":2")) << counts;
+    EXPECT_TRUE(Contains(counts, "\"blocked\":1")) << counts;
+    EXPECT_TRUE(Contains(runner.MustRun({"queue", "ls", "--json"}), "\"waiting\":2"));
+    EXPECT_TRUE(Contains(runner.MustRun({"send", "--json"}), "\"sent\":2"));
+    EXPECT_TRUE(Contains(runner.MustRun({"queue", "ls", "news", "--json"}), "\"waiting\":0"));
+
+    const std::vector<std::string> copies = DeliveredCopies(runner);
+    ASSERT_EQ(copies.size(), 2u);
+    const std::string& anna = Contains(copies[0], "anna@b.example") ? copies[0] : copies[1];
+    EXPECT_TRUE(Contains(anna, "To: \"Anna Berg\" <anna@b.example>\r\n")) << anna;
+    EXPECT_TRUE(Contains(anna, "Subject: Hello Anna\r\n")) << anna;
+    EXPECT_TRUE(Contains(anna, "Dear Anna of A & B!")) << anna;
+    EXPECT_TRUE(Contains(anna, "<p>Dear Anna of A &amp; B!</p>")) << anna;
+    EXPECT_TRUE(Contains(anna, "X-Lhv-Broadcast: ")) << anna;
+    EXPECT_FALSE(Contains(anna, "everybody@example.net")) << anna;
+    EXPECT_FALSE(Contains(anna, "boss@example.net")) << anna;
+}
+
+TEST(Commands, JsonNamesWhatTheTablesShow) {
+    CProgramRunner runner;
+    runner.MakeNullList("News");
+    runner.MustRun({"list", "set", "News", "smtpPassword", "secret"});
+    runner.MustRun({"member", "add", "News", "anna@b.example", "--name", "Dr. Anna van der Berg"});
+    runner.MustRun({"limit", "add", "smtp.example.net", "100", "1"});
+    const struct {
+        std::vector<std::string> arguments;
+        std::vector<std::string> expected;
+    } cases[] = {
+        {{"list", "ls"},
+         {"\"number\":1", "\"name\":\"News\"", "\"kind\":\"announcement\"", "\"guid\":\"{", "\"members\":1"}},
+        {{"list", "show", "news"}, {"\"maxConnections\":10", "\"addresses\":{\"list\":\"list@lists.example\""}},
+        {{"member", "ls", "1"},
+         {"\"address\":\"anna@b.example\"", "\"first\":\"Dr. Anna\"", "\"last\":\"van der Berg\"",
+          "\"mode\":\"regular\"", "\"inactive\":null", "\"fields\":{}"}},
+        {{"limit", "ls"}, {"\"host\":\"smtp.example.net\"", "\"maxMessages\":100", "\"periodHours\":1"}},
+        {{"queue", "ls"},
+         {"\"list\":", "\"waiting\":0", "\"claimed\":0", "\"sent\":0", "\"errors\":0", "\"expired\":0",
+          "\"parked\":0"}},
+        {{"account", "show", "News"}, {"\"SendMethod\":\"NullMessageSender\""}},
+        {{"settings", "get", "Service", "Period"}, {"\"value\":\"60\""}},
+    };
+    for (const auto& test : cases) {
+        std::vector<std::string> arguments = test.arguments;
+        arguments.push_back("--json");
+        const std::string document = runner.MustRun(arguments);
+        for (const std::string& expected : test.expected)
+            EXPECT_TRUE(Contains(document, expected)) << expected << " in " << document;
+        EXPECT_FALSE(Contains(document, "secret")) << document;
+    }
+}
+
+TEST(Commands, MessagesAreShownWithTheirTree) {
+    CProgramRunner runner;
+    const std::string file = runner.WriteFile("message.eml", Message);
+    const std::string document = runner.MustRun({"message", "show", file, "--json"});
+    for (const char* expected :
+         {"\"class\":\"CMimeMultipartAlternative\"", "\"boundary\":\"b\"", "\"class\":\"CMimeText\"",
+          "\"subType\":\"html\"", "\"name\":\"Subject\",\"stored\":\"Hello $(To-First-Name)\"", "\"textSha256\":"})
+        EXPECT_TRUE(Contains(document, expected)) << expected << " in " << document;
+}
+
+TEST(Commands, ADeletedListTakesItsFilesWithIt) {
+    CProgramRunner runner;
+    runner.MakeNullList("News");
+    runner.MustRun({"member", "add", "News", "anna@b.example"});
+    runner.MustRun({"broadcast", runner.WriteFile("message.eml", Message), "--list", "News"});
+    runner.MustRun({"list", "delete", "News", "--yes"});
+    EXPECT_EQ(runner.MustRun({"list", "ls", "--json"}), "[]\n");
+    EXPECT_FALSE(fs::exists(runner.DataFolder() + "/1.MBR"));
+    EXPECT_FALSE(fs::exists(runner.DataFolder() + "/SendDaemon/1"));
+    EXPECT_EQ(runner.MustRun({"list", "create", "News", "--email", "n@lists.example"}), "2\n");
+}
+
+TEST(Commands, ExpiredMessagesAreSetAside) {
+    CProgramRunner runner;
+    runner.MakeNullList("News");
+    runner.MustRun({"member", "add", "News", "anna@b.example"});
+    runner.MustRun({"broadcast", runner.WriteFile("message.eml", Message), "--list", "News"});
+    for (const auto& entry : fs::recursive_directory_iterator(runner.DataFolder() + "/SendDaemon/1")) {
+        if (entry.path().extension() == ".eml")
+            fs::last_write_time(entry.path(), fs::file_time_type::clock::now() - std::chrono::hours(49));
+    }
+    runner.MustRun({"settings", "set", "Service", "ExpireOutgoingMessages", "1"});
+    runner.MustRun({"settings", "set", "Service", "ExpireOutgoingAfter", "2"});
+    EXPECT_TRUE(Contains(runner.MustRun({"send", "--json"}), "\"expired\":1"));
+    EXPECT_TRUE(Contains(runner.MustRun({"queue", "ls", "--json"}), "\"expired\":1"));
+    EXPECT_TRUE(DeliveredCopies(runner).empty());
+    EXPECT_TRUE(Contains(runner.MustRun({"log", "--level", "info"}), "Hello"));
+}
