@@ -247,10 +247,7 @@ bool CBatchFolder::AddMessage(std::string_view source, Transfer transfer, Times 
 bool CBatchFolder::AddMessageText(std::string_view text, std::string& newPath) {
     const std::lock_guard guard(m_state->lock);
     return m_state->PlaceInBatch([&](const std::string& batchPath) {
-        CNewFile file;
-        if (!file.Create(batchPath, MessageExtension) || !file.Write(text) || !file.Publish()) return false;
-        newPath = file.GetFinalPath();
-        return true;
+        return WriteMessageToFolder(text, batchPath, newPath);
     });
 }
 

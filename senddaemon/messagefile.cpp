@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/file.h"
+#include "platform/filestatus.h"
 #include "platform/systemerror.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"
@@ -45,6 +46,16 @@ bool WriteCopy(std::string_view source, std::string_view extraHeaders, CNewFile&
     return AppendFile(source, target);
 }
 
+// A name that could not be flushed is taken back: the caller will try again.
+bool PublishOrRemove(CNewFile& file, std::string& newPath) {
+    if (!file.Publish()) {
+        if (!Platform::FileIsThere(file.GetTemporaryPath())) Platform::RemoveFile(file.GetFinalPath());
+        return false;
+    }
+    newPath = file.GetFinalPath();
+    return true;
+}
+
 bool NeedFolder(std::string_view folder) {
     if (folder.empty()) {
         SetLastErrorText("No folder is given for the message.");
@@ -78,12 +89,8 @@ bool CopyMessageFile(std::string_view source, std::string_view target, std::stri
 bool CopyMessageToFolder(std::string_view source, std::string_view folder, std::string_view extraHeaders,
                          std::string& newPath) {
     CNewFile copy;
-    if (!NeedFolder(folder) || !copy.Create(folder, MessageExtension) || !WriteCopy(source, extraHeaders, copy) ||
-        !copy.Publish()) {
-        return false;
-    }
-    newPath = copy.GetFinalPath();
-    return true;
+    return NeedFolder(folder) && copy.Create(folder, MessageExtension) && WriteCopy(source, extraHeaders, copy) &&
+           PublishOrRemove(copy, newPath);
 }
 
 bool MoveMessageToFolder(std::string_view source, std::string_view folder, std::string_view extraHeaders,
@@ -103,9 +110,6 @@ bool MoveMessageToFolder(std::string_view source, std::string_view folder, std::
 
 bool WriteMessageToFolder(std::string_view text, std::string_view folder, std::string& newPath) {
     CNewFile file;
-    if (!NeedFolder(folder) || !file.Create(folder, MessageExtension) || !file.Write(text) || !file.Publish()) {
-        return false;
-    }
-    newPath = file.GetFinalPath();
-    return true;
+    return NeedFolder(folder) && file.Create(folder, MessageExtension) && file.Write(text) &&
+           PublishOrRemove(file, newPath);
 }

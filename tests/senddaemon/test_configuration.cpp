@@ -1,0 +1,145 @@
+// Account configurations, and what the lists' settings put into them.
+
+#include "app/settings.h"
+#include "platform/faultplan.h"
+#include "senddaemon/configuration.h"
+#include "senddaemon/configureaccount.h"
+#include "senddaemon/senddaemon.h"
+#include "tests/senddaemon/sendfixture.h"
+
+namespace SendDaemon {
+
+namespace {
+
+class Configuration : public CSendFixture {};
+
+TEST_F(Configuration, KeysAreLettersAndDigits) {
+    struct CCase {
+        const char* key;
+        bool isGood;
+    };
+    const CCase cases[] = {{"Port", true}, {"a1", true},   {"", false},    {"1a", false},       {"a-b", false},
+                           {"a b", false}, {"a.b", false}, {"a_b", false}, {"a\xC3\xA4", false}};
+    CConfiguration config(InFolder("account/account.cfg"));
+    for (const CCase& each : cases) {
+        std::string value;
+        EXPECT_EQ(config.SetValue(each.key, "x"), each.isGood) << each.key;
+        EXPECT_EQ(config.GetValue(each.key, value), each.isGood) << each.key;
+        EXPECT_EQ(value, each.isGood ? "x" : "");
+    }
+    EXPECT_NE(GetLastErrorText().find("An internal error has occurred. Invalid arguments"), std::string::npos);
+}
+
+TEST_F(Configuration, ValuesSurvive) {
+    const std::string cases[] = {"",   "plain",      "a\\b\nc\rd\\n", "\\", "\\\\",      "  blanks  ",
+                                 "\t", "\"quoted\"", "'x'",           "\"", "a=b;c#[d]", "\xC3\xA4\xFF"};
+    CConfiguration config(InFolder("account.cfg"));
+    for (const std::string& value : cases) {
+        ASSERT_TRUE(config.SetValue("Password", value));
+        EXPECT_EQ(config.GetText("password"), value);
+        EXPECT_EQ(CConfiguration(config).GetText("Password"), value);
+    }
+    ASSERT_TRUE(config.SetValue("Long", std::string(1100, 'x')));
+    EXPECT_EQ(config.GetText("Long"), std::string(1023, 'x'));
+    MakeFile("other.cfg", "[Configuration]\nA=x\\ty\\\\z\n[Other]\nB=1\n");
+    const CConfiguration other(InFolder("other.cfg"));
+    EXPECT_EQ(other.GetText("A"), "xty\\z");
+    EXPECT_EQ(other.GetText("B"), "");
+}
+
+TEST_F(Configuration, ChangesAreSeenAndTold) {
+    struct CRecorder : CObserver {
+        void OnSubjectChanged(const CSubjectEvent& event) override { seen += event.key + "=" + event.value + ";"; }
+        std::string seen;
+    } recorder;
+    CConfiguration config(InFolder("account.cfg"));
+    config.Attach(recorder);
+    EXPECT_EQ(config.GetText("A"), "");
+    EXPECT_TRUE(config.SetValue("A", "1"));
+    CConfiguration other(config);
+    EXPECT_TRUE(other.SetValue("A", "2"));  // as another program does
+    EXPECT_EQ(config.GetText("A"), "2");
+    {
+        const Platform::CFaultPlan plan(Platform::Operation::Rename, 1);
+        EXPECT_FALSE(config.SetValue("A", "3"));
+    }
+    EXPECT_EQ(config.GetText("A"), "2");
+    config.Detach(recorder);
+    EXPECT_TRUE(config.SetValue("A", "4"));
+    EXPECT_EQ(recorder.seen, "A=1;");
+}
+
+TEST_F(Configuration, AccountsAreFilledFromTheListsSettings) {
+    CSendDaemon daemon;
+    CConfiguration* server = nullptr;
+    ASSERT_TRUE(daemon.Initialize(InFolder("SendDaemon"), server));
+    const std::string account = InFolder("SendDaemon/1");
+    ASSERT_TRUE(daemon.AddAccount(account)) << GetLastErrorText();
+    CListSettings settings{.smtpHost = "relay.example",
+                           .smtpLogin = "unused",
+                           .smtpPassword = "p\\w",
+                           .popHost = "pop.example",
+                           .popLogin = "pl",
+                           .popPassword = "pp",
+                           .maxConnections = 7,
+                           .maxMessagesPerConnection = 50,
+                           .dnsServer = "192.0.2.1",
+                           .relayHost = "fall.example",
+                           .relayNeedsLogin = true,
+                           .relayLogin = "rl",
+                           .relayPassword = "rp",
+                           .relayPopBeforeSmtp = true};
+    ASSERT_TRUE(WriteSetting("Service", "SmtpPort", 2525));
+    ASSERT_TRUE(ConfigureAccount(daemon, account, settings, nullptr)) << GetLastErrorText();
+    std::string content;
+    ASSERT_TRUE(ReadWholeFile(JoinPath(account, "account.cfg"), content));
+    content.erase(std::remove(content.begin(), content.end(), '\r'), content.end());
+    EXPECT_EQ(content,
+              "[Configuration]\nMaxConnections=7\nMaxMessagesPerConnection=50\nTimeout=60\nPort=2525\n"
+              "TurnOffDeliveryNotifications=False\nSendMethod=SmtpMessageSender2\nHostName=relay.example\nLogin=\n"
+              "Password=p\\\\w\nPopHostName=\nPopLogin=pl\nPopPassword=pp\n");
+    EXPECT_EQ(
+        std::filesystem::status(JoinPath(account, "account.cfg")).permissions() & std::filesystem::perms::others_all,
+        std::filesystem::perms::none);
+
+    settings.directDelivery = true;
+    ASSERT_TRUE(WriteSetting("Execution", "DebugMode", 1));
+    ASSERT_TRUE(ConfigureAccount(daemon, account, settings, nullptr));
+    const CConfiguration* config = daemon.GetAccountConfig(account);
+    ASSERT_NE(config, nullptr);
+    const std::pair<const char*, const char*> expected[] = {{"SendMethod", "DirectMessageSender"},
+                                                            {"DnsHostAddress", "192.0.2.1"},
+                                                            {"DnsPort", "0"},
+                                                            {"DnsTimeout", "10"},
+                                                            {"DnsRetries", "4"},
+                                                            {"DnsUseFallback", "0"},
+                                                            {"HostName", "fall.example"},
+                                                            {"Login", "rl"},
+                                                            {"Password", "rp"},
+                                                            {"PopHostName", "pop.example"},
+                                                            {"EnableTrace", "1"}};
+    for (const auto& [key, value] : expected)
+        EXPECT_EQ(config->GetText(key), value) << key;
+
+    ASSERT_TRUE(daemon.SetAccountValue(account, "SendMethod", "NullMessageSender"));
+    settings.maxConnections = 9;
+    ASSERT_TRUE(ConfigureAccount(daemon, account, settings, nullptr));
+    EXPECT_EQ(config->GetText("MaxConnections"), "7");
+    for (int level = 0; level <= 4; ++level) {
+        EXPECT_FALSE(m_log->Contains(level, "rp") || m_log->Contains(level, "p\\w")) << level;
+    }
+    EXPECT_FALSE(ConfigureAccount(daemon, InFolder("SendDaemon/2"), settings, nullptr));
+}
+
+TEST_F(Configuration, LogLevelsReachTheirOperation) {
+    for (int level = 0; level <= 4; ++level) {
+        EXPECT_TRUE(Log(level, "level " + std::to_string(level)));
+        EXPECT_TRUE(m_log->Contains(level, "level " + std::to_string(level)));
+    }
+    EXPECT_FALSE(Log(5, "x"));
+    EXPECT_FALSE(Log(-1, "x"));
+}
+
+}  // namespace
+
+}  // namespace SendDaemon

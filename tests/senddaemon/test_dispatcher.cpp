@@ -1,0 +1,205 @@
+// Dispatching: where each message goes, and when.
+
+#include <set>
+
+#include "tests/senddaemon/daemonfixture.h"
+
+namespace SendDaemon {
+
+namespace {
+
+class Dispatcher : public CDaemonFixture {};
+
+TEST_F(Dispatcher, SentAndUnusableMessagesAreFiled) {
+    Queue(3);
+    MakeFile("SendDaemon/1/odd/1.eml", "Subject: nobody\r\n\r\n");
+    MakeFile("SendDaemon/1/odd/2.eml", "");
+    struct CSink : ISendEvents {
+        void OnMessageSent(const std::string&, const std::string& returnPath, const std::string& recipients) override {
+            seen.insert(returnPath + ">" + recipients);
+        }
+        std::set<std::string> seen;
+    } sink;
+    ASSERT_TRUE(Start()) << GetLastErrorText();
+    m_daemon->SetEventSink(&sink);
+    const CSendResult result = RunToEnd();
+    EXPECT_EQ(result.sent, 3U);
+    EXPECT_EQ(result.failed, 2U);
+    EXPECT_EQ(Counts(), "0 0 3 2 0 0");
+    EXPECT_EQ(CountFilesUnder(InFolder("out")), 3U);
+    EXPECT_EQ(sink.seen,
+              (std::set<std::string>{"news@harbour.example>m0@there.example", "news@harbour.example>m1@there.example",
+                                     "news@harbour.example>m2@there.example"}));
+    std::uint32_t count = 0;
+    EXPECT_TRUE(m_daemon->GetSentCount(count));
+    EXPECT_EQ(count, 3U);
+    EXPECT_FALSE(Platform::FolderIsThere(JoinPath(m_account, "odd")));  // drained
+    EXPECT_FALSE(m_daemon->DispatchAll());
+    EXPECT_EQ(GetLastErrorText(), "Nothing to dispatch");
+
+    Set("SaveSentMessages", "0");
+    Queue(2);
+    EXPECT_EQ(RunToEnd().sent, 2U);
+    EXPECT_EQ(Counts(), "0 0 3 2 0 0");
+    Set("TargetFolder", "");
+    Queue(2);
+    EXPECT_EQ(RunToEnd().failed, 2U);
+    EXPECT_EQ(Counts(), "0 0 3 4 0 0");
+}
+
+TEST_F(Dispatcher, StartsWithTheStatedLogAndUndoesClaims) {
+    FillBatch("SendDaemon/1/.Queue/b", 4);
+    ASSERT_TRUE(Start());
+    EXPECT_EQ(Counts(), "4 0 0 0 0 0");
+    const auto lines = m_log->GetLines(4);
+    const std::vector<std::string> expected = {"CreateAccountConfig ()",
+                                               "FindAccountByRootFolder () successful.",
+                                               "Config file path: " + JoinPath(m_account, "account.cfg"),
+                                               "Created new configuration.",
+                                               "CreateDispatcher (\"" + m_account + "\"",
+                                               "Created new dispatcher",
+                                               "CDispatcher::Initialize (\"" + m_account + "\")",
+                                               "Initialized account",
+                                               "UndoQueueFolder ()",
+                                               "Queue folder undone",
+                                               "Message iterator initialized",
+                                               "InitializeSenders()  MaxSenders = 1",
+                                               "Successfully initialized senders"};
+    EXPECT_EQ(lines, expected);
+    CConfiguration* server = nullptr;
+    EXPECT_FALSE(m_daemon->Initialize(m_root, server));
+    EXPECT_EQ(GetLastErrorText(), "Sending daemon already initialized.");
+    EXPECT_EQ(RunToEnd().sent, 4U);
+}
+
+TEST_F(Dispatcher, OneProgramSendsAtATime) {
+    ASSERT_TRUE(Start());
+    FillBatch("SendDaemon/1/.Queue/b", 1);
+    CSendDaemon second;
+    CConfiguration* server = nullptr;
+    ASSERT_TRUE(second.Initialize(InFolder("x/../SendDaemon"), server));
+    EXPECT_FALSE(second.AddAccount(m_account));
+    EXPECT_NE(GetLastErrorText().find("Another program is already sending"), std::string::npos);
+    EXPECT_EQ(Counts(), "0 1 0 0 0 0");  // its claims were left alone
+    m_daemon.reset();
+    EXPECT_TRUE(second.AddAccount(m_account));
+    EXPECT_EQ(Counts(), "1 0 0 0 0 0");
+}
+
+TEST_F(Dispatcher, LimitsParkAndTimeFrees) {
+    Queue(5);
+    Set("HostName", "relay.example");
+    CDispatchChecker checker;
+    checker.SetFolder(m_root);
+    checker.SetChecks({{"RELAY.example", 2, 1}});
+    ASSERT_TRUE(checker.Save());
+    ASSERT_TRUE(Start());
+    CSendResult result = RunToEnd();
+    EXPECT_EQ(result.sent, 2U);
+    EXPECT_EQ(result.heldBack, 3U);
+    EXPECT_EQ(Counts(), "0 0 2 0 0 3");
+    const auto notices = m_log->GetLines(3);
+    EXPECT_EQ(notices.size(), 3U);
+    EXPECT_TRUE(m_log->Contains(3, "Message \"News\" to m"));
+    EXPECT_TRUE(m_log->Contains(3, "@there.example will be sent later. Server limit reached."));
+
+    m_shift = 3590;  // not yet an hour
+    EXPECT_EQ(RunToEnd().sent, 0U);
+    EXPECT_EQ(Counts(), "0 0 2 0 0 3");
+    m_shift = 3700;
+    result = RunToEnd();
+    EXPECT_EQ(result.sent, 2U);
+    EXPECT_EQ(Counts(), "0 0 4 0 0 1");
+    checker.SetChecks({});  // the operator lifts the limit while the daemon runs
+    ASSERT_TRUE(checker.Save());
+    m_shift = 2 * 3700;
+    MakeOlder(JoinPath(m_account, ".Blocked"), 3700);
+    EXPECT_EQ(RunToEnd().sent, 1U);
+    EXPECT_EQ(Counts(), "0 0 5 0 0 0");
+
+    FillBatch("SendDaemon/1/.Blocked/b", 700);
+    FillBatch("SendDaemon/1/.Blocked/c", 1);
+    MakeOlder(JoinPath(m_account, ".Blocked/b"), 3700);
+    m_shift = 0;
+    ASSERT_TRUE(Start());  // all that are due, at once
+    EXPECT_EQ(Counts(), "700 0 5 0 0 1");
+    EXPECT_FALSE(Platform::FolderIsThere(JoinPath(m_account, ".Blocked/b")));
+}
+
+TEST_F(Dispatcher, OldMessagesExpire) {
+    Queue(2, "old");
+    MakeOlder(m_account, 7200);
+    FillBatch("SendDaemon/1/.Blocked/b", 1);
+    MakeOlder(JoinPath(m_account, ".Blocked"), 9000);
+    Queue(1, "new");
+    m_daemon = std::make_unique<CSendDaemon>();
+    m_daemon->SetExpiry(3600);
+    CConfiguration* server = nullptr;
+    ASSERT_TRUE(m_daemon->Initialize(m_root, server) && m_daemon->AddAccount(m_account));
+    const CSendResult result = RunToEnd();
+    EXPECT_EQ(result.sent, 1U);
+    EXPECT_EQ(result.expired, 2U);
+    EXPECT_EQ(Counts(), "0 0 1 0 3 0");
+    EXPECT_TRUE(m_log->Contains(3, "Message \"News\" to old1@there.example has expired"));
+}
+
+TEST_F(Dispatcher, SendsOnAsManyConnectionsAsAllowed) {
+    struct CCase {
+        const char* maxConnections;
+        int expected;
+    };
+    for (const CCase& each : {CCase{"0", 1}, CCase{"abc", 1}, CCase{"-3", 1}, CCase{"", 1}, CCase{"3", 3}}) {
+        const auto gate = RegisterGatedKind("Gate");
+        Set("SendMethod", "Gate");
+        Set("MaxConnections", each.maxConnections);
+        ASSERT_TRUE(Start());
+        Queue(5);
+        for (int i = 0; i < 8; ++i)
+            EXPECT_TRUE(m_daemon->DispatchAll());  // busy is no failure
+        EXPECT_TRUE(gate->WaitForRunning(each.expected));
+        EXPECT_TRUE(m_daemon->IsAnySending());
+        gate->Open();
+        EXPECT_EQ(RunToEnd().sent, 5U);
+        EXPECT_EQ(gate->mostRunning, each.expected) << each.maxConnections;
+        EXPECT_GT(gate->idleCalls, 0);
+        EXPECT_FALSE(m_daemon->IsAnySending());
+    }
+}
+
+TEST_F(Dispatcher, FollowsItsConfigurationWhileItRuns) {
+    const auto gate = RegisterGatedKind("Gate");
+    gate->Open();
+    ASSERT_TRUE(Start());
+    Queue(2);
+    EXPECT_EQ(RunToEnd().sent, 2U);
+    ASSERT_TRUE(m_daemon->SetAccountValue(m_account, "SendMethod", "Gate"));  // its only slot is taken
+    Queue(2);
+    EXPECT_EQ(RunToEnd().sent, 2U);
+    EXPECT_EQ(gate->delivered.size(), 2U);
+    ASSERT_TRUE(m_daemon->SetAccountValue(m_account, "BeingUnregistered", "1"));
+    Queue(1);
+    EXPECT_FALSE(m_daemon->GetDispatcher(m_account)->Dispatch());
+    EXPECT_EQ(GetLastErrorText(), "The account \"" + m_account + "\" is being unregistered.");
+    EXPECT_EQ(RunToEnd().sent, 0U);
+    EXPECT_EQ(Counts(), "1 0 4 0 0 0");
+}
+
+TEST_F(Dispatcher, AccountsThatCannotBeServedSayWhy) {
+    ASSERT_TRUE(Start());
+    EXPECT_FALSE(m_daemon->AddAccount(MakeFile("SendDaemon/2", "a file")));
+    EXPECT_FALSE(m_daemon->AddAccount(""));
+    EXPECT_FALSE(m_daemon->SetAccountValue(InFolder("SendDaemon/3"), "A", "1"));
+    EXPECT_NE(GetLastErrorText().find("Invalid arguments"), std::string::npos);
+    EXPECT_EQ(m_daemon->GetAccounts(), std::vector<std::string>{m_account});
+
+    ASSERT_TRUE(m_daemon->SetAccountValue(m_account, "SendMethod", "Pigeon"));
+    Queue(3);
+    const CSendResult result = RunToEnd();
+    EXPECT_TRUE(result.gaveUp);
+    EXPECT_EQ(result.reason, "There is no send method \"Pigeon\".");
+    EXPECT_EQ(Counts(), "3 0 0 0 0 0");
+}
+
+}  // namespace
+
+}  // namespace SendDaemon

@@ -1,0 +1,132 @@
+// The loops: they neither lose a message nor end early, whatever fails.
+
+#include "platform/faultplan.h"
+#include "tests/senddaemon/daemonfixture.h"
+
+namespace SendDaemon {
+
+namespace {
+
+class SendLoop : public CDaemonFixture {};
+
+TEST_F(SendLoop, ManyMessagesOnSeveralAccounts) {
+    const std::string other = JoinPath(m_root, "2");
+    std::string content;
+    ASSERT_TRUE(ReadWholeFile(GetAccountConfigPath(m_account), content));
+    MakeFile("SendDaemon/2/account.cfg", content);
+    Set("MaxConnections", "4");
+    FillBatch("SendDaemon/2/b", 150);
+    Queue(300);
+    ASSERT_TRUE(Start() && m_daemon->AddAccount(other));
+    std::uint64_t reported = 0;
+    m_options.progress = [&](const CSendResult& result) { reported = result.sent; };
+    const CSendResult result = RunToEnd();
+    EXPECT_EQ(result.sent, 450U);
+    EXPECT_GT(reported, 0U);
+    EXPECT_EQ(CountFilesUnder(InFolder("out")), 450U);
+    EXPECT_EQ(Counts(), "0 0 300 0 0 0");
+    EXPECT_FALSE(m_daemon->IsAnySending());
+}
+
+TEST_F(SendLoop, OnePassTriesEachMessageOnce) {
+    const auto gate = RegisterGatedKind("Gate");
+    gate->Open();
+    Set("SendMethod", "Pigeon");
+    Queue(4);
+    ASSERT_TRUE(Start());
+    CSendResult result = RunOnce(*m_daemon, m_options);
+    EXPECT_EQ(result.sent + result.failed, 0U);
+    EXPECT_EQ(Counts(), "4 0 0 0 0 0");
+    ASSERT_TRUE(m_daemon->SetAccountValue(m_account, "SendMethod", "Gate"));
+    Queue(1, "fail");
+    result = RunOnce(*m_daemon, m_options);
+    EXPECT_EQ(result.sent, 4U);
+    EXPECT_EQ(result.failed, 1U);
+    EXPECT_EQ(Counts(), "0 0 4 1 0 0");
+    EXPECT_EQ(RunOnce(*m_daemon, m_options).sent, 0U);
+}
+
+TEST_F(SendLoop, StoppingGivesBackWhatWasNotDelivered) {
+    const auto gate = RegisterGatedKind("Gate");
+    Set("SendMethod", "Gate");
+    Set("MaxConnections", "2");
+    Queue(5);
+    ASSERT_TRUE(Start());
+    m_options.stopRequested = [&] {
+        const std::lock_guard guard(gate->lock);
+        return gate->running == 2;
+    };
+    const CSendResult result = RunUntilStopped(*m_daemon, m_options);
+    EXPECT_TRUE(result.wasStopped);
+    EXPECT_EQ(result.sent + result.failed, 0U);
+    EXPECT_EQ(gate->cancelled, 2);
+    EXPECT_EQ(Counts(), "5 0 0 0 0 0");
+    gate->isCancelled = false;
+    gate->Open();
+    m_options.stopRequested = {};
+    EXPECT_EQ(RunToEnd().sent, 5U);  // the daemon can go on
+}
+
+TEST_F(SendLoop, RunningSeesMessagesThatComeLater) {
+    ASSERT_TRUE(Start());
+    int asked = 0;
+    m_options.idlePause = std::chrono::milliseconds(5);
+    m_options.stopRequested = [&] {
+        if (++asked == 3) Queue(2);
+        return asked > 100000 || CountAccountMessages(m_account).sent == 2;
+    };
+    EXPECT_TRUE(RunUntilStopped(*m_daemon, m_options).wasStopped);
+    EXPECT_EQ(Counts(), "0 0 2 0 0 0");
+}
+
+// The n-th operation fails, for every n until none is left to fail: at the end
+// of each run every message is in exactly one folder, and a second run without
+// fault sends the rest.
+TEST_F(SendLoop, EveryMessageIsInOnePlaceWhateverFails) {
+    constexpr std::size_t Messages = 3;
+    using Platform::Operation;
+    for (const auto operation : {Operation::Rename, Operation::Remove, Operation::Open, Operation::Read,
+                                 Operation::FlushFolder, Operation::MakeFolder}) {
+        bool wasHit = true;
+        for (unsigned n = 1; wasHit; ++n) {
+            ASSERT_TRUE(RemoveFolderTree(InFolder("out")));
+            for (const char* folder : {".Sent", ".Errors", ".Queue"}) {
+                ASSERT_TRUE(RemoveFolderTree(JoinPath(m_account, folder)));
+            }
+            Queue(static_cast<int>(Messages));
+            {
+                const Platform::CFaultPlan plan(operation, n);
+                if (Start()) RunToEnd();
+                wasHit = plan.WasHit();
+            }
+            const std::string where = std::to_string(static_cast<int>(operation)) + " " + std::to_string(n);
+            ASSERT_EQ(CountFilesUnder(m_account), Messages) << where;
+            ASSERT_TRUE(Start()) << where;
+            EXPECT_FALSE(RunToEnd().gaveUp) << where;
+            EXPECT_EQ(CountFilesUnder(m_account), Messages) << where;
+            const CAccountCounts counts = CountAccountMessages(m_account);
+            EXPECT_EQ(counts.sent + counts.errors, Messages) << where << " " << Counts();
+            // A claim that could not be filed as sent goes out again, no other.
+            EXPECT_GE(CountFilesUnder(InFolder("out")), counts.sent) << where;
+            EXPECT_LE(CountFilesUnder(InFolder("out")), counts.sent + 1) << where;
+        }
+    }
+}
+
+TEST_F(SendLoop, ADiskThatStaysFullDoesNotMakeItSpin) {
+    Queue(3);
+    ASSERT_TRUE(Start());
+    {
+        const Platform::CFaultPlan plan(Platform::Operation::Rename, 1, Platform::CFaultPlan::After::Stays);
+        const CSendResult result = RunToEnd();
+        EXPECT_TRUE(result.gaveUp);
+        EXPECT_FALSE(result.reason.empty());
+    }
+    EXPECT_EQ(CountFilesUnder(m_account), 3U);
+    EXPECT_LE(m_log->GetLines(4).size(), 200U);
+    EXPECT_EQ(RunToEnd().sent, 3U);
+}
+
+}  // namespace
+
+}  // namespace SendDaemon
