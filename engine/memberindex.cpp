@@ -129,6 +129,7 @@ struct CSSIndex::CFileState {
     bool hasTables = false;
     Access access = Access::ReadWrite;
     std::uint64_t identity = 0;
+    std::uint64_t pageSize = 0;
 
     ~CFileState() {
         if (environment) mdb_env_close(environment);
@@ -136,6 +137,7 @@ struct CSSIndex::CFileState {
 
     void OpenEnvironment();
     void OpenTables();
+    std::uint64_t SizeItSays() const;
     bool IsLongEnough(std::uint64_t size) const;
     void KeepLongEnough();
     void Grow();
@@ -183,6 +185,9 @@ void CSSIndex::CFileState::OpenEnvironment() {
     Check(path, mdb_env_open(environment, path.c_str(), flags, 0660));
     if (!Platform::GetFileStatus(path, status)) throw CLhvException("The index " + path + " has vanished.");
     identity = status.identity;
+    MDB_stat statistics{};
+    Check(path, mdb_env_stat(environment, &statistics));
+    pageSize = statistics.ms_psize;
     if (!IsLongEnough(status.size)) throw CIndexDamaged("The index " + path + " is shorter than it says.");
 }
 
@@ -199,27 +204,24 @@ void CSSIndex::CFileState::OpenTables() {
     if (writes) KeepLongEnough();
 }
 
-// Reading a mapped page behind the end of the file would end the process.
-bool CSSIndex::CFileState::IsLongEnough(std::uint64_t size) const {
+std::uint64_t CSSIndex::CFileState::SizeItSays() const {
     MDB_envinfo info{};
-    MDB_stat statistics{};
     Check(path, mdb_env_info(environment, &info));
-    Check(path, mdb_env_stat(environment, &statistics));
-    return size >= (std::uint64_t{info.me_last_pgno} + 1) * statistics.ms_psize;
+    return (std::uint64_t{info.me_last_pgno} + 1) * pageSize;
+}
+
+// Reading a mapped page behind the end of the file would end the process, and
+// the first two pages say how many there are.
+bool CSSIndex::CFileState::IsLongEnough(std::uint64_t size) const {
+    return size >= 2 * pageSize && size >= SizeItSays();
 }
 
 // The library leaves out pages at the end that a change took and gave back.
 void CSSIndex::CFileState::KeepLongEnough() {
     Platform::FileStatus status;
     if (!Platform::GetFileStatus(path, status) || IsLongEnough(status.size)) return;
-    MDB_envinfo info{};
-    MDB_stat statistics{};
-    Check(path, mdb_env_info(environment, &info));
-    Check(path, mdb_env_stat(environment, &statistics));
     Platform::CFile file;
-    if (file.Open(path, Platform::FileMode::ReadWrite)) {
-        file.SetSize((std::uint64_t{info.me_last_pgno} + 1) * statistics.ms_psize);
-    }
+    if (file.Open(path, Platform::FileMode::ReadWrite)) file.SetSize(SizeItSays());
 }
 
 void CSSIndex::CFileState::Grow() {

@@ -1,0 +1,32 @@
+// memberfixture.h - a data folder of its own, and members to put into it.
+
+#ifndef LISTHAVEN_TESTS_ENGINE_MEMBERFIXTURE_H
+#define LISTHAVEN_TESTS_ENGINE_MEMBERFIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "app/datafolder.h"
+#include "engine/memberstore.h"
+#include "platform/file.h"
+#include "tests/platform/temporaryfolder.h"
+
+class CDataFolderTest : public testing::Test {
+protected:
+    CDataFolderTest() { UseDataFolder(m_folder.GetPath()); }
+    ~CDataFolderTest() override { Platform::SetFlushEnabled(true); }
+
+    std::string PathOf(const std::string& name) const { return m_folder / name; }
+
+    static CMember MakeMember(const std::string& address) {
+        CMember member;
+        member.address = address;
+        return member;
+    }
+
+private:
+    CTemporaryFolder m_folder;
+};
+
+#endif  // LISTHAVEN_TESTS_ENGINE_MEMBERFIXTURE_H
