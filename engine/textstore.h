@@ -82,6 +82,7 @@ public:
     TextStoreReport Repair(std::span<const std::int32_t> inUse);
 
 private:
+    struct CCheck;
     struct CState;
     std::unique_ptr<CState> m_state;
 };
