@@ -4,7 +4,8 @@
 // log per broadcast); an "X-Lhv-Recipient-Override" of the message is dropped
 // likewise.  A message without From is from the list: its name and address.
 //
-// Errors   false, with the reason in the last-error text.
+// Errors   false or Failed, with the reason in the last-error text; CLhvException
+//          from the stores.
 // Threads  One at a time in the process: the table of data fields is shared.
 // Cost     What is the same in all copies is serialised once per list; a copy
 //          costs its references and its file.
@@ -43,8 +44,10 @@ struct BroadcastList {
     std::string commandAddress;
     std::string authorizedAddress;
     std::string postAddress;
+    bool emptySender = false;  // the copies get an empty envelope sender, unless the message has one of its own
 };
-bool ReadBroadcastList(std::uint32_t number, BroadcastList& list);  // from the catalogue
+// From the catalogue.  False only when there is no such list; faults throw CLhvException.
+bool ReadBroadcastList(std::uint32_t number, BroadcastList& list);
 
 enum class CopyResult {
     Made,

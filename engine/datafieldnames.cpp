@@ -1,6 +1,7 @@
 #include <array>
 
 #include "engine/datafields.h"
+#include "engine/standardfields.h"
 
 namespace {
 
@@ -62,10 +63,11 @@ constexpr std::array FieldRows = {
     FieldRow{DataField::LastName, "Last-Name", "Last name that the message goes to."},
 };
 
+// Custom fields are kept apart from the same names.
 constexpr bool RowsStandInOrder() {
     if (FieldRows.size() != static_cast<std::size_t>(DataField::Count)) return false;
     for (std::size_t i = 0; i < FieldRows.size(); ++i) {
-        if (FieldRows[i].field != static_cast<DataField>(i)) return false;
+        if (FieldRows[i].field != static_cast<DataField>(i) || FieldRows[i].name != StandardFieldNames[i]) return false;
     }
     return true;
 }

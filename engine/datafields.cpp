@@ -56,11 +56,7 @@ bool HoldsReferenceMarks(std::string_view text) noexcept {
 
 // No character that HTML writes otherwise.
 bool IsSameInHtml(std::string_view text) noexcept {
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < ' ' || byte > '~' || c == '&' || c == '<' || c == '>' || c == '"' || c == '\'') return false;
-    }
-    return true;
+    return text.find_first_of("&<>\"") == std::string_view::npos;
 }
 
 }  // namespace
@@ -161,6 +157,12 @@ std::string GetDataField(std::string_view name) {
     return entry != nullptr ? entry->value : std::string();
 }
 
+bool HoldsDataField(std::string_view text) noexcept {
+    std::size_t start = 0;
+    std::size_t end = 0;
+    return FindReference(text, 0, start, end);
+}
+
 bool ContainsDataField(std::string_view text) noexcept {
     const std::size_t start = text.find("$(");
     if (start == std::string_view::npos) return false;
@@ -170,9 +172,7 @@ bool ContainsDataField(std::string_view text) noexcept {
 
 void ExpandDataFields(std::string* text, bool htmlMode) {
     if (text == nullptr) ThrowInternalError(SourceName, __LINE__);
-    std::size_t start = 0;
-    std::size_t end = 0;
-    if (!FindReference(*text, 0, start, end)) return;
+    if (!HoldsDataField(*text)) return;
     std::string result;
     CDataFieldExpansion(htmlMode).Append(result, *text);
     *text = std::move(result);

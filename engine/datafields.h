@@ -85,7 +85,9 @@ void SetDataField(std::string_view name, std::string_view value, bool isHtml = f
 void SetDataField(DataField field, std::string_view value, bool isHtml = false);
 std::string GetDataField(std::string_view name);  // "" when there is none; as it was set
 
-// The first ")" of the whole text must lie behind the first "$(".
+bool HoldsDataField(std::string_view text) noexcept;  // there is a "$(" with a ")" behind it
+
+// As rules ask: the first ")" of the whole text must lie behind the first "$(".
 bool ContainsDataField(std::string_view text) noexcept;
 
 // Values are inserted HTML-encoded or plain, as htmlMode says; a field that is

@@ -11,14 +11,19 @@
 #ifndef LISTHAVEN_ENGINE_EXPANDMESSAGE_H
 #define LISTHAVEN_ENGINE_EXPANDMESSAGE_H
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
+class CMimeHeader;
 class CMimeMessage;
 
 void ExpandMessage(CMimeMessage* message);
 
 // One header value, decoded; false when there was nothing to expand.
 bool ExpandHeaderValue(std::string& value);
+
+// A decoded value of one line, in the form that the field wants (addressline.h).
+void StoreHeaderValue(CMimeHeader& header, std::size_t index, const std::string& value);
 
 #endif  // LISTHAVEN_ENGINE_EXPANDMESSAGE_H

@@ -1,0 +1,104 @@
+#include "engine/preparedtext.h"
+
+#include "mime/transferencoding.h"
+#include "utility/text.h"
+
+namespace {
+
+constexpr std::size_t LongLine = 72;  // characters; from here on a text is quoted-printable
+
+bool HasLongLine(std::string_view text) noexcept {
+    std::size_t length = 0;
+    for (const char c : text) {
+        length = c == '\r' || c == '\n' ? 0 : length + 1;
+        if (length >= LongLine) return true;
+    }
+    return false;
+}
+
+std::string HeaderWith(const CMimeText& entity, const char* encoding) {
+    CMimeHeader header = entity.GetHeader();
+    header.SetField("Content-Transfer-Encoding", encoding);
+    return LfToCrLf(header.GetText() + "\n");
+}
+
+void AppendPlain(std::string& result, std::string_view text) {
+    result.append(LfToCrLf(CrLfToLf(text)));
+}
+
+void AppendQuoted(std::string& result, std::string_view text) {
+    result.append(LfToCrLf(EncodeQuotedPrintable(text)));
+}
+
+}  // namespace
+
+CPreparedText::CPreparedText(const CMimeText& entity)
+    : m_isHtml(EqualNoCase(entity.GetSubType(), "html")),
+      m_plainHeader(HeaderWith(entity, "7bit")),
+      m_quotedHeader(HeaderWith(entity, "quoted-printable")) {
+    const std::string text = entity.GetBody();
+    const std::string_view rest = text;
+    std::size_t runStart = 0;  // of the run without references that is being collected
+    std::size_t position = 0;
+    const auto addPlain = [&](std::size_t end) {
+        if (end == runStart) return;
+        const std::string_view lines = rest.substr(runStart, end - runStart);
+        Run& run = m_runs.emplace_back();
+        AppendPlain(run.plain, lines);
+        AppendQuoted(run.quoted, lines);
+        m_hasLongLine |= HasLongLine(lines);
+    };
+    for (;;) {
+        const std::size_t start = rest.find("$(", position);
+        const std::size_t close = start == std::string_view::npos ? start : rest.find(')', start);
+        if (close == std::string_view::npos) break;
+        const std::size_t before = start == 0 ? std::string_view::npos : rest.rfind('\n', start - 1);
+        const std::size_t lineStart = before == std::string_view::npos ? 0 : before + 1;
+        addPlain(lineStart);
+        std::size_t lineEnd = close + 1;
+        // A reference may open in the line in which another one ends.
+        for (;;) {
+            const std::size_t newline = rest.find('\n', lineEnd);
+            const std::size_t end = newline == std::string_view::npos ? rest.size() : newline + 1;
+            const std::size_t next = rest.find("$(", lineEnd);
+            const std::size_t nextClose = next < end ? rest.find(')', next) : std::string_view::npos;
+            if (nextClose == std::string_view::npos) {
+                lineEnd = end;
+                break;
+            }
+            lineEnd = nextClose + 1;
+        }
+        Run& run = m_runs.emplace_back();
+        run.text = CDataFieldText(rest.substr(lineStart, lineEnd - lineStart));
+        run.hasReferences = true;
+        runStart = position = lineEnd;
+    }
+    addPlain(rest.size());
+}
+
+void CPreparedText::Expand(CDataFieldExpansion& expansion) {
+    m_isQuoted = m_hasLongLine;
+    for (Run& run : m_runs) {
+        if (!run.hasReferences) continue;
+        run.expanded.clear();
+        expansion.Append(run.expanded, run.text);
+        m_isQuoted = m_isQuoted || HasLongLine(run.expanded);
+    }
+}
+
+void CPreparedText::AppendEntity(std::string& result) const {
+    result.append(m_isQuoted ? m_quotedHeader : m_plainHeader);
+    AppendBody(result);
+}
+
+void CPreparedText::AppendBody(std::string& result) const {
+    for (const Run& run : m_runs) {
+        if (!run.hasReferences) {
+            result.append(m_isQuoted ? run.quoted : run.plain);
+        } else if (m_isQuoted) {
+            AppendQuoted(result, run.expanded);
+        } else {
+            AppendPlain(result, run.expanded);
+        }
+    }
+}
