@@ -1,0 +1,80 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "app/datafolder.h"
+#include "app/logcontext.h"
+#include "app/productname.h"
+#include "app/pumpmessages.h"
+#include "app/stoplist.h"
+#include "tests/platform/temporaryfolder.h"
+#include "utility/lhvexception.h"
+#include "utility/paths.h"
+
+TEST(DataFolder, IsMadeWithItsParentsAndHoldsTheFiles) {
+    const CTemporaryFolder folder;
+    UseDataFolder(folder / "a/b");
+    EXPECT_EQ(GetDataFolder(), WithSeparator(folder / "a/b"));
+    EXPECT_TRUE(std::filesystem::is_directory(folder / "a/b"));
+    EXPECT_EQ(GetConfigFileName(), JoinPath(folder / "a/b", "Lhv.cfg"));
+    EXPECT_TRUE(std::filesystem::is_directory(GetLogFolder()));
+    EXPECT_THROW(SetDataFolder(folder / "c"), CLhvException);  // in use by now
+
+    // One that could not be made is made once the reason has gone.
+    Put(folder / "file", "x");
+    UseDataFolder(folder / "file/data");
+    EXPECT_FALSE(std::filesystem::exists(GetDataFolder()));
+    std::filesystem::remove(folder / "file");
+    EXPECT_TRUE(std::filesystem::is_directory(GetDataFolder()));
+}
+
+TEST(DataFolder, IsCheckedWithTheMessageOfStartUp) {
+    const CTemporaryFolder folder;
+    EXPECT_EQ(CheckDataFolder(folder / "new/data"), "");
+    EXPECT_TRUE(std::filesystem::is_directory(folder / "new/data"));
+    Put(folder / "file", "x");
+    EXPECT_EQ(CheckDataFolder(folder / "file"),
+              "The path \"" + folder / "file" +
+                  "\" is not a directory. Please remove the file and restart the application. \n\n"
+                  "The application will now shut down.");
+    EXPECT_EQ(CheckDataFolder(folder / "file/data"), "Failed to create the data directory \"" + folder / "file/data" +
+                                                         "\". \n\nThe application will now shut down.");
+    EXPECT_EQ(Get(folder / "file"), "x");
+}
+
+TEST(SettingsFile, IsCheckedAndItsFaultNamed) {
+    const CTemporaryFolder folder;
+    UseDataFolder(folder.GetPath());
+    EXPECT_EQ(CheckSettingsFile(), "");
+    Put(GetConfigFileName(), "; mine\n[Service]\nPeriod=5\nnonsense\n");
+    EXPECT_EQ(CheckSettingsFile().find(GetConfigFileName() + ", line 4: "), 0U) << CheckSettingsFile();
+}
+
+TEST(Services, AreOfOneThread) {
+    const Platform::ThreadId mine = Platform::CurrentThreadId();
+    RequestThreadStop(mine);
+    EXPECT_TRUE(IsThreadStopRequested(mine));
+    const CLogContext outer("fetch");
+    std::thread([mine] {
+        EXPECT_EQ(GetLogContext(), "");
+        EXPECT_FALSE(IsThreadStopRequested(Platform::CurrentThreadId()));
+        ClearThreadStop(mine);
+    }).join();
+    EXPECT_FALSE(IsThreadStopRequested(mine));
+    {
+        const CLogContext inner("send");
+        EXPECT_EQ(GetLogContext(), "send");
+    }
+    EXPECT_EQ(GetLogContext(), "fetch");
+}
+
+TEST(Services, WorkGoesOnUntilThePumpSaysNo) {
+    EXPECT_TRUE(PumpMessages());
+    SetMessagePump([] { return false; });
+    EXPECT_FALSE(PumpMessages());
+    SetMessagePump({});
+    EXPECT_TRUE(PumpMessages());
+    OpenProgressWindow("none is installed", 3)->Step();
+    EXPECT_EQ(ProductVersionText(), std::string(ProductName) + " " + ProductVersion + "." + ProductBuild);
+}
