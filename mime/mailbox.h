@@ -36,7 +36,7 @@ std::string FormatMailbox(const CMailbox& mailbox);
 
 // Whether mail to it can be tried: LOCAL@DOMAIN of at most 128 bytes, LOCAL (at
 // most 64) a dot-atom or a quoted string, DOMAIN host name labels (one is
-// enough) or an address literal; letters beyond ASCII as UTF-8.  No comments,
+// enough, underscores do occur) or an address literal; letters beyond ASCII as UTF-8.  No comments,
 // no blanks around it.  reason (if given) is one sentence when it cannot.
 bool IsPlausibleAddress(std::string_view address, std::string* reason = nullptr);
 
