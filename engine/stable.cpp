@@ -15,6 +15,7 @@
 #include "platform/namedmutex.h"
 #include "platform/systemerror.h"
 #include "utility/lhvexception.h"
+#include "utility/paths.h"
 
 namespace {
 
@@ -188,6 +189,7 @@ bool CSTable::Open(std::string_view path, std::span<const CColumnDescription> co
     state.descriptions = std::move(newColumns);
     state.readOnly = readOnly;
     state.create = create;
+    state.isNewName = false;
     try {
         if (!state.OpenFiles()) return false;
         state.knownCount = 0;
@@ -404,6 +406,11 @@ void CSTable::Flush() {
     if (!IsOpen() || state.readOnly) return;
     if (state.texts) state.texts->Flush();
     if (!state.file.Flush()) state.Fail("cannot be written.");
+    if (state.isNewName) {
+        const std::string folder = ParentFolder(state.path);
+        if (!Platform::FlushFolder(folder.empty() ? "." : folder)) state.Fail("cannot be written.");
+        state.isNewName = false;
+    }
     if (state.texts) state.texts->Release();
 }
 

@@ -37,6 +37,7 @@ struct CSTable::CState {
     bool cancellable = false;
     bool readOnly = false;
     bool create = false;
+    bool isNewName = false;  // the folder has not been flushed since the file was made
     std::string path;
     std::vector<CColumnDescription> descriptions;
     std::uint32_t version = 0;

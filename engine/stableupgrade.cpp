@@ -107,6 +107,7 @@ bool CSTable::CState::OpenFiles() {
     if (create && !Platform::FileIsThere(path)) {
         version = CurrentVersion;
         WriteVersionFile(version);
+        isNewName = true;
     } else {
         version = ReadVersionFile(hasVersionFile);
     }
