@@ -100,7 +100,7 @@ void CMemberFiles::CloseWhenEmpty() noexcept {
     try {
         if (!m_table || m_table->GetRecordCount() > 0) return;
         CloseTable();
-        if (!m_readOnly) RemoveIndexFile();
+        if (!m_readOnly) RemoveIndex();
     } catch (const std::exception& e) {
         Log(LogError, "The members in %s could not be closed: %s", m_path.c_str(), e.what());
     }
@@ -140,25 +140,8 @@ void CMemberFiles::WriteRecord(std::int32_t index, std::span<const std::byte> re
 }
 
 void CMemberFiles::AppendRecords(std::span<std::byte> records) {
-    try {
-        m_table->AppendRecords(records);
-    } catch (const std::exception&) {
-        TakeBackAppended();
-        throw;
-    }
+    m_table->AppendRecords(records);
     m_recordCount = m_table->GetRecordCount();
-}
-
-// Of a write that failed some records may have got to the file.
-void CMemberFiles::TakeBackAppended() noexcept {
-    try {
-        const std::int32_t extra = m_table->GetRecordCount() - m_recordCount;
-        if (extra <= 0) return;
-        m_table->Go(m_recordCount);
-        m_table->RemoveRange(extra);
-    } catch (const std::exception& e) {
-        Log(LogError, "Members that were added in part stay in %s: %s", m_path.c_str(), e.what());
-    }
 }
 
 void CMemberFiles::ForEachMember(const std::function<bool(std::int32_t index, CMemberRecord record)>& visit) {
@@ -218,7 +201,7 @@ std::int32_t CMemberFiles::Find(std::string_view address) {
         return FindInIndex(key);
     } catch (const CIndexDamaged& e) {
         Log(LogWarning, "%s", e.what());
-        RemoveIndexFile();
+        RemoveIndex();
     }
     return TryPrepareIndex() ? FindInIndex(key) : FindByWalk(key);
 }
@@ -278,7 +261,7 @@ void CMemberFiles::PrepareIndex() {
     } catch (const CIndexDamaged& e) {
         RequireWritable();
         Log(LogWarning, "%s", e.what());
-        RemoveIndexFile();
+        RemoveIndex();
     }
     RequireWritable();
     Log(LogInfo, "The index of %s does not fit and is built anew.", m_path.c_str());
@@ -314,7 +297,7 @@ void CMemberFiles::ApplyIndex(IndexChange& change) {
         m_index.Apply(change);
     } catch (const CIndexDamaged& e) {
         Log(LogWarning, "%s", e.what());
-        RemoveIndexFile();
+        RemoveIndex();
         RebuildIndex();
         m_index.Apply(change);
     }
@@ -325,7 +308,7 @@ void CMemberFiles::DropIndex() noexcept {
     m_index.Close();
 }
 
-void CMemberFiles::RemoveIndexFile() noexcept {
+void CMemberFiles::RemoveIndex() noexcept {
     m_index.Close();
     Platform::RemoveFile(m_indexPath);
 }

@@ -44,7 +44,7 @@ public:
     bool ReadMember(std::int32_t index, std::span<std::byte> record);  // false when there is no member
     void ReadBlock(std::int32_t first, std::int32_t count, std::vector<std::byte>& records);
     void WriteRecord(std::int32_t index, std::span<const std::byte> record);
-    void AppendRecords(std::span<std::byte> records);  // all or none
+    void AppendRecords(std::span<std::byte> records);
     void ForEachMember(const std::function<bool(std::int32_t index, CMemberRecord record)>& visit);
 
     std::string ReadText(std::int32_t reference);
@@ -61,7 +61,8 @@ public:
     const IndexState& GetIndexState() const noexcept { return m_state; }
     void ApplyIndex(IndexChange& change);
     void RebuildIndex();
-    void DropIndex() noexcept;  // it is made anew when it is next needed
+    void DropIndex() noexcept;    // closes it; it is looked at anew when it is next needed
+    void RemoveIndex() noexcept;  // with its file
 
     void Pack();
 
@@ -70,14 +71,12 @@ private:
 
     [[noreturn]] void FailPack() const;
     void ReplaceTable(const std::string& newTable);  // renames it over the table and opens that
-    void TakeBackAppended() noexcept;
     void Refresh();
     void OpenTable(bool create);
     void CloseTable();
     void CloseWhenEmpty() noexcept;
     bool TryPrepareIndex();
     bool IndexFits();
-    void RemoveIndexFile() noexcept;
     std::int32_t FindInIndex(std::string_view key);
     std::int32_t FindByWalk(std::string_view key);
 

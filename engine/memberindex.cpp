@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t FirstMapSize = std::size_t{16} << 20;
 constexpr std::uint32_t StateLayout = 1;
-constexpr std::size_t StateSize = 32;
+constexpr std::size_t StateSize = 24;
 constexpr char StateKey[] = "state";
 
 bool IsDamage(int code) {
@@ -88,7 +88,6 @@ std::array<std::uint8_t, StateSize> EncodeState(const IndexState& state) {
     PutNumber(&bytes[8], state.tableIdentity, 8);
     PutNumber(&bytes[16], static_cast<std::uint32_t>(state.recordCount), 4);
     PutNumber(&bytes[20], static_cast<std::uint32_t>(state.liveCount), 4);
-    PutNumber(&bytes[24], state.packCount, 4);
     return bytes;
 }
 
@@ -100,7 +99,6 @@ bool DecodeState(const MDB_val& value, IndexState& state) {
     state.tableIdentity = TakeNumber(bytes + 8, 8);
     state.recordCount = static_cast<std::int32_t>(TakeNumber(bytes + 16, 4));
     state.liveCount = static_cast<std::int32_t>(TakeNumber(bytes + 20, 4));
-    state.packCount = static_cast<std::uint32_t>(TakeNumber(bytes + 24, 4));
     return true;
 }
 

@@ -40,7 +40,6 @@ struct IndexState {
     std::uint64_t tableIdentity = 0;  // of the file, see Platform::FileStatus
     std::int32_t recordCount = 0;
     std::int32_t liveCount = 0;
-    std::uint32_t packCount = 0;  // how often records have moved
     bool settled = false;         // false while a change of the table is under way
 
     bool operator==(const IndexState&) const = default;

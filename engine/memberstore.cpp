@@ -437,6 +437,7 @@ void CMemberStore::RebuildIndex() {
     CMemberFiles& files = Files();
     const CMemberHold hold(files);
     files.RequireWritable();
+    files.RemoveIndex();
     if (files.GetRecordCount() > 0) files.RebuildIndex();
 }
 

@@ -83,6 +83,7 @@ private:
     void VisitFlags(std::uint64_t recordSize,
                     const std::function<void(std::uint64_t offset, std::byte flag)>& visit) const;
     bool RepairRecords(std::uint32_t version);
+    void DropRecord(std::uint32_t version, std::uint64_t offset);
     void VisitReferences(
         CSTable& table,
         const std::function<bool(std::int32_t record, std::span<std::byte> bytes, int column)>& visit) const;
@@ -183,6 +184,18 @@ std::uint64_t CTableRepair::CountBadFlags(std::uint64_t recordSize) const {
     return count;
 }
 
+// What a damaged record refers to cannot be believed.
+void CTableRepair::DropRecord(std::uint32_t version, std::uint64_t offset) {
+    constexpr std::array<std::uint8_t, 4> noText = {0xFF, 0xFF, 0xFF, 0xFF};
+    for (std::size_t i = 0; i < m_columns.size(); ++i) {
+        const CColumnDescription& column = m_columns[i];
+        if (column.type != ColumnType::StoredText || column.minVersion > version) continue;
+        const std::uint64_t at = offset + RecordSizeAt(m_columns.first(i), version);
+        if (!m_file.WriteAt(at, noText.data(), noText.size())) Fail();
+    }
+    if (!m_file.WriteAt(offset, &Deleted, 1)) Fail();
+}
+
 bool CTableRepair::RepairRecords(std::uint32_t version) {
     const std::uint64_t recordSize = RecordSizeAt(m_columns, version);
     const std::uint64_t records = m_size / recordSize;
@@ -194,7 +207,7 @@ bool CTableRepair::RepairRecords(std::uint32_t version) {
     if (bad > 0) {
         VisitFlags(recordSize, [&](std::uint64_t offset, std::byte flag) {
             if (flag == Live || flag == Deleted) return;
-            if (!m_file.WriteAt(offset, &Deleted, 1)) Fail();
+            DropRecord(version, offset);
             Mended(FormatText("Record %llu was damaged and is now a deleted one.",
                               static_cast<unsigned long long>(offset / recordSize)));
         });
@@ -287,8 +300,9 @@ void CTableRepair::RepairTexts(CSTable& table) {
     }
     if (found.unused == 0 && found.lostBytes == 0 && !found.freeListsDamaged && found.IsSound()) return;
     const TextStoreReport repaired = store.Repair(inUse);
-    if (repaired.unused > 0) Mended(FormatText("%d texts that belonged to no record were freed.", repaired.unused));
-    if (repaired.lostBytes > 0) {
+    if (repaired.unused > 0) {
+        Mended(FormatText("%d texts that belonged to no record were freed.", repaired.unused));
+    } else if (repaired.lostBytes > 0) {
         Mended(FormatText("%llu bytes of its texts can be used again.",
                           static_cast<unsigned long long>(repaired.lostBytes)));
     }
