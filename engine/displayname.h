@@ -25,10 +25,11 @@ CDisplayName SplitDisplayName(std::string_view name);
 // The parts that are not empty, with one blank between them.
 std::string JoinDisplayName(const CDisplayName& parts);
 
-// Word by word, also after a hyphen: all in lower or all in upper case becomes
-// "Smith", "McDonald", "O'Neill", "d'Arc", "III"; particles ("van der") and
-// words in mixed case stay.  Only A-Z are changed, so a word with other letters
-// gets at most its first letter raised.
+// Word by word, also after a hyphen or a dot: a word that is all in lower or all
+// in upper case becomes "Smith", "McDonald", "O'Neill", "III", one that begins
+// with "d'" becomes "d'Arc"; particles before another word ("van der") are in
+// lower case unless written otherwise; mixed case stays.  Only a-z and A-Z are
+// changed: of a word with other letters at most the first.
 std::string CapitalizeNamePart(std::string_view part);
 
 #endif  // LISTHAVEN_ENGINE_DISPLAYNAME_H
