@@ -38,7 +38,7 @@ public:
     void AddField(std::string_view name, std::string_view value);
     void RemoveField(std::string_view name);  // the first of that name
 
-    // Appends what this header lacks, but no Content- fields.
+    // Appends what this header lacks, duplicates included, but no Content- fields.
     void CopyMissingFields(const CMimeHeader& from);
 
     std::string GetText() const;  // "Name: value\n" for each field

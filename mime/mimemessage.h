@@ -21,8 +21,8 @@ class CMimeMessage {
 public:
     bool Load(std::string_view path);
     void LoadOrThrow(std::string_view path);
-    bool LoadText(std::string text);   // either line end; false when it is empty
-    bool Save(std::string_view path);  // false without a root, and nothing is touched
+    bool LoadText(const CMimeSource& text);  // either line end; false when it is empty
+    bool Save(std::string_view path);        // false without a root, and nothing is touched
     void SaveOrThrow(std::string_view path);
 
     const std::string& GetPath() const noexcept { return m_path; }  // of the last load or save

@@ -61,7 +61,6 @@ private:
     void AppendMultipartTo(std::string& out) const;
     std::size_t GetMultipartSize() const;
     void KeepUnsplit(const CMimeSource& text, std::string_view body);
-    void BeginChange();
     void AppendEpilogue(std::string_view text);
 
     CMimeBody m_epilogue;

@@ -15,7 +15,7 @@ class CMimeText : public CMimeEntity {
 public:
     enum class ForParsing { Yes };
 
-    CMimeText();                                                      // text/plain, 7bit
+    CMimeText();                     // text/plain, 7bit
     explicit CMimeText(ForParsing);  // without header
     CMimeText(const CMimeText& other);
     CMimeText& operator=(const CMimeText&) = delete;
