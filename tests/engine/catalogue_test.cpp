@@ -1,0 +1,215 @@
+#include "engine/catalogue.h"
+
+#include <atomic>
+#include <regex>
+#include <set>
+#include <thread>
+
+#include "platform/faultplan.h"
+#include "platform/filestatus.h"
+#include "tests/engine/memberfixture.h"
+#include "utility/lhvexception.h"
+
+namespace {
+
+class CCatalogueTest : public CDataFolderTest {
+protected:
+    CCatalogueTest() : m_lists(PathOf("")) { Platform::SetFlushEnabled(false); }
+
+    std::int32_t Create(const std::string& name) {
+        NewList list;
+        list.name = name;
+        return m_lists.Create(list);
+    }
+
+    CCatalogue m_lists;
+};
+
+TEST_F(CCatalogueTest, LookingMakesNoFile) {
+    EXPECT_TRUE(m_lists.GetLists().empty());
+    EXPECT_EQ(m_lists.FindByNameOrNumber("1"), CCatalogue::None);
+    EXPECT_THROW(m_lists.GetName(0), CLhvException);
+    EXPECT_FALSE(Platform::FileIsThere(PathOf("LISTS.CST")));
+}
+
+TEST_F(CCatalogueTest, ANewListHasTheDefaults) {
+    const std::int32_t list = m_lists.Create();
+    const std::int32_t second = m_lists.Create();
+    const struct {
+        const char* key;
+        const char* value;
+    } rows[] = {{"name", "Enter a list name here"},
+                {"kind", "discussion"},
+                {"enabled", "1"},
+                {"removeMatched", "1"},
+                {"maxConnections", "10"},
+                {"loopProtection", "3"},
+                {"limitDays", "127"},
+                {"limitFrom", "00:00"},
+                {"limitTo", "00:00"},
+                {"maxMessagesPerConnection", "999"},
+                {"digestHours", "168"},
+                {"moderated", "0"},
+                {"smtpHost", ""},
+                {"smtpPassword", ""},
+                {"emptySender", "0"},
+                {"directDelivery", "0"},
+                {"number", "1"}};
+    for (const auto& row : rows)
+        EXPECT_EQ(m_lists.GetByKey(list, row.key), row.value) << row.key;
+    EXPECT_GT(m_lists.GetNumber(list, ListColumn::Created), 1700000000);
+    EXPECT_NE(m_lists.GetGuid(list), m_lists.GetGuid(second));
+    EXPECT_TRUE(std::regex_match(m_lists.GetGuid(list),
+                                 std::regex("\\{[0-9A-F]{8}-[0-9A-F]{4}-[0-9a-f]{4}-[0-9A-F]{4}-[0-9A-F]{12}\\}")));
+    EXPECT_EQ(m_lists.GetListNumber(second), 2U);
+}
+
+TEST_F(CCatalogueTest, NumbersAreNeverGivenAgain) {
+    const std::int32_t first = Create("one");
+    Put(PathOf("3.MBR"), "of a list that is not in the catalogue");
+    m_lists.Delete(first);
+    EXPECT_TRUE(m_lists.GetLists().empty());
+    EXPECT_THROW(m_lists.GetName(first), CLhvException);
+    CCatalogue other(PathOf(""));
+    NewList again;
+    again.name = "one";
+    EXPECT_EQ(other.GetListNumber(other.Create(again)), 2U);
+    EXPECT_EQ(m_lists.GetListNumber(Create("two")), 4U);
+}
+
+TEST_F(CCatalogueTest, NamesAreUnique) {
+    const std::int32_t news = Create(" News ");
+    EXPECT_EQ(m_lists.GetName(news), "News");
+    for (const char* name : {"news", "NEWS", "", "  ", "7", "two\nlines"})
+        EXPECT_THROW(Create(name), CLhvException) << name;
+    EXPECT_THROW(Create(std::string(257, 'x')), CLhvException);
+    const std::int32_t other = Create(std::string(256, 'x'));
+    EXPECT_THROW(m_lists.SetText(other, ListColumn::Name, "nEWS"), CLhvException);
+    m_lists.SetText(news, ListColumn::Name, "NEWS");
+    EXPECT_EQ(m_lists.FindByNameOrNumber("news"), news);
+    EXPECT_EQ(m_lists.FindByNameOrNumber("2"), other);
+    EXPECT_EQ(m_lists.FindByNameOrNumber("3"), CCatalogue::None);
+    m_lists.Delete(news);
+    EXPECT_NE(Create("News"), news);
+}
+
+TEST_F(CCatalogueTest, SettingsByKey) {
+    const std::int32_t list = Create("list");
+    const struct {
+        const char* key;
+        std::string value;
+        const char* stored;  // null: refused
+    } rows[] = {{"MaxConnections", "100", "100"},
+                {"maxConnections", "0", nullptr},
+                {"maxConnections", "101", nullptr},
+                {"maxConnections", "ten", nullptr},
+                {"moderated", "yes", "1"},
+                {"moderated", "OFF", "0"},
+                {"moderated", "2", nullptr},
+                {"moderated", "perhaps", nullptr},
+                {"kind", "Announcement", "announcement"},
+                {"kind", "2", "autoresponder"},
+                {"kind", "3", nullptr},
+                {"limitFrom", "7:05", "07:05"},
+                {"limitFrom", "24:00", nullptr},
+                {"limitFrom", "12", nullptr},
+                {"limitDays", "128", nullptr},
+                {"loopProtection", "11", "11"},
+                {"loopProtection", "4", nullptr},
+                {"loopProtection", "10", "10"},
+                {"smtpHost", "mail.example.net", "mail.example.net"},
+                {"smtpHost", std::string(129, 'x'), nullptr},
+                {"smtpHost", "a\r\nb", nullptr},
+                {"smtpHost", std::string("a\0b", 3), nullptr},
+                {"usage", "one\r\ntwo", "one\ntwo"},
+                {"smtpPassword", "secret", "*"},
+                {"guid", "x", nullptr},
+                {"number", "9", nullptr},
+                {"created", "9", nullptr},
+                {"nothing", "9", nullptr},
+                {"listAddress", "list@example.net", "list@example.net"},
+                {"listAddress", "nobody", nullptr},
+                {"postAddress", "post@example.net", "post@example.net"},
+                {"postAddress", "", "list@example.net"},
+                {"listAddresses", "list: a@b.net\nPOST: c@b.net", "List: a@b.net\nPost: c@b.net\n"},
+                {"listAddresses", "Other: a@b.net", nullptr},
+                {"listAddresses", "List: a@b.net\nList: c@b.net", nullptr},
+                {"redirectAddress", "a@b@c", nullptr}};
+    for (const auto& row : rows) {
+        if (row.stored) {
+            EXPECT_NO_THROW(m_lists.SetByKey(list, row.key, row.value)) << row.key;
+            EXPECT_EQ(m_lists.GetByKey(list, row.key), row.stored) << row.key;
+        } else {
+            EXPECT_THROW(m_lists.SetByKey(list, row.key, row.value), CLhvException) << row.key << "=" << row.value;
+        }
+    }
+    EXPECT_EQ(m_lists.GetListAddress(list, "command"), "a@b.net");
+    EXPECT_EQ(m_lists.GetListAddress(list, "authorized"), "");
+    try {
+        m_lists.SetNumber(list, ListColumn::MaxConnections, 0);
+        ADD_FAILURE();
+    } catch (const CLhvException& e) {
+        EXPECT_EQ(e.GetText(), "Invalid number of simultaneous SMTP connections.");
+    }
+}
+
+TEST_F(CCatalogueTest, PasswordsLeaveNoTrace) {
+    const std::int32_t list = Create("list");
+    m_lists.SetText(list, ListColumn::PopPassword, "a long old password");
+    m_lists.SetText(list, ListColumn::PopPassword, "new");
+    EXPECT_EQ(Get(PathOf("LISTS.CST")).find("password"), std::string::npos);
+    EXPECT_EQ(m_lists.GetText(list, ListColumn::PopPassword), "new");
+    m_lists.SetText(list, ListColumn::SmtpPassword, "another");
+    m_lists.Delete(list);
+    EXPECT_EQ(Get(PathOf("LISTS.CST")).find("another"), std::string::npos);
+}
+
+TEST_F(CCatalogueTest, DeletingRemovesTheFilesOfThatListOnly) {
+    for (int i = 0; i < 11; ++i)
+        m_lists.Create();
+    const std::set<std::string> gone = {"1.MBR",     "1.MBR.ver", "1.MBR.dat1", "1.MBX", "1.MBX-lock", "1.CFD",
+                                        "1.CFD.ver", "1.ACL",     "1.MCF",      "1.RUL", "1.RUL.5.eml"};
+    const std::set<std::string> kept = {"11.MBR", "2.MBR", "1.txt", "1MBR", "x1.MBR", "1.MBRX"};
+    for (const auto& names : {gone, kept}) {
+        for (const std::string& name : names)
+            Put(PathOf(name), "x");
+    }
+    EXPECT_TRUE(m_lists.Delete(0).empty());
+    for (const std::string& name : gone)
+        EXPECT_FALSE(Platform::FileIsThere(PathOf(name))) << name;
+    for (const std::string& name : kept)
+        EXPECT_TRUE(Platform::FileIsThere(PathOf(name))) << name;
+    Put(PathOf("2.CFD"), "x");
+    const Platform::CFaultPlan plan(Platform::Operation::Remove, 1);
+    EXPECT_EQ(m_lists.Delete(1).size(), 1U);  // says which
+    EXPECT_EQ(m_lists.FindByNumber(2), CCatalogue::None);
+}
+
+TEST_F(CCatalogueTest, CreatingFromManyThreads) {
+    std::atomic<int> failed = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            CCatalogue own(PathOf(""));
+            for (int i = 0; i < 10; ++i) {
+                NewList list;
+                list.name = "list " + std::to_string(i);  // the same names in each
+                try {
+                    (t % 2 == 0 ? own : m_lists).Create(list);
+                } catch (const CLhvException&) {
+                    ++failed;
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(failed, 30);
+    std::set<std::uint32_t> numbers;
+    for (const std::int32_t list : m_lists.GetLists())
+        numbers.insert(m_lists.GetListNumber(list));
+    EXPECT_EQ(numbers.size(), 10U);
+    EXPECT_EQ(*numbers.rbegin(), 10U);
+}
+
+}  // namespace
