@@ -246,9 +246,8 @@ bool CBatchFolder::AddMessage(std::string_view source, Transfer transfer, Times 
 
 bool CBatchFolder::AddMessageText(std::string_view text, std::string& newPath) {
     const std::lock_guard guard(m_state->lock);
-    return m_state->PlaceInBatch([&](const std::string& batchPath) {
-        return WriteMessageToFolder(text, batchPath, newPath);
-    });
+    return m_state->PlaceInBatch(
+        [&](const std::string& batchPath) { return WriteMessageToFolder(text, batchPath, newPath); });
 }
 
 bool CBatchFolder::PrepareMessage(std::string_view text, CPreparedMessage& prepared) {

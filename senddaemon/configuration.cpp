@@ -1,10 +1,10 @@
 #include "senddaemon/configuration.h"
 
+#include <atomic>
 #include <map>
 #include <mutex>
-#include <optional>
 
-#include "platform/filestatus.h"
+#include "platform/clock.h"
 #include "platform/profilefile.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"
@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::string_view SectionName = "Configuration";
 constexpr std::size_t MaxStoredValue = 1023;
+constexpr std::uint32_t RefreshInterval = 100;  // milliseconds
 constexpr std::string_view SourceName = "Shared/SendDaemon/configuration";
 
 bool IsLetter(char c) {
@@ -32,15 +33,6 @@ std::string Escape(std::string_view value) {
     ReplaceAll(escaped, "\\", "\\\\");
     ReplaceAll(escaped, "\n", "\\n");
     ReplaceAll(escaped, "\r", "\\r");
-    // A profile file drops blanks and one pair of quotes around a value.
-    if (!escaped.empty()) {
-        const char first = escaped.front();
-        const char last = escaped.back();
-        const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
-        if (isBlank(first) || isBlank(last) || ((first == '"' || first == '\'') && first == last)) {
-            escaped = '"' + escaped + '"';
-        }
-    }
     return escaped;
 }
 
@@ -58,39 +50,35 @@ std::string Unescape(std::string_view stored) {
     return value;
 }
 
+// Grows with every value written by this process.
+std::atomic<std::uint64_t>& GetGeneration() {
+    static std::atomic<std::uint64_t> generation{1};
+    return generation;
+}
+
 }  // namespace
 
+// The values are kept, since the dispatcher asks several for each message.
 struct CConfiguration::CState {
     mutable std::mutex lock;
     std::string path;
-
-    // What the file held when it had this status.
-    struct CStatus {
-        std::uint64_t identity = 0;
-        std::uint64_t size = 0;
-        std::int64_t modified = 0;
-        bool operator==(const CStatus&) const = default;
-    };
-    std::optional<CStatus> status;
+    std::uint64_t generation = 0;  // in which the values were read; 0: never
+    std::uint32_t readClock = 0;   // when
     std::map<std::string, std::string, CLessNoCase> values;
 
     void Refresh();
 };
 
 void CConfiguration::CState::Refresh() {
-    Platform::FileStatus found;
-    if (!Platform::GetFileStatus(path, found)) {
-        status.reset();
-        values.clear();
-        return;
-    }
-    const CStatus current{found.identity, found.size, found.times.modified};
-    if (status == current) return;
+    const std::uint64_t current = GetGeneration();
+    const std::uint32_t now = Platform::ClockMilliseconds();
+    if (generation == current && now - readClock < RefreshInterval) return;
+    generation = current;
+    readClock = now;
     values.clear();
     for (const std::string& key : Platform::ReadProfileKeys(path, SectionName)) {
         values.try_emplace(key, Unescape(Platform::ReadProfileText(path, SectionName, key, {}, MaxStoredValue)));
     }
-    status = current;  // as of before the reading: a change meanwhile is read at the next call
 }
 
 CConfiguration::CConfiguration(std::string_view path) : m_state(std::make_unique<CState>()) {
@@ -106,8 +94,7 @@ CConfiguration& CConfiguration::operator=(const CConfiguration& other) {
     std::string path = other.GetPath();
     const std::lock_guard guard(m_state->lock);
     m_state->path = std::move(path);
-    m_state->status.reset();
-    m_state->values.clear();
+    m_state->generation = 0;
     return *this;
 }
 
@@ -157,7 +144,7 @@ bool CConfiguration::SetValue(std::string_view key, std::string_view value) {
             SetLastErrorFromSystem();
             return false;
         }
-        m_state->status.reset();
+        ++GetGeneration();
     }
     Notify({.kind = 0, .key = std::string(key), .value = std::string(value)});
     return true;

@@ -31,8 +31,8 @@ public:
 
     static bool IsValidKey(std::string_view key) noexcept;
 
-    // What another process wrote is seen too: the file's status is asked at
-    // every call, its contents are read again when it changed.
+    // What this process writes is seen at once, through whatever object; what
+    // another writes within 100 ms.
     bool GetValue(std::string_view key, std::string& value) const;
     std::string GetText(std::string_view key) const;              // "" after a failure
     std::int32_t GetNumber(std::string_view key) const;           // as far as it is decimal, else 0

@@ -27,7 +27,6 @@ bool CDispatcher::Initialize(std::string_view rootFolder, CConfiguration* config
     if (m_state->config != nullptr) m_state->config->Detach(*this);
     m_state->config = config;
     if (config != nullptr) config->Attach(*this);
-    m_state->settingsChanged = true;
     if (!m_state->account.SetUp(root)) return false;
     Log(LogLevelTrace, "Initialized account");
     if (!m_state->FreeAllParked() || !m_state->UndoClaims()) return false;
@@ -108,8 +107,9 @@ void CDispatcher::OnSenderIdle() {
     if (m_state->events != nullptr) m_state->events->OnSenderIdle();
 }
 
+// Whoever waits for a free sender looks again: there may be more connections.
 void CDispatcher::OnSubjectChanged(const CSubjectEvent& /*event*/) {
-    m_state->settingsChanged = true;
+    OnSenderIdle();
 }
 
 }  // namespace SendDaemon

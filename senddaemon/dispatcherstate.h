@@ -6,7 +6,6 @@
 #ifndef LISTHAVEN_SENDDAEMON_DISPATCHERSTATE_H
 #define LISTHAVEN_SENDDAEMON_DISPATCHERSTATE_H
 
-#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -34,8 +33,7 @@ struct CDispatchSettings {
 
 struct CDispatcher::CState {
     static constexpr std::int32_t MaxSenders = 1000;
-    static constexpr std::uint32_t SettingsInterval = 200;  // milliseconds until another process's changes are seen
-    static constexpr int ParkedPerStep = 500;               // messages looked at
+    static constexpr int ParkedPerStep = 500;  // messages looked at
 
     DaemonClock clock;
     IMessageSender_SendMessageEvents* senderEvents = nullptr;
@@ -48,8 +46,6 @@ struct CDispatcher::CState {
     std::optional<std::int64_t> expiry;
 
     CDispatchSettings settings;
-    std::atomic<bool> settingsChanged{true};
-    std::uint32_t settingsClock = 0;
 
     CMessageIterator parkedIterator;
     bool isWalkingParked = false;

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "app/pumpmessages.h"
-#include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/filestatus.h"
 #include "senddaemon/daemonlog.h"
@@ -17,9 +16,6 @@
 namespace SendDaemon {
 
 void CDispatcher::CState::RefreshSettings() {
-    const std::uint32_t now = Platform::ClockMilliseconds();
-    if (!settingsChanged.exchange(false) && now - settingsClock < SettingsInterval) return;
-    settingsClock = now;
     if (config == nullptr) return;
     const std::int32_t connections = config->GetNumber("MaxConnections");
     settings.maxSenders = connections > 0 ? std::min(connections, MaxSenders) : 1;
@@ -83,7 +79,8 @@ bool CDispatcher::CState::Advance() {
 
 DispatchStep CDispatcher::CState::DispatchCurrent() {
     std::string path;
-    if (!iterator.GetCurrent(path)) return DispatchStep::NothingWaiting;
+    // One that has disappeared is noticed when it is to be moved.
+    if (!iterator.PeekCurrent(path)) return DispatchStep::NothingWaiting;
     if (IsExpired(path)) return Expire(path) ? DispatchStep::HandedOn : DispatchStep::Failed;
     if (config == nullptr) {
         LogFormat(LogLevelFailure, "The account \"%s\" has no configuration.", account.GetRootFolder().c_str());

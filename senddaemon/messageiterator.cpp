@@ -27,7 +27,13 @@ bool CMessageIterator::Next() {
 }
 
 bool CMessageIterator::GetCurrent(std::string& path) const {
-    if (!m_messages.IsOpen() || m_messagePath.empty() || !Platform::FileIsThere(m_messagePath)) {
+    if (m_messagePath.empty() || Platform::FileIsThere(m_messagePath)) return PeekCurrent(path);
+    SetLastErrorText("No current message.");
+    return false;
+}
+
+bool CMessageIterator::PeekCurrent(std::string& path) const {
+    if (!m_messages.IsOpen() || m_messagePath.empty()) {
         SetLastErrorText("No current message.");
         return false;
     }

@@ -23,6 +23,7 @@ public:
     bool Reset();                        // to the first message of the queue
     bool Next();
     bool GetCurrent(std::string& path) const;
+    bool PeekCurrent(std::string& path) const;  // without looking whether the file is still there
     void Close() noexcept;
 
     const std::string& GetBatchPath() const noexcept { return m_batchPath; }  // "" when no batch is being walked

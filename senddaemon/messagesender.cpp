@@ -47,18 +47,20 @@ void CMessageSender::SetJobName(std::string_view name) {
 }
 
 bool CMessageSender::HandOver(JobState state, CJob job) {
-    const std::lock_guard guard(m_lock);
-    if (m_stop) {
-        SetLastErrorText("The sender has been stopped.");
-        return false;
+    {
+        const std::lock_guard guard(m_lock);
+        if (m_stop) {
+            SetLastErrorText("The sender has been stopped.");
+            return false;
+        }
+        if (m_work) {
+            SetLastErrorText("A message is already being sent");
+            return false;
+        }
+        m_job = std::move(job);
+        m_pending = state;
+        m_work = true;
     }
-    if (m_work) {
-        SetLastErrorText("A message is already being sent");
-        return false;
-    }
-    m_job = std::move(job);
-    m_pending = state;
-    m_work = true;
     m_wake.notify_all();
     return true;
 }

@@ -356,8 +356,10 @@ void CSendDaemon::OnMessageSent(const std::string& messageFile, const std::strin
 void CSendDaemon::OnMessageFailed() {}  // the dispatcher has filed it
 
 void CSendDaemon::OnSenderIdle() {
-    const std::lock_guard guard(m_state->progressLock);
-    ++m_state->progress;
+    {
+        const std::lock_guard guard(m_state->progressLock);
+        ++m_state->progress;
+    }
     m_state->progressMade.notify_all();
 }
 

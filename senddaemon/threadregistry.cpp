@@ -11,6 +11,9 @@ struct CRegistry {
     std::map<Platform::ThreadId, std::string> threads;
 };
 
+// Its entry in the registry, for the thread itself.
+thread_local std::string* ownJobName = nullptr;
+
 CRegistry& GetRegistry() {
     static CRegistry registry;
     return registry;
@@ -21,20 +24,21 @@ CRegistry& GetRegistry() {
 CThreadRegistration::CThreadRegistration() {
     CRegistry& registry = GetRegistry();
     const std::lock_guard guard(registry.lock);
-    registry.threads[Platform::CurrentThreadId()].clear();
+    ownJobName = &registry.threads[Platform::CurrentThreadId()];
+    ownJobName->clear();
 }
 
 CThreadRegistration::~CThreadRegistration() {
     CRegistry& registry = GetRegistry();
     const std::lock_guard guard(registry.lock);
     registry.threads.erase(Platform::CurrentThreadId());
+    ownJobName = nullptr;
 }
 
 void SetThreadJobName(std::string_view name) {
     CRegistry& registry = GetRegistry();
     const std::lock_guard guard(registry.lock);
-    const auto found = registry.threads.find(Platform::CurrentThreadId());
-    if (found != registry.threads.end()) found->second = name;
+    if (ownJobName != nullptr) *ownJobName = name;
 }
 
 std::map<Platform::ThreadId, std::string> GetRegisteredThreads() {
