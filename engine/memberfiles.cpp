@@ -12,8 +12,9 @@
 
 namespace {
 
-constexpr std::int32_t BlockRecords = 256;       // 256 KB at a time
-constexpr std::size_t RebuildGroup = 16 * 1024;  // entries of one index transaction
+constexpr std::int32_t BlockRecords = 256;  // 256 KB at a time
+constexpr std::size_t RebuildGroup = 4096;  // entries of one index transaction
+constexpr int BulkChangesOfOneMap = 32;     // pages of the index that were read stay in memory until it is closed
 
 std::string IndexPathOf(const std::string& tablePath) {
     constexpr std::string_view Ending = ".MBR";
@@ -44,11 +45,13 @@ CMemberFiles::CMemberFiles(const std::string& tablePath, bool readOnly)
       m_indexPath(IndexPathOf(tablePath)),
       m_readOnly(readOnly),
       m_mutex(TableMutexName(tablePath)),
+      m_unsyncedPath(m_indexPath + "-unsynced"),
       m_record(CMemberRecord::Size) {}
 
 CMemberFiles::~CMemberFiles() {
     m_mutex.Lock();
     try {
+        EndUnsynced();
         CloseTable();
     } catch (const std::exception& e) {
         Log(LogError, "The members in %s could not be closed: %s", m_path.c_str(), e.what());
@@ -249,6 +252,7 @@ bool CMemberFiles::TryPrepareIndex() {
 
 bool CMemberFiles::IndexFits() {
     if (!m_index.IsOpen() || !m_index.IsCurrent()) {
+        if (WasLeftUnsynced()) throw CIndexDamaged("The index " + m_indexPath + " was not written to its end.");
         m_index.Open(m_indexPath, m_readOnly ? CSSIndex::Access::ReadOnly : CSSIndex::Access::ReadWrite);
     }
     return m_index.ReadState(m_state) && m_state.settled && m_state.recordCount == m_recordCount &&
@@ -270,31 +274,42 @@ void CMemberFiles::PrepareIndex() {
 
 void CMemberFiles::RebuildIndex() {
     if (!m_index.IsOpen() || !m_index.IsCurrent()) m_index.Open(m_indexPath, CSSIndex::Access::ReadWrite);
-    IndexState state;
-    state.tableIdentity = m_identity;
-    state.recordCount = m_recordCount;
+    BeginUnsynced();
     IndexChange change;
     change.clear = true;
-    change.state = state;
-    m_index.Apply(change);
+    change.state.tableIdentity = m_identity;
+    change.state.recordCount = m_recordCount;
+    m_index.Apply(change, CSSIndex::Written::Later);
     change.clear = false;
     ForEachMember([&](std::int32_t index, const CMemberRecord& record) {
         change.added.push_back({CCompareEmail::MakeKey(record.GetAddress()), index});
         ++change.state.liveCount;
         if (change.added.size() >= RebuildGroup) {
-            m_index.Apply(change);
+            m_index.Apply(change, CSSIndex::Written::Later);
             change.added.clear();
         }
         return true;
     });
     change.state.settled = true;
-    m_index.Apply(change);
+    m_index.Apply(change, CSSIndex::Written::Later);
+    EndUnsynced();
     m_state = change.state;
 }
 
 void CMemberFiles::ApplyIndex(IndexChange& change) {
+    EndUnsynced();
+    ApplyIndex(change, CSSIndex::Written::Now);
+}
+
+void CMemberFiles::ApplyIndexInBulk(IndexChange& change) {
+    BeginUnsynced();
+    ApplyIndex(change, CSSIndex::Written::Later);
+    if (++m_bulkChanges % BulkChangesOfOneMap == 0) m_index.Close();
+}
+
+void CMemberFiles::ApplyIndex(IndexChange& change, CSSIndex::Written written) {
     try {
-        m_index.Apply(change);
+        m_index.Apply(change, written);
     } catch (const CIndexDamaged& e) {
         Log(LogWarning, "%s", e.what());
         RemoveIndex();
@@ -304,6 +319,34 @@ void CMemberFiles::ApplyIndex(IndexChange& change) {
     m_state = change.state;
 }
 
+// The name of the note is on the disk before anything that it warns of.
+void CMemberFiles::BeginUnsynced() {
+    if (!Platform::IsFlushEnabled()) return;
+    const bool isNoted = Platform::FileIsThere(m_unsyncedPath);
+    if (isNoted && (m_isUnsynced || Platform::CPresence::IsHeld(TableMutexName(m_unsyncedPath)))) return;
+    using Result = Platform::CPresence::Result;
+    m_isUnsynced = m_isUnsynced || m_unsynced.Acquire(TableMutexName(m_unsyncedPath)) == Result::Acquired;
+    Platform::CFile note;
+    if (!note.Open(m_unsyncedPath, Platform::FileMode::OpenOrCreate) ||
+        !Platform::FlushFolder(ParentFolder(m_unsyncedPath))) {
+        throw CLhvException("The index " + m_indexPath + " cannot be written.", Platform::LastSystemError());
+    }
+}
+
+void CMemberFiles::EndUnsynced() {
+    if (!m_isUnsynced) return;
+    if (!m_index.IsOpen() || !m_index.IsCurrent()) m_index.Open(m_indexPath, CSSIndex::Access::ReadWrite);
+    m_index.Sync();
+    Platform::RemoveFile(m_unsyncedPath);
+    m_unsynced.Release();
+    m_isUnsynced = false;
+}
+
+bool CMemberFiles::WasLeftUnsynced() {
+    return !m_isUnsynced && Platform::FileIsThere(m_unsyncedPath) &&
+           !Platform::CPresence::IsHeld(TableMutexName(m_unsyncedPath));
+}
+
 void CMemberFiles::DropIndex() noexcept {
     m_index.Close();
 }
@@ -311,6 +354,9 @@ void CMemberFiles::DropIndex() noexcept {
 void CMemberFiles::RemoveIndex() noexcept {
     m_index.Close();
     Platform::RemoveFile(m_indexPath);
+    Platform::RemoveFile(m_unsyncedPath);
+    m_unsynced.Release();
+    m_isUnsynced = false;
 }
 
 void CMemberFiles::FailPack() const {

@@ -59,7 +59,8 @@ public:
     std::int32_t CountMembers();
     void PrepareIndex();  // so that it fits the table; throws when it cannot be made to
     const IndexState& GetIndexState() const noexcept { return m_state; }
-    void ApplyIndex(IndexChange& change);
+    void ApplyIndex(IndexChange& change);        // on the disk when it returns
+    void ApplyIndexInBulk(IndexChange& change);  // on the disk when the list is closed, or changed otherwise
     void RebuildIndex();
     void DropIndex() noexcept;    // closes it; it is looked at anew when it is next needed
     void RemoveIndex() noexcept;  // with its file
@@ -77,6 +78,10 @@ private:
     void CloseWhenEmpty() noexcept;
     bool TryPrepareIndex();
     bool IndexFits();
+    void ApplyIndex(IndexChange& change, CSSIndex::Written written);
+    void BeginUnsynced();
+    void EndUnsynced();
+    bool WasLeftUnsynced();
     std::int32_t FindInIndex(std::string_view key);
     std::int32_t FindByWalk(std::string_view key);
 
@@ -84,6 +89,14 @@ private:
     std::string m_indexPath;
     bool m_readOnly;
     Platform::CNamedMutex m_mutex;
+
+    // A file that says that the index is not on the disk yet.  Whoever wrote it
+    // holds the presence; when nobody does, the index is not to be trusted.
+    std::string m_unsyncedPath;
+    Platform::CPresence m_unsynced;
+    bool m_isUnsynced = false;
+    int m_bulkChanges = 0;
+
     std::unique_ptr<CMemberTable> m_table;  // empty: there is no file, or an empty one
     std::uint64_t m_identity = 0;
     std::int32_t m_recordCount = 0;

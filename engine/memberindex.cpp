@@ -317,13 +317,14 @@ void CSSIndex::Find(std::string_view key, std::vector<std::int32_t>& records) {
     if (code != MDB_NOTFOUND) Fail(m_file->path, code);
 }
 
-void CSSIndex::Apply(IndexChange& change) {
+void CSSIndex::Apply(IndexChange& change, Written written) {
     SortByKey(change.removed);
     SortByKey(change.added);
     if (Platform::HitsFault(Platform::Operation::Write)) {
         throw CLhvException("The index " + m_file->path + " cannot be written.", Platform::LastSystemError());
     }
-    Check(m_file->path, mdb_env_set_flags(m_file->environment, MDB_NOSYNC, Platform::IsFlushEnabled() ? 0 : 1));
+    const bool later = written == Written::Later || !Platform::IsFlushEnabled();
+    Check(m_file->path, mdb_env_set_flags(m_file->environment, MDB_NOSYNC, later ? 1 : 0));
     int code = m_file->TryApply(change);
     while (code == MDB_MAP_FULL) {
         m_file->Grow();
@@ -331,4 +332,12 @@ void CSSIndex::Apply(IndexChange& change) {
     }
     Check(m_file->path, code);
     m_file->KeepLongEnough();
+}
+
+void CSSIndex::Sync() {
+    if (!Platform::IsFlushEnabled()) return;
+    if (Platform::HitsFault(Platform::Operation::Flush)) {
+        throw CLhvException("The index " + m_file->path + " cannot be written.", Platform::LastSystemError());
+    }
+    Check(m_file->path, mdb_env_sync(m_file->environment, 1));
 }

@@ -40,7 +40,7 @@ struct IndexState {
     std::uint64_t tableIdentity = 0;  // of the file, see Platform::FileStatus
     std::int32_t recordCount = 0;
     std::int32_t liveCount = 0;
-    bool settled = false;         // false while a change of the table is under way
+    bool settled = false;  // false while a change of the table is under way
 
     bool operator==(const IndexState&) const = default;
 };
@@ -74,7 +74,12 @@ public:
 
     bool ReadState(IndexState& state);                                    // false when there is none
     void Find(std::string_view key, std::vector<std::int32_t>& records);  // ascending
-    void Apply(IndexChange& change);                                      // sorts the entries; one transaction
+
+    // Sorts the entries; one transaction.  Written Later, the file may be ruined by
+    // a power failure before Sync(): the caller makes a note of that first.
+    enum class Written { Now, Later };
+    void Apply(IndexChange& change, Written written = Written::Now);
+    void Sync();
 
 private:
     struct CTransaction;

@@ -131,6 +131,7 @@ CMember Prepared(const CMember& member) {
 // Writes the members at the end of the table.  The index knows them first; when
 // the table then cannot take them, it forgets them again.
 std::int32_t AppendMembers(CMemberFiles& files, std::span<const CMember> members) {
+    constexpr std::size_t Bulk = 100;
     CTextChange texts(files);
     const std::int32_t first = files.GetRecordCount();
     const IndexState before = files.GetIndexState();
@@ -149,7 +150,11 @@ std::int32_t AppendMembers(CMemberFiles& files, std::span<const CMember> members
     }
     texts.Store();
     texts.Commit();
-    files.ApplyIndex(change);
+    if (members.size() < Bulk) {
+        files.ApplyIndex(change);
+    } else {
+        files.ApplyIndexInBulk(change);
+    }
     try {
         files.AppendRecords(records);
     } catch (...) {

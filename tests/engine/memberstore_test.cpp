@@ -258,6 +258,42 @@ TEST_F(CMemberStoreTest, RebuildsAnIndexThatDoesNotFit) {
     }
 }
 
+// While the index is not on the disk a note beside it says so; one that nobody
+// stands for any more means that the index may have been ruined.
+TEST_F(CMemberStoreTest, NotesThatTheIndexIsNotOnTheDisk) {
+    Platform::SetFlushEnabled(true);
+    const std::string note = index + "-unsynced";
+    std::vector<CMember> many;
+    for (int i = 0; i < 200; ++i)
+        many.push_back(MakeMember(std::to_string(i) + "@x.example"));
+    CMemberStore store;
+    CMemberStore other;
+    store.Open(7);
+    store.AddMany(many, ExistingMember::Skip);
+    EXPECT_TRUE(std::filesystem::exists(note));
+    other.Open(7);
+    EXPECT_EQ(other.Find("5@x.example"), 5);
+    other.Close();
+    EXPECT_TRUE(std::filesystem::exists(note));
+    many.assign(1, MakeMember("single@x.example"));
+    store.AddMany(many, ExistingMember::Skip);
+    EXPECT_FALSE(std::filesystem::exists(note));
+    store.Close();
+
+    Put(note, "");
+    {
+        CSSIndex file;
+        file.Open(index, CSSIndex::Access::ReadWrite);
+        IndexChange change;
+        file.ReadState(change.state);
+        change.clear = true;
+        file.Apply(change);
+    }
+    store.Open(7);
+    EXPECT_EQ(store.Find("5@x.example"), 5);
+    EXPECT_FALSE(std::filesystem::exists(note));
+}
+
 TEST_F(CMemberStoreTest, ReadsWithoutWritingAnything) {
     CMemberStore store;
     store.Open(7);
