@@ -31,8 +31,10 @@ show list create "Harbour News" --email news@harbour.example --kind announcement
 show field set "Harbour News" 0 Town
 show field set "Harbour News" 1 Boat
 show blocked add '*@spam.example'
-show member import "Harbour News" examples/members.csv
-cat examples/members.csv.rejected.csv 2>/dev/null || true
+cp examples/members.csv "$data/members.csv"
+show member import "Harbour News" "$data/members.csv"
+printf '\n$ cat members.csv.rejected.csv\n'
+cat "$data/members.csv.rejected.csv"
 show account set "Harbour News" SendMethod NullMessageSender
 show account set "Harbour News" TargetFolder "$copies"
 show broadcast examples/newsletter.eml --list "Harbour News"

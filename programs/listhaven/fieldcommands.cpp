@@ -46,6 +46,8 @@ void List(const CArguments& arguments) {
 void Set(const CArguments& arguments) {
     const auto kind = ParseCustomFieldKind(arguments.kind);
     if (!kind) throw CUsageFailure("--kind: " + arguments.kind + " is none; use text, number, date or choice");
+    std::string reason;
+    if (!CCustomFields::IsName(arguments.name, &reason)) throw CCommandFailure(arguments.name + ": " + reason);
     CCustomFields fields = LoadFields(arguments.list);
     fields.Set(arguments.slot, {arguments.name, arguments.description, *kind});
 }

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <vector>
 
 #include "app/datafolder.h"
 #include "app/productname.h"
@@ -58,6 +59,9 @@ int Run(int argc, char** argv) {
         return app.exit(help);
     } catch (const CLI::CallForVersion& version) {
         return app.exit(version);
+    } catch (const CLI::RequiredError& fault) {
+        const std::vector<std::string> unknown = app.remaining(true);
+        return Complain(unknown.empty() ? fault.what() : "there is no command \"" + unknown.front() + "\"", WrongUsage);
     } catch (const CLI::ParseError& fault) {
         return Complain(fault.what(), WrongUsage);
     }

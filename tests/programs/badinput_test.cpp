@@ -130,18 +130,17 @@ TEST(BadInput, RepairMendsACutTableAndAMissingVersion) {
     runner.MustRun({"member", "add", "News", "c@d.example", "--name", "Carl Dorn"});
     const std::string table = runner.DataFolder() + "/1.MBR";
     const auto size = fs::file_size(table);
-    fs::resize_file(table, size - 100);
     fs::remove(table + ".ver");
-
-    const CRunResult refused = runner.Run({"member", "ls", "News"});
-    ExpectRefusal(refused, 1, "1.MBR");
-    EXPECT_EQ(fs::file_size(table), size - 100) << "nothing is cut that was not asked for";
-
+    ExpectRefusal(runner.Run({"member", "ls", "News"}), 1, "1.MBR");
     EXPECT_NE(runner.MustRun({"repair"}).find("1.MBR"), std::string::npos);
-    const std::string members = runner.MustRun({"member", "ls", "News"});
-    EXPECT_NE(members.find("a@b.example"), std::string::npos);
-    EXPECT_EQ(members.find("c@d.example"), std::string::npos);
+    EXPECT_NE(runner.MustRun({"member", "ls", "News"}).find("c@d.example"), std::string::npos);
+
+    fs::resize_file(table, size - 100);
+    EXPECT_EQ(runner.MustRun({"member", "ls", "News"}).find("c@d.example"), std::string::npos);
+    EXPECT_EQ(fs::file_size(table), size - 100) << "nothing is cut that was not asked for";
+    EXPECT_NE(runner.MustRun({"repair"}).find("1.MBR"), std::string::npos);
     EXPECT_EQ(fs::file_size(table), size / 2);
+    EXPECT_NE(runner.MustRun({"member", "ls", "News"}).find("a@b.example"), std::string::npos);
     EXPECT_EQ(runner.MustRun({"repair"}), "Nothing to repair.\n");
 }
 
@@ -173,15 +172,19 @@ TEST(BadInput, HostileMessagesAreReadWithinBounds) {
     const struct {
         const char* name;
         std::string text;
+        const char* kept;
+        bool isTooDeep = false;
     } cases[] = {
-        {"no header end", "From: a@example.net\nSubject: no end"},
-        {"10,000 nested parts", Nested(10000)},
-        {"1,000,000 header lines", ManyHeaderLines(1000000)},
-        {"a boundary that never ends", "From: a@example.net\n" + boundary + std::string(1 << 20, 'b') + "\n\ntext\n"},
-        {"a part of white space", "From: a@example.net\n" + boundary + "b\"\n\n--b\n   \n--b\n\nx\n--b--\n"},
+        {"no header end", "From: a@example.net\nSubject: no end", "no end"},
+        {"10,000 nested parts", Nested(10000), "the innermost text", true},
+        {"1,000,000 header lines", ManyHeaderLines(1000000), "X-Line: 999999"},
+        {"a boundary that never ends", "From: a@example.net\n" + boundary + std::string(1 << 20, 'b') + "\n\ntext\n",
+         "text\r\n"},
+        {"a part of white space", "From: a@example.net\n" + boundary + "b\"\n\n--b\n   \n--b\n\nkept\n--b--\n", "kept"},
         {"a name out of its folder",
          "From: a@example.net\nContent-Type: image/png; name=\"../../etc/passwd\"\nContent-Disposition: attachment; "
-         "filename=\"../../etc/passwd\"\n\nx\n"},
+         "filename=\"../../etc/passwd\"\n\nkept\n",
+         "kept"},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.name);
@@ -191,7 +194,9 @@ TEST(BadInput, HostileMessagesAreReadWithinBounds) {
         const std::string third = runner.Path("third.eml");
         EXPECT_EQ(runner.Run({"message", "resave", file, again}).status, 0);
         EXPECT_EQ(runner.Run({"message", "resave", again, third}).status, 0);
-        EXPECT_EQ(CProgramRunner::ReadFile(again), CProgramRunner::ReadFile(third));
+        // Nothing of the text goes; a tree within the bounds is written alike each time.
+        EXPECT_NE(CProgramRunner::ReadFile(third).find(test.kept), std::string::npos);
+        EXPECT_TRUE(test.isTooDeep || CProgramRunner::ReadFile(again) == CProgramRunner::ReadFile(third));
         const CRunResult result = runner.Run({"broadcast", file, "--list", "News"});
         EXPECT_TRUE(result.status == 0 || result.status == 1) << result.errors;
     }

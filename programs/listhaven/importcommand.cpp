@@ -1,0 +1,2 @@
+#include "programs/listhaven/importcommand.h"
+void AddImportCommands(CLI::App&) {}
