@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "mime/encodedword.h"
 #include "mime/mailbox.h"
 #include "mime/mimeheader.h"
 #include "utility/text.h"
@@ -54,6 +55,12 @@ std::string StoredAddressLine(std::string_view line) {
         result.append(StoredMailbox(mailbox));
     }
     return result.empty() ? OneLine(line) : result;
+}
+
+std::string StoredSubject(std::string_view subject) {
+    const std::string line = OneLine(subject);
+    const std::string stored = EncodeHeaderWord(line);
+    return stored != line && DecodeHeaderText(stored) != line ? EncodeExactly(line) : stored;
 }
 
 void SetAddressLine(CMimeHeader& header, std::string_view field, std::string_view line) {

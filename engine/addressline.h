@@ -1,8 +1,8 @@
-// addressline.h - address header lines in the form in which they are stored.
+// addressline.h - address and subject lines in a form that comes back as it was.
 //
-// A header value with bytes that need it is stored as one encoded word, the
-// address in it, and "_" and "?" in such an address do not come back.  Lines
-// stored here have nothing but display names encoded.
+// The header stores a value with bytes that need it as one encoded word, the
+// addresses in it, and "_" and "?" do not come back from that.  Lines made here
+// have nothing of an address encoded, and those two characters as well.
 //
 // Errors   Nothing fails.
 // Source   RFC 2047, 4.2 and 5(3)
@@ -22,6 +22,9 @@ std::string StoredMailbox(const CMailbox& mailbox);
 
 // The line as it is when it is ASCII, or holds encoded words or data fields.
 std::string StoredAddressLine(std::string_view line);
+
+// The subject as the header stores it, but for a word that would not come back.
+std::string StoredSubject(std::string_view subject);
 
 // line: decoded.  Replaces the first field of that name, or appends one.
 void SetAddressLine(CMimeHeader& header, std::string_view field, std::string_view line);

@@ -56,10 +56,16 @@ enum class CopyResult {
     Failed,
 };
 
+// How copies are made.  Both ways give the same bytes.
+enum class CopyWay {
+    Pattern,    // what all copies share is serialised once, where the message allows it
+    WholeTree,  // each copy is a message that is finalised and written
+};
+
 // Makes the copies for one list.
 class CBroadcastMaker {
 public:
-    CBroadcastMaker();
+    explicit CBroadcastMaker(CopyWay way = CopyWay::Pattern);
     CBroadcastMaker(const CBroadcastMaker&) = delete;
     CBroadcastMaker& operator=(const CBroadcastMaker&) = delete;
     ~CBroadcastMaker();
@@ -79,6 +85,7 @@ public:
 
 private:
     struct CState;
+    CopyWay m_way;
     std::unique_ptr<CState> m_state;
 };
 

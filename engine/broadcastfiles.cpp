@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 
 #include "engine/crc32.h"
-#include "platform/profilefile.h"
 #include "platform/systemerror.h"
 #include "utility/files.h"
 #include "utility/formattext.h"
@@ -21,6 +21,9 @@ constexpr std::size_t CheckAt = CBroadcastPosition::SlotSize - 4;
 constexpr std::size_t BufferSize = 64 * 1024;
 
 constexpr std::array<std::string_view, 3> StateNames = {"running", "done", "cancelled"};
+
+constexpr std::array<std::string_view, 11> Keys = {"Subject", "Lists",    "Modes",  "State",   "Begun",  "Started",
+                                                   "Total",   "Position", "Copies", "Skipped", "Blocked"};
 
 template <class T>
 void AppendNumber(std::string& bytes, T number) {
@@ -98,30 +101,41 @@ std::string BroadcastFile(std::string_view jobFolder, std::string_view name) {
     return JoinPath(jobFolder, name);
 }
 
+// Read whole: a key that cannot be read must not pass for one with its default.
 bool ReadBroadcastSettings(std::string_view jobFolder, BroadcastSettings& settings) {
     const std::string path = BroadcastFile(jobFolder, BroadcastSettingsFile);
-    const auto read = [&path](std::string_view key) { return Platform::ReadProfileText(path, Section, key, ""); };
-    const std::string state = read("State");
-    const auto known = std::find(StateNames.begin(), StateNames.end(), state);
-    if (known == StateNames.end()) {
-        SetLastErrorFormat("\"%s\" is missing or damaged.", path.c_str());
+    std::string text;
+    if (!ReadWholeFile(path, text)) return false;
+    std::map<std::string, std::string, CLessNoCase> values;
+    for (const std::string_view line : Split(text, '\n')) {
+        const std::size_t equals = line.find('=');
+        if (equals != std::string_view::npos)
+            values.emplace(line.substr(0, equals), TrimRight(line.substr(equals + 1)));
+    }
+    for (const std::string_view key : Keys) {
+        if (values.count(std::string(key)) != 0) continue;
+        SetLastErrorFormat("\"%s\" is damaged: it has no \"%s\".", path.c_str(), std::string(key).c_str());
         return false;
     }
-    settings.state = static_cast<BroadcastSettings::State>(known - StateNames.begin());
-    settings.subject = read("Subject");
-    settings.hasBegun = read("Begun") == "1";
-    settings.started = static_cast<std::int64_t>(NumberOf(read("Started")));
-    settings.total = NumberOf(read("Total"));
-    settings.position = NumberOf(read("Position"));
-    settings.counts = {NumberOf(read("Copies")), NumberOf(read("Skipped")), NumberOf(read("Blocked"))};
+    const auto state = std::find(StateNames.begin(), StateNames.end(), values["State"]);
+    if (state == StateNames.end()) {
+        SetLastErrorFormat("\"%s\" is damaged: its state is unknown.", path.c_str());
+        return false;
+    }
+    settings.state = static_cast<BroadcastSettings::State>(state - StateNames.begin());
+    const std::string& subject = values["Subject"];
+    settings.subject = subject.size() >= 2 ? subject.substr(1, subject.size() - 2) : std::string();
+    settings.hasBegun = values["Begun"] == "1";
+    settings.started = static_cast<std::int64_t>(NumberOf(values["Started"]));
+    settings.total = NumberOf(values["Total"]);
+    settings.position = NumberOf(values["Position"]);
+    settings.counts = {NumberOf(values["Copies"]), NumberOf(values["Skipped"]), NumberOf(values["Blocked"])};
     settings.lists.clear();
-    const std::string lists = read("Lists");
-    for (const std::string_view list : Split(lists, ',')) {
+    for (const std::string_view list : Split(values["Lists"], ',')) {
         if (const auto number = ParseNumber(list)) settings.lists.push_back(static_cast<std::uint32_t>(*number));
     }
     settings.modes = {false, false, false};
-    const std::string modes = read("Modes");
-    for (const std::string_view name : Split(modes, ',')) {
+    for (const std::string_view name : Split(values["Modes"], ',')) {
         const auto mode = ParseDeliveryMode(name);
         settings.modes.regular |= mode == DeliveryMode::Regular;
         settings.modes.both |= mode == DeliveryMode::Both;

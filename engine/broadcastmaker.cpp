@@ -98,7 +98,7 @@ struct CBroadcastMaker::CState {
     CopyResult MakeByPattern(const std::string& storedTo, const CMember& member, std::int64_t now, std::string& text);
 };
 
-CBroadcastMaker::CBroadcastMaker() = default;
+CBroadcastMaker::CBroadcastMaker(CopyWay way) : m_way(way) {}
 CBroadcastMaker::~CBroadcastMaker() = default;
 
 bool CBroadcastMaker::Open(const CMimeMessage& message, const BroadcastList& list, std::string_view identifier) {
@@ -115,7 +115,7 @@ bool CBroadcastMaker::Open(const CMimeMessage& message, const BroadcastList& lis
     m_state->TakeBase(message, list, identifier);
     m_state->NoteShared(list);
     m_state->WantSlots();
-    m_state->TakePattern();
+    if (m_way == CopyWay::Pattern) m_state->TakePattern();
     return true;
 }
 

@@ -16,6 +16,7 @@
 
 namespace {
 
+constexpr std::int64_t AbandonedAfter = 3600 * std::int64_t{1'000'000'000};
 constexpr std::size_t HeaderStart = 64 * 1024;  // of a copy, in which its broadcast is named
 
 CPreparedMessage PathsOf(const BroadcastMark::Name& name) {
@@ -44,7 +45,12 @@ bool FindInvisible(const std::vector<BroadcastMark::Name>& group, std::vector<CP
     return true;
 }
 
+// An empty one does not say whose it is, but nobody leaves one empty for long.
 bool IsCopyOf(const std::string& path, const std::string& identifier) {
+    Platform::FileStatus status;
+    if (Platform::GetFileStatus(path, status) && status.size == 0) {
+        return status.times.modified < Platform::NanosecondsSince1970() - AbandonedAfter;
+    }
     std::string start;
     return ReadFileStart(path, HeaderStart, start) &&
            start.find("X-Lhv-Broadcast: " + identifier + "\r\n") != std::string::npos;

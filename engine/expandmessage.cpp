@@ -52,8 +52,11 @@ bool ExpandHeaderValue(std::string& value) {
 }
 
 void StoreHeaderValue(CMimeHeader& header, std::size_t index, const std::string& value) {
-    if (IsAddressField(header.GetStoredField(index).name)) {
+    const std::string& name = header.GetStoredField(index).name;
+    if (IsAddressField(name)) {
         header.SetStoredField(index, StoredAddressLine(value));
+    } else if (EqualNoCase(name, "Subject")) {
+        header.SetStoredField(index, StoredSubject(value));
     } else {
         header.SetFieldAt(index, value);
     }

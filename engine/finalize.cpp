@@ -100,7 +100,7 @@ FinalizeResult CFinalizer::Prepare(CMimeMessage& message, std::int64_t now) {
     if (root.GetField(ControlHeader::ShouldSign) == "YES") {
         std::string subject;
         if (!Sign(root.GetField("Subject"), recipients, now, subject)) return FinalizeResult::Failed;
-        root.SetField("Subject", subject);
+        SetStoredLine(root.GetHeader(), "Subject", StoredSubject(subject));
     }
     for (const char* header : {"CC", "BCC"}) {
         const std::string copies = root.GetField(header);
@@ -132,7 +132,7 @@ void CFinalizer::ApplyOverrides(CMimeMessage& message) {
         SetAddressLine(root.GetHeader(), "Reply-To", replyTo);
     }
     if (const std::string subject = TakeOverride(root, ControlHeader::SubjectOverride); !subject.empty()) {
-        root.SetField("Subject", subject);
+        SetStoredLine(root.GetHeader(), "Subject", StoredSubject(subject));
     }
     if (const std::string sender = TakeOverride(root, ControlHeader::SenderOverride); !sender.empty()) {
         root.SetField("Sender", sender);
