@@ -21,7 +21,6 @@ namespace {
 
 constexpr std::string_view MessageExtension = "eml";
 constexpr std::string_view MessagePattern = "*.eml";
-constexpr std::string_view PreparedPattern = "*.tmp";
 
 // After so many messages of our own we look at the batch again, since others
 // add to it and take from it.
@@ -38,14 +37,32 @@ struct CBatch {
     bool isCounted = false;
 };
 
-bool CountFiles(std::string_view folder, std::string_view pattern, std::uint32_t& count) {
+bool EndsWithNoCase(std::string_view text, std::string_view end) {
+    return text.size() >= end.size() && EqualNoCase(text.substr(text.size() - end.size()), end);
+}
+
+bool IsMessageName(std::string_view name) {
+    return EndsWithNoCase(name, ".eml");
+}
+bool IsPreparedName(std::string_view name) {
+    return EndsWithNoCase(name, ".tmp");
+}
+
+// A name that MoveToUniqueName() could have given.
+bool IsOwnName(std::string_view name) {
+    const std::size_t dot = name.find_first_not_of("0123456789");
+    return dot != 0 && dot != std::string_view::npos && name.substr(dot) == ".eml";
+}
+
+// Each file counts for which "counts" says so.
+bool CountFiles(std::string_view folder, bool (*counts)(std::string_view name), std::uint32_t& count) {
     Platform::CDirectorySearch search;
     Platform::DirectoryEntry entry;
-    if (!search.Open(folder, pattern)) return false;
+    if (!search.Open(folder, "*")) return false;
     for (;;) {
         switch (search.Next(entry)) {
             case Platform::CDirectorySearch::Step::Entry:
-                if (!entry.isFolder) ++count;
+                if (!entry.isFolder && counts(entry.name)) ++count;
                 break;
             case Platform::CDirectorySearch::Step::NoMoreFiles:
                 return true;
@@ -58,6 +75,18 @@ bool CountFiles(std::string_view folder, std::string_view pattern, std::uint32_t
 bool FailFromSystem() {
     SetLastErrorFromSystem();
     return false;
+}
+
+// A number that is free there stays with its message, so that the log can be
+// followed; and a rename that replaces nothing needs no mutex.
+bool Rename(std::string_view source, std::string_view folder, std::string& newPath) {
+    const std::string name = LastPathComponent(source);
+    std::string path = JoinPath(folder, name);
+    if (!IsOwnName(name) || !Platform::RenameNew(source, path)) {
+        return MoveToUniqueName(source, folder, MessageExtension, newPath);
+    }
+    newPath = std::move(path);
+    return true;
 }
 
 }  // namespace
@@ -104,7 +133,8 @@ bool CBatchFolder::CState::HasRoom(CBatch& batch) const {
     if (batch.isCounted && batch.addedSince < RecountInterval && batch.count <= BatchLimit) return true;
     const std::string batchPath = JoinPath(path, batch.name);
     std::uint32_t count = 0;
-    if (!CountFiles(batchPath, MessagePattern, count) || !CountFiles(batchPath, PreparedPattern, count)) return false;
+    const auto takesRoom = [](std::string_view name) { return IsMessageName(name) || IsPreparedName(name); };
+    if (!CountFiles(batchPath, takesRoom, count)) return false;
     batch.count = count;
     batch.addedSince = 0;
     batch.isCounted = true;
@@ -166,7 +196,7 @@ bool CBatchFolder::CState::Transport(std::string_view source, Transfer transfer,
     return PlaceInBatch([&](const std::string& batchPath) {
         if (transfer == Transfer::Copy) return CopyMessageToFolder(source, batchPath, extraHeaders, newPath);
         if (!extraHeaders.empty()) return MoveMessageToFolder(source, batchPath, extraHeaders, newPath);
-        return MoveToUniqueName(source, batchPath, MessageExtension, newPath);
+        return Rename(source, batchPath, newPath);
     });
 }
 
@@ -224,7 +254,7 @@ bool CBatchFolder::CountMessages(std::uint32_t& total) const {
     if (!Platform::FolderIsThere(m_state->path)) return true;
     for (const CBatch& batch : m_state->batches) {
         std::uint32_t count = 0;
-        if (CountFiles(JoinPath(m_state->path, batch.name), MessagePattern, count)) total += count;
+        if (CountFiles(JoinPath(m_state->path, batch.name), IsMessageName, count)) total += count;
     }
     return true;
 }
