@@ -37,6 +37,7 @@ bool ReadAddress(std::string_view cell, CMember& member, std::string& name, std:
         return true;
     }
     if (cell.find_first_of("<( ") == std::string_view::npos) return false;
+    if (cell.find_first_of("\r\n") != std::string_view::npos) return false;  // who knows which of the lines was meant
     std::vector<CMailbox> mailboxes = ParseMailboxes(cell);
     if (mailboxes.size() != 1 || !IsPlausibleAddress(mailboxes[0].address)) return false;
     member.address = mailboxes[0].address;
