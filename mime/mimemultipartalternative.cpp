@@ -66,7 +66,7 @@ void CMimeMultipartAlternative::Normalize() {
     const Child htmlPart = *html;
     if (find("plain") == m_parts.end()) {
         const std::string text = htmlPart->GetBody();
-        const std::string plain = HtmlToText(text);
+        const std::string plain(TrimRight(HtmlToText(text)));  // as it is read back
         AddPart(MakeText(PlainTypeFor(*htmlPart, text, plain), plain));
         html = find("html");
     }
