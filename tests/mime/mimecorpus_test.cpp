@@ -128,7 +128,7 @@ TEST(MimeCorpus, NoLineOfABodyIsLost) {
         CMimeMessage message;
         std::string text;
         if (!message.Load(path) || !ReadWholeFile(path, text)) continue;
-        // Joined texts may be quoted-printable now.
+        // Joined texts were decoded, and may be quoted-printable now.
         const std::string saved = message.GetText() + DecodeQuotedPrintable(message.GetText());
         // Encoded lines that no text operation touches.
         std::size_t missing = 0;
@@ -140,7 +140,9 @@ TEST(MimeCorpus, NoLineOfABodyIsLost) {
             if (!line.empty() && line.back() == '\r') line.pop_back();
             if (line.size() < 60 || line.find_first_of(" :;=<>-") != std::string::npos) continue;
             ++looked;
-            if (saved.find(line) == std::string::npos) ++missing;
+            std::string decoded = DecodeBase64Text(line);
+            std::erase(decoded, '\r');
+            if (saved.find(line) == std::string::npos && saved.find(decoded) == std::string::npos) ++missing;
             if (looked == 200) break;
         }
         EXPECT_EQ(missing, 0u) << looked;
