@@ -185,6 +185,7 @@ void CSTable::CState::FinishRewriting() {
     }
     bool isThere = false;
     if (ReadVersionFile(isThere) != journal.version || !isThere) {
+        Platform::SetLastSystemError(0);
         if (status.size != journal.size) Fail("was being upgraded; its file .new is missing.");
         WriteVersionFile(journal.version);
     }

@@ -120,6 +120,23 @@ TEST_F(CTextStoreTest, SpaceIsUsedAgain) {
     EXPECT_EQ(m_store.GetReferenceCount(), 100);
 }
 
+// What another has made of the space since is not freed.
+TEST_F(CTextStoreTest, AFreeThatCameTooLateDoesNothing) {
+    CTextStore other;
+    other.Open(PathOf("T"), CTextStore::Access::ReadWrite);
+    m_store.Free(m_store.Add("third"));
+    m_store.Replace(m_store.Add("first"), "second");
+    other.RemoveAll();
+    Texts expected;
+    for (const char* text : {"fourth", "fifth", "sixth"})
+        expected[other.Add(text)] = text;
+    m_store.Flush();
+    m_store.Release();
+    for (const char* text : {"seventh", "eighth", "ninth"})
+        ASSERT_TRUE(expected.emplace(m_store.Add(text), text).second);
+    ExpectTexts(expected);
+}
+
 // The program ends at every write in turn; what it was about is old or new, and
 // everything else is untouched.
 TEST_F(CTextStoreTest, AnEndAtAnyWriteHarmsNoText) {
@@ -165,6 +182,32 @@ TEST_F(CTextStoreTest, AnEndAtAnyWriteHarmsNoText) {
     const TextStoreReport repaired = m_store.Check(KeysOf(expected));
     EXPECT_EQ(repaired.texts, static_cast<std::int32_t>(expected.size()));
     EXPECT_LT(repaired.lostBytes, 32 * expected.size());
+}
+
+TEST_F(CTextStoreTest, ARepairMayBeInterrupted) {
+    bool wasHit = true;
+    for (unsigned n = 1; wasHit; ++n) {
+        m_store.RemoveAll();
+        Texts expected;
+        std::vector<std::int32_t> freed;
+        for (int i = 0; i < 8; ++i) {
+            const std::string text(static_cast<std::size_t>(20 * i), static_cast<char>('a' + i));
+            freed.push_back(m_store.Add(text));
+            expected[m_store.Add(text)] = text;
+        }
+        for (const std::int32_t reference : freed)
+            m_store.Free(reference);
+        m_store.Release();
+        try {
+            const Platform::CFaultPlan plan(Platform::Operation::Write, n, Platform::CFaultPlan::After::Stays);
+            m_store.Repair(KeysOf(expected));
+            wasHit = plan.WasHit();
+        } catch (const CLhvException&) {
+        }
+        Open();
+        ExpectTexts(expected);
+        EXPECT_FALSE(m_store.Check(KeysOf(expected)).freeListsDamaged) << n;
+    }
 }
 
 TEST_F(CTextStoreTest, DamageIsNoticedAndContained) {
