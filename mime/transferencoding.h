@@ -185,7 +185,7 @@ private:
             return out;
         }
         const unsigned b = Value(m_pending[1]);
-        *out++ = static_cast<char>(Value(m_pending[0]) << 2 | b >> 4);
+        *out++ = static_cast<char>(Value(m_pending[0]) * 4u | b >> 4);
         if (m_pending[2] == '=') {
             if (m_pending[3] == '=')
                 m_ended = true;
