@@ -1,7 +1,6 @@
 #include "engine/catalogue.h"
 
 #include <atomic>
-#include <regex>
 #include <set>
 #include <thread>
 
@@ -11,6 +10,18 @@
 #include "utility/lhvexception.h"
 
 namespace {
+
+// Hexadecimal digits become "X" or, in the third group, "x".
+std::string ShapeOf(const std::string& guid) {
+    std::string shape;
+    int group = 0;
+    for (const char c : guid) {
+        group += c == '-' ? 1 : 0;
+        const std::string digits = group == 2 ? "0123456789abcdef" : "0123456789ABCDEF";
+        shape += digits.find(c) == std::string::npos ? c : group == 2 ? 'x' : 'X';
+    }
+    return shape;
+}
 
 class CCatalogueTest : public CDataFolderTest {
 protected:
@@ -59,8 +70,7 @@ TEST_F(CCatalogueTest, ANewListHasTheDefaults) {
         EXPECT_EQ(m_lists.GetByKey(list, row.key), row.value) << row.key;
     EXPECT_GT(m_lists.GetNumber(list, ListColumn::Created), 1700000000);
     EXPECT_NE(m_lists.GetGuid(list), m_lists.GetGuid(second));
-    EXPECT_TRUE(std::regex_match(m_lists.GetGuid(list),
-                                 std::regex("\\{[0-9A-F]{8}-[0-9A-F]{4}-[0-9a-f]{4}-[0-9A-F]{4}-[0-9A-F]{12}\\}")));
+    EXPECT_EQ(ShapeOf(m_lists.GetGuid(list)), "{XXXXXXXX-XXXX-xxxx-XXXX-XXXXXXXXXXXX}");
     EXPECT_EQ(m_lists.GetListNumber(second), 2U);
 }
 
