@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "platform/faultplan.h"
 #include "tests/senddaemon/daemonfixture.h"
 
 namespace SendDaemon {
@@ -70,6 +71,28 @@ TEST_F(Dispatcher, StartsWithTheStatedLogAndUndoesClaims) {
     EXPECT_FALSE(m_daemon->Initialize(m_root, server));
     EXPECT_EQ(GetLastErrorText(), "Sending daemon already initialized.");
     EXPECT_EQ(RunToEnd().sent, 4U);
+}
+
+TEST_F(Dispatcher, AMessageThatCannotBeDeletedIsReportedAndSentAgainOnlyByTheNextStart) {
+    const auto gate = RegisterGatedKind("Gate");
+    Set("SendMethod", "Gate");
+    Set("SaveSentMessages", "0");
+    Queue(1);
+    ASSERT_TRUE(Start());
+    ASSERT_TRUE(m_daemon->DispatchAll());
+    {
+        const Platform::CFaultPlan plan(Platform::Operation::Remove, 1);
+        gate->Open();
+        RunToEnd();
+        EXPECT_TRUE(plan.WasHit());
+    }
+    EXPECT_TRUE(m_log->Contains(3, " has been just sent and it may get sent again to the same recipient."));
+    EXPECT_EQ(Counts(), "0 1 0 0 0 0");
+    EXPECT_EQ(RunToEnd().sent, 0U);
+    ASSERT_TRUE(Start());
+    EXPECT_EQ(RunToEnd().sent, 1U);
+    EXPECT_EQ(Counts(), "0 0 0 0 0 0");
+    EXPECT_EQ(gate->delivered.size(), 2U);
 }
 
 TEST_F(Dispatcher, OneProgramSendsAtATime) {
