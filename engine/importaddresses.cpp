@@ -12,7 +12,8 @@ namespace ImportAddresses {
 
 namespace {
 
-constexpr std::size_t GroupSize = 1000;
+constexpr std::size_t GroupSize = 4000;
+constexpr std::uint64_t ProgressStep = 1000;              // rows
 constexpr std::size_t GroupBytes = std::size_t{4} << 20;  // of rows; one of long rows is taken earlier
 
 bool IsShortened(const CMember& member) {
@@ -129,7 +130,7 @@ bool CImport::Run(const std::string& path, const Progress& progress) {
         if (step == CCsvReader::Step::Failed) return false;
         if (step == CCsvReader::Step::EndOfFile) break;
         if (!TakeRow(row)) return false;
-        if (count % GroupSize == 0 && progress && !progress(m_reader.GetPosition(), m_reader.GetSize())) {
+        if (count % ProgressStep == 0 && progress && !progress(m_reader.GetPosition(), m_reader.GetSize())) {
             m_summary.isCancelled = true;
             break;
         }
