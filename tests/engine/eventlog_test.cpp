@@ -43,8 +43,9 @@ TEST_F(CEventLogTest, SettingsDecideWhatIsLogged) {
             EXPECT_EQ(IsLogged(level), std::string(row.levels).find(std::to_string(level)) != std::string::npos);
             Log(level, "level %d", level);
         }
+        const std::string log = ReadLog();
         std::string written;
-        for (const auto line : Split(ReadLog(), '\n')) {
+        for (const auto line : Split(log, '\n')) {
             if (!line.empty()) written += line.back();
         }
         EXPECT_EQ(written, row.levels) << row.enable << row.errorsOnly << row.debugMode;
