@@ -10,6 +10,7 @@
 #include "engine/finalize.h"
 #include "engine/messagefields.h"
 #include "engine/messagetemplate.h"
+#include "engine/textcharset.h"
 #include "mime/encodedword.h"
 #include "mime/mailbox.h"
 #include "mime/mimemessage.h"
@@ -75,6 +76,7 @@ struct CBroadcastMaker::CState {
     SlotMask wanted = NoSlots;  // by the message and the list
     SlotMask given = NoSlots;   // of the member at hand
     std::vector<std::pair<DataField, std::string>> shared;
+    std::vector<std::pair<int, CDataFieldName>> slotFields;
     CMember wholeMember;  // scratch
     bool hasWarned = false;
 
@@ -110,6 +112,10 @@ bool CBroadcastMaker::Open(const CMimeMessage& message, const BroadcastList& lis
         return false;
     }
     m_state->customFields.Load(list.number);
+    for (int slot = 0; slot < CCustomFields::SlotCount; ++slot) {
+        const CustomField& field = m_state->customFields.GetSlot(slot);
+        if (!field.IsFree()) m_state->slotFields.emplace_back(slot, CDataFieldName(field.name));
+    }
     m_state->nameCase = ReadNameCase();
     m_state->finalizer = std::make_unique<CFinalizer>(list.guid);
     m_state->TakeBase(message, list, identifier);
@@ -143,6 +149,7 @@ CopyResult CBroadcastMaker::Make(const CMember& member, std::int64_t now, std::s
 void CBroadcastMaker::CState::TakeBase(const CMimeMessage& message, const BroadcastList& list,
                                        std::string_view identifier) {
     base = message.Clone();
+    UseUtf8ForDataFields(base);
     CMimeHeader& header = base.GetRoot()->GetHeader();
     const std::string subject = header.GetField("Subject");
     for (const char* name : {"CC", "BCC", ControlHeader::RecipientOverride}) {
@@ -186,8 +193,8 @@ void CBroadcastMaker::CState::WantSlots() {
 void CBroadcastMaker::CState::WantSlotsOf(std::string_view text) {
     const CDataFieldText pieces(text);
     for (const CDataFieldText::Piece& piece : pieces.GetPieces()) {
-        if (!piece.isReference) continue;
-        const int slot = customFields.FindSlot(std::string_view(piece.text).substr(2, piece.text.size() - 3));
+        if (!piece.field) continue;
+        const int slot = customFields.FindSlot(piece.text);
         if (slot >= 0) wanted |= SlotMask{1} << slot;
     }
 }
@@ -231,7 +238,9 @@ void CBroadcastMaker::CState::SetCopyFields(const CMember& member, const std::st
     SetDataField(DataField::To, toLine);
     SetMemberFields(member, nameCase);
     SetRandomFields();
-    SetCustomFields(customFields, member, given);
+    for (const auto& [slot, field] : slotFields) {
+        if ((given >> slot & 1) != 0) SetDataField(field, member.GetField(slot));
+    }
 }
 
 CopyResult CBroadcastMaker::CState::MakePlain(const std::string& storedTo, const CMember& member, std::int64_t now,

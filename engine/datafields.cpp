@@ -94,6 +94,7 @@ struct CDataFieldTable {
     std::unordered_map<std::string, Entry, CHashNoCase, CEqualNoCase> entries;
     std::vector<Saved> saved;
     std::vector<std::size_t> pushes;  // size of "saved" at each push
+    std::array<Entry*, static_cast<std::size_t>(DataField::Count)> standard{};
     std::uint64_t epoch = 0;
     std::string key;  // scratch
 
@@ -107,14 +108,18 @@ struct CDataFieldTable {
         return key;
     }
 
-    void Set(std::string_view name, std::string_view value, bool isHtml) {
+    // The entry of a name, present or not.
+    Entry& Take(std::string_view name) {
         MakeKey(name);
         auto found = entries.find(std::string_view(key));
         if (found == entries.end()) {
             found = entries.emplace(key, Entry{}).first;
             found->second.key = &found->first;
         }
-        Entry& entry = found->second;
+        return found->second;
+    }
+
+    void Set(Entry& entry, std::string_view value, bool isHtml) {
         if (entry.savedAt < pushes.size()) {
             saved.push_back({&entry, {}, entry.isHtml, entry.isPresent, entry.savedAt});
             if (entry.isPresent) saved.back().value.swap(entry.value);
@@ -123,6 +128,12 @@ struct CDataFieldTable {
         entry.value.assign(value);
         entry.isHtml = isHtml;
         entry.isPresent = true;
+    }
+
+    Entry& Standard(DataField field) {
+        Entry*& entry = standard[static_cast<std::size_t>(field)];
+        if (entry == nullptr) entry = &Take(DataFieldName(field));
+        return *entry;
     }
 
     void Pop() {
@@ -143,12 +154,20 @@ struct CDataFieldTable {
     }
 };
 
+CDataFieldName::CDataFieldName(std::string_view name) : m_entry(&CDataFieldTable::Get().Take(name)) {}
+
+void SetDataField(const CDataFieldName& field, std::string_view value, bool isHtml) {
+    CDataFieldTable::Get().Set(*static_cast<CDataFieldTable::Entry*>(field.m_entry), value, isHtml);
+}
+
 void SetDataField(std::string_view name, std::string_view value, bool isHtml) {
-    CDataFieldTable::Get().Set(name, value, isHtml);
+    CDataFieldTable& table = CDataFieldTable::Get();
+    table.Set(table.Take(name), value, isHtml);
 }
 
 void SetDataField(DataField field, std::string_view value, bool isHtml) {
-    SetDataField(DataFieldName(field), value, isHtml);
+    CDataFieldTable& table = CDataFieldTable::Get();
+    table.Set(table.Standard(field), value, isHtml);
 }
 
 std::string GetDataField(std::string_view name) {
@@ -192,21 +211,24 @@ CDataFieldText::CDataFieldText(std::string_view text) {
     std::size_t start = 0;
     std::size_t end = 0;
     while (FindReference(text, position, start, end)) {
-        if (start > position) m_pieces.push_back({std::string(text.substr(position, start - position)), false});
-        const std::string_view name = WithoutAlias(text.substr(start + 2, end - start - 3));
-        m_pieces.push_back({"$(" + std::string(name) + ")", true});
+        if (start > position) m_pieces.push_back({std::string(text.substr(position, start - position)), {}});
+        const std::string_view name = text.substr(start + 2, end - start - 3);
+        m_pieces.push_back({std::string(name), CDataFieldName(name)});
         m_hasReferences = true;
         position = end;
     }
-    if (position < text.size()) m_pieces.push_back({std::string(text.substr(position)), false});
+    if (position < text.size()) m_pieces.push_back({std::string(text.substr(position)), {}});
 }
 
 CDataFieldExpansion::CDataFieldExpansion(bool htmlMode) noexcept
     : m_htmlMode(htmlMode), m_epoch(++CDataFieldTable::Get().epoch) {}
 
-std::string_view CDataFieldExpansion::GetValue(std::string_view reference) {
-    CEntry* entry = CDataFieldTable::Get().Find(reference);
-    return entry != nullptr ? std::string_view(Resolve(*entry)) : std::string_view();
+std::string_view CDataFieldExpansion::GetValue(CEntry* entry) {
+    return entry != nullptr && entry->isPresent ? std::string_view(Resolve(*entry)) : std::string_view();
+}
+
+std::string_view CDataFieldExpansion::GetValue(const CDataFieldName& field) {
+    return GetValue(static_cast<CEntry*>(field.m_entry));
 }
 
 void CDataFieldExpansion::Append(std::string& result, std::string_view text) {
@@ -216,10 +238,7 @@ void CDataFieldExpansion::Append(std::string& result, std::string_view text) {
     std::size_t end = 0;
     while (FindReference(text, position, start, end)) {
         result.append(text.substr(position, start - position));
-        const std::string_view name = text.substr(start + 2, end - start - 3);
-        const std::string_view plainName = WithoutAlias(name);
-        const bool isAlias = plainName.data() != name.data();
-        result.append(GetValue(isAlias ? table.MakeKey(plainName) : text.substr(start, end - start)));
+        result.append(GetValue(table.Find(table.MakeKey(text.substr(start + 2, end - start - 3)))));
         position = end;
     }
     result.append(text.substr(position));
@@ -227,8 +246,8 @@ void CDataFieldExpansion::Append(std::string& result, std::string_view text) {
 
 void CDataFieldExpansion::Append(std::string& result, const CDataFieldText& text) {
     for (const CDataFieldText::Piece& piece : text.GetPieces()) {
-        if (piece.isReference) {
-            result.append(GetValue(piece.text));
+        if (piece.field) {
+            result.append(GetValue(*piece.field));
         } else {
             result.append(piece.text);
         }

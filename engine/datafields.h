@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <list>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -80,6 +81,20 @@ std::string_view DataFieldName(DataField field) noexcept;
 // references that are left, with a line in the log.
 constexpr std::size_t MaxExpandedValue = std::size_t{1} << 20;
 
+// A field that is looked up once, for setting it and for finding its value many
+// times.  It stays good for as long as the process runs.
+class CDataFieldName {
+public:
+    explicit CDataFieldName(std::string_view name);
+
+private:
+    friend class CDataFieldExpansion;
+    friend void SetDataField(const CDataFieldName& field, std::string_view value, bool isHtml);
+
+    void* m_entry;
+};
+void SetDataField(const CDataFieldName& field, std::string_view value, bool isHtml = false);
+
 // isHtml: the value is HTML already, and is decoded where plain text is wanted.
 void SetDataField(std::string_view name, std::string_view value, bool isHtml = false);
 void SetDataField(DataField field, std::string_view value, bool isHtml = false);
@@ -113,8 +128,8 @@ public:
     explicit CDataFieldText(std::string_view text);
 
     struct Piece {
-        std::string text;  // literally, or the whole reference "$(Name)"
-        bool isReference = false;
+        std::string text;                     // literally, or the name
+        std::optional<CDataFieldName> field;  // of a reference
     };
     const std::vector<Piece>& GetPieces() const noexcept { return m_pieces; }
     bool HasReferences() const noexcept { return m_hasReferences; }
@@ -132,14 +147,17 @@ public:
     CDataFieldExpansion(const CDataFieldExpansion&) = delete;
     CDataFieldExpansion& operator=(const CDataFieldExpansion&) = delete;
 
-    std::string_view GetValue(std::string_view reference);  // "$(Name)"; good as long as this object
+    std::string_view GetValue(const CDataFieldName& field);  // good as long as this object
     void Append(std::string& result, std::string_view text);
     void Append(std::string& result, const CDataFieldText& text);
 
 private:
     struct CEntry;
     friend struct CDataFieldTable;
+    friend class CDataFieldName;
+    friend void SetDataField(const CDataFieldName& field, std::string_view value, bool isHtml);
 
+    std::string_view GetValue(CEntry* entry);
     const std::string& Convert(CEntry& entry);
     const std::string& Resolve(CEntry& entry);
     bool TakePass(CEntry& entry, const std::string& value, std::string& result);

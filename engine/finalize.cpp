@@ -164,10 +164,17 @@ void CFinalizer::SetAddresseeFields(std::string_view toLine) {
 }
 
 void CFinalizer::SetTimeFields(std::int64_t now) {
-    const std::tm local = Platform::LocalTime(now);
-    SetDataField(DataField::Date,
-                 FormatText("%02d/%02d/%02d", local.tm_mon + 1, local.tm_mday, (local.tm_year + 1900) % 100));
-    SetDataField(DataField::Time, FormatText("%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec));
+    static std::int64_t second = -1;  // that the texts are of
+    static std::string date;
+    static std::string time;
+    if (now != second) {
+        const std::tm local = Platform::LocalTime(now);
+        date = FormatText("%02d/%02d/%02d", local.tm_mon + 1, local.tm_mday, (local.tm_year + 1900) % 100);
+        time = FormatText("%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec);
+        second = now;
+    }
+    SetDataField(DataField::Date, date);
+    SetDataField(DataField::Time, time);
 }
 
 bool CFinalizer::Sign(std::string_view subject, std::string_view recipient, std::int64_t now,

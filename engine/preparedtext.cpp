@@ -1,5 +1,7 @@
 #include "engine/preparedtext.h"
 
+#include <algorithm>
+
 #include "mime/transferencoding.h"
 #include "utility/text.h"
 
@@ -8,10 +10,16 @@ namespace {
 constexpr std::size_t LongLine = 72;  // characters; from here on a text is quoted-printable
 
 bool HasLongLine(std::string_view text) noexcept {
-    std::size_t length = 0;
-    for (const char c : text) {
-        length = c == '\r' || c == '\n' ? 0 : length + 1;
-        if (length >= LongLine) return true;
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = std::min(text.find('\n', start), text.size());
+        if (end - start >= LongLine) {  // unless a CR parts it
+            std::size_t length = 0;
+            for (const char c : text.substr(start, end - start)) {
+                length = c == '\r' ? 0 : length + 1;
+                if (length >= LongLine) return true;
+            }
+        }
+        start = end + 1;
     }
     return false;
 }
@@ -22,12 +30,38 @@ std::string HeaderWith(const CMimeText& entity, const char* encoding) {
     return LfToCrLf(header.GetText() + "\n");
 }
 
+// Every LF gets a CR in front.
+void AppendWithCr(std::string& result, std::string_view text) {
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = text.find('\n', start);
+        if (end == std::string_view::npos) {
+            result.append(text.substr(start));
+            return;
+        }
+        result.append(text.substr(start, end - start)).append("\r\n");
+        start = end + 1;
+    }
+}
+
 void AppendPlain(std::string& result, std::string_view text) {
-    result.append(LfToCrLf(CrLfToLf(text)));
+    if (text.find('\r') == std::string_view::npos) {
+        AppendWithCr(result, text);
+    } else {
+        AppendWithCr(result, CrLfToLf(text));
+    }
 }
 
 void AppendQuoted(std::string& result, std::string_view text) {
-    result.append(LfToCrLf(EncodeQuotedPrintable(text)));
+    using Encoder = QpEncoder<const char*, char*>;
+    char buffer[1024];
+    if (Encoder::MaxOutput(text.size()) > sizeof(buffer)) {
+        AppendWithCr(result, EncodeQuotedPrintable(text));
+        return;
+    }
+    Encoder encoder;
+    char* end = encoder.Process(text.data(), text.data() + text.size(), buffer);
+    end = encoder.Finish(end);
+    AppendWithCr(result, std::string_view(buffer, static_cast<std::size_t>(end - buffer)));
 }
 
 }  // namespace
