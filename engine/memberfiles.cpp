@@ -80,14 +80,17 @@ void CMemberFiles::OpenTable(bool create) {
     if (!table->Open(m_path, CMemberTable::Columns(), m_readOnly, create)) {
         throw CLhvException("The members in " + m_path + " cannot be opened.", Platform::LastSystemError());
     }
-    // Looked at after the opening, which may have exchanged the file for an upgraded one.
+    m_table = std::move(table);
+    m_recordCount = m_table->GetRecordCount();
+    NoteIdentity();  // only now: the opening may have put an upgraded file in its place
+}
+
+void CMemberFiles::NoteIdentity() {
     Platform::FileStatus status;
     if (!Platform::GetFileStatus(m_path, status)) {
         throw CLhvException("The members in " + m_path + " have vanished.", Platform::LastSystemError());
     }
-    m_table = std::move(table);
     m_identity = status.identity;
-    m_recordCount = m_table->GetRecordCount();
     ++m_generation;
 }
 
@@ -359,54 +362,10 @@ void CMemberFiles::RemoveIndex() noexcept {
     m_isUnsynced = false;
 }
 
-void CMemberFiles::FailPack() const {
-    const Platform::SystemError code = Platform::LastSystemError();
-    Platform::RemoveFile(m_path + ".tmp");
-    throw CLhvException("The members in " + m_path + " cannot be packed.", code);
-}
-
-void CMemberFiles::ReplaceTable(const std::string& newTable) {
-    CloseTable();
-    if (!Platform::RenameReplacing(newTable, m_path)) {
-        throw CLhvException("The members in " + m_path + " cannot be replaced.", Platform::LastSystemError());
-    }
-    Platform::FlushFolder(ParentFolder(m_path));
-    OpenTable(false);
-}
-
-// The members are copied to a new file that takes the table's place: at every
-// instant the one or the other is whole.  Texts stay where they are.
 void CMemberFiles::Pack() {
-    const std::string newPath = m_path + ".tmp";
-    Platform::CFile file;
-    if (!file.Open(newPath, Platform::FileMode::CreateOrEmpty)) FailPack();
-    std::vector<std::int32_t> freed;
-    std::vector<std::byte> block;
-    const std::size_t size = GetRecordSize();
-    std::int32_t kept = 0;
-    for (std::int32_t first = 0; first < m_recordCount; first += BlockRecords) {
-        const std::int32_t count = std::min(BlockRecords, m_recordCount - first);
-        ReadBlock(first, count, block);
-        std::string output;
-        for (std::int32_t i = 0; i < count; ++i) {
-            const std::span bytes = std::span(block).subspan(static_cast<std::size_t>(i) * size, size);
-            const CMemberRecord record(bytes);
-            if (record.IsMember()) {
-                output.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-                ++kept;
-            }
-            for (int text = 0; !record.IsMember() && text < CMemberRecord::TextCount; ++text) {
-                freed.push_back(record.GetText(text));
-            }
-        }
-        if (!file.Write(output)) FailPack();
-    }
-    if (!file.Flush() || !file.Close()) FailPack();
-    if (kept == m_recordCount) {
-        Platform::RemoveFile(newPath);
-        return;
-    }
-    ReplaceTable(newPath);
-    FreeTexts(freed);
-    if (kept > 0) RebuildIndex();
+    m_table->Pack();
+    if (m_table->GetRecordCount() == m_recordCount) return;
+    m_recordCount = m_table->GetRecordCount();
+    NoteIdentity();
+    if (m_recordCount > 0) RebuildIndex();
 }

@@ -70,8 +70,7 @@ public:
 private:
     friend class CMemberHold;
 
-    [[noreturn]] void FailPack() const;
-    void ReplaceTable(const std::string& newTable);  // renames it over the table and opens that
+    void NoteIdentity();
     void Refresh();
     void OpenTable(bool create);
     void CloseTable();

@@ -155,7 +155,7 @@ TEST_F(CRepairTest, RemovesOnlyWhatNobodyIsWriting) {
         bool staysWithBroadcast;
         bool stays;
     } cases[] = {
-        {"7.MBR.tmp", true, false, false},
+        {"7.tmp", true, false, false},
         {"1.tmp", false, true, true},
         {"Lhv.cfg.123.new", true, false, false},
         {"Lhv.cfg.new", true, true, true},
