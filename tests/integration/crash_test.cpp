@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int Members = 600;
+constexpr int Members = 2000;
 constexpr int Kills = 100;
 constexpr int Connections = 4;
 constexpr const char* LastLine = "That was all, and nothing is missing.";
