@@ -49,6 +49,9 @@ struct BroadcastList {
 // From the catalogue.  False only when there is no such list; faults throw CLhvException.
 bool ReadBroadcastList(std::uint32_t number, BroadcastList& list);
 
+// Whether the copies for the list would have a sender.
+bool CanSendFrom(const CMimeMessage& message, const BroadcastList& list);
+
 enum class CopyResult {
     Made,
     Blocked,  // logged; nothing is to be written

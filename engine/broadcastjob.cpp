@@ -84,10 +84,10 @@ bool FillJob(const std::string& folder, std::string_view messagePath, BroadcastS
            position.Create(BroadcastFile(folder, BroadcastPositionFile)) && WriteBroadcastSettings(folder, settings);
 }
 
-bool CheckLists(const std::vector<std::uint32_t>& lists) {
+bool CheckLists(const std::vector<std::uint32_t>& lists, const CMimeMessage& message) {
     for (const std::uint32_t list : lists) {
         BroadcastList known;
-        if (!ReadBroadcastList(list, known)) return false;
+        if (!ReadBroadcastList(list, known) || !CanSendFrom(message, known)) return false;
     }
     if (lists.empty()) SetLastErrorText("A broadcast needs at least one list.");
     return !lists.empty();
@@ -133,7 +133,7 @@ bool CBroadcastJobs::Create(std::string_view messagePath, const std::vector<std:
             return false;
         }
         CMimeMessage message;
-        if (!CheckLists(settings.lists) || !LoadUsableMessage(std::string(messagePath), message)) return false;
+        if (!LoadUsableMessage(std::string(messagePath), message) || !CheckLists(settings.lists, message)) return false;
         settings.subject = message.GetRoot()->GetField("Subject");
         if (!EnsureFolder(m_root) || !MakeUniqueFolder(m_root, folder)) return false;
         if (FillJob(folder, messagePath, settings)) {

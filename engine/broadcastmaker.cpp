@@ -100,6 +100,22 @@ struct CBroadcastMaker::CState {
     CopyResult MakeByPattern(const std::string& storedTo, const CMember& member, std::int64_t now, std::string& text);
 };
 
+bool CanSendFrom(const CMimeMessage& message, const BroadcastList& list) {
+    if (!message.GetRoot()) {
+        SetLastErrorText("The message of the broadcast is empty.");
+        return false;
+    }
+    const CMimeHeader& header = message.GetRoot()->GetHeader();
+    const std::string own = header.GetField("From");
+    const std::string from = header.HasField(ControlHeader::FromOverride) ? header.GetField(ControlHeader::FromOverride)
+                             : own.empty()                                ? list.address
+                                                                          : own;
+    if (HoldsDataField(from) || !ParseMailboxes(from).empty()) return true;
+    SetLastErrorFormat("The message has no address in its From line%s.",
+                       own.empty() ? ", and the list none that could stand there" : "");
+    return false;
+}
+
 CBroadcastMaker::CBroadcastMaker(CopyWay way) : m_way(way) {}
 CBroadcastMaker::~CBroadcastMaker() = default;
 
@@ -107,10 +123,7 @@ bool CBroadcastMaker::Open(const CMimeMessage& message, const BroadcastList& lis
     const bool hasWarned = m_state && m_state->hasWarned;
     m_state = std::make_unique<CState>();
     m_state->hasWarned = hasWarned;
-    if (!message.GetRoot()) {
-        SetLastErrorText("The message of the broadcast is empty.");
-        return false;
-    }
+    if (!CanSendFrom(message, list)) return false;
     m_state->customFields.Load(list.number);
     for (int slot = 0; slot < CCustomFields::SlotCount; ++slot) {
         const CustomField& field = m_state->customFields.GetSlot(slot);
