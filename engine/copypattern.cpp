@@ -55,7 +55,7 @@ void CCopyPattern::TakeHeader(const CMimeMessage& message, const Replaced& repla
     for (std::size_t i = 0; i < header.GetFieldCount(); ++i) {
         const CMimeField& field = header.GetStoredField(i);
         const bool isFirst = seen.emplace(field.name, true).second;
-        Line line{Line::Kind::Constant, field.name, field.value, header.DecodeField(i), {}, {}, {}};
+        Line line{Line::Kind::Constant, field.name, field.value, header.DecodeField(i), {}, {}, {}, true};
         if (isFirst && replaced.count(field.name) != 0) {
             line.kind = Line::Kind::Replaced;
         } else if (isFirst && m_rootIsText && EqualNoCase(field.name, "Content-Transfer-Encoding")) {
@@ -74,11 +74,11 @@ void CCopyPattern::TakeHeader(const CMimeMessage& message, const Replaced& repla
         m_header.push_back(std::move(line));
     }
     if (m_rootIsText && !hasEncoding) {
-        m_header.push_back({Line::Kind::Encoding, "Content-Transfer-Encoding", "", "", {}, {}, {}});
+        m_header.push_back({Line::Kind::Encoding, "Content-Transfer-Encoding", {}, {}, {}, {}, {}, true});
     }
     if (!hasSubject) {
         m_subject = m_header.size();
-        m_header.push_back({Line::Kind::Constant, "Subject", "", "", {}, {}, {}});
+        m_header.push_back({Line::Kind::Constant, "Subject", {}, {}, {}, {}, {}, false});
     }
 }
 
@@ -125,10 +125,11 @@ void CCopyPattern::Expand(const Replaced& replaced) {
             line.decoded.clear();
             plain.Append(line.decoded, line.value);
             line.decoded = OneLine(line.decoded);
+            line.isThere = !line.decoded.empty();
             if (line.decoded == line.unexpanded) {
                 line.stored = line.unchanged;
             } else {
-                line.stored = line.decoded.empty() ? std::string() : StoredForm(line.name, line.decoded);
+                line.stored = StoredForm(line.name, line.decoded);
             }
         }
     }
@@ -139,12 +140,13 @@ const std::string& CCopyPattern::GetSubject() const {
 }
 
 void CCopyPattern::SetSubject(const std::string& decodedSubject) {
+    m_header[m_subject].isThere = true;
     m_header[m_subject].stored = StoredForm("Subject", decodedSubject);
 }
 
 void CCopyPattern::AppendTo(std::string& result) const {
     for (const Line& line : m_header) {
-        if (line.stored.empty()) continue;
+        if (!line.isThere) continue;
         result.append(line.name).append(": ");
         if (line.stored.find('\n') == std::string::npos) {
             result.append(line.stored);

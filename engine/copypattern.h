@@ -44,11 +44,12 @@ private:
         enum class Kind { Constant, Replaced, Expanded, Encoding };
         Kind kind = Kind::Constant;
         std::string name;
-        std::string stored;  // "": there is no such line in this copy
+        std::string stored;
         std::string decoded;
         CDataFieldText value;  // of an expanded line, and both forms of it
         std::string unexpanded;
         std::string unchanged;
+        bool isThere = true;  // in this copy
     };
     struct Part {
         std::string before;  // constant, CR LF

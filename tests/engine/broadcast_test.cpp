@@ -58,7 +58,7 @@ TEST_F(Broadcast, BothWaysOfMakingACopyGiveTheSameBytes) {
         from + "To: list@x.example\nSubject: Hi $(To-First-Name)\n\nDear $(To-Name),\n\n$(Town)\n.\nbye \n",
         from + "Subject: =?utf-8?Q?Gr=C3=BC=C3=9Fe?= $(Boat)\n\n" + longLine + " $(Boat) " + longLine + "\nend $(Town)",
         from + "Subject: none\n\nno reference at all, " + longLine + longLine + "\n",
-        "Subject: from the list\nX-List: $(List-Name) $(Unknown)\nX-Gone: $(Unknown)\n\n$(From) $(Unknown)\n",
+        "Subject: from the list\nX-Empty:\nX-List: $(List-Name) $(Unknown)\nX-Gone: $(Unknown)\n\n$(From) $(Unknown)\n",
         from +
             "Content-Type: text/html; charset=utf-8\nContent-Transfer-Encoding: quoted-printable\n\n<p>$(Town) "
             "=C3=BC $(T=\nown)</p>\n<p>" +
