@@ -1,10 +1,12 @@
 #include "senddaemon/messageinfo.h"
 
 #include <array>
+#include <span>
 #include <vector>
 
 #include "mime/headerscan.h"
 #include "mime/mailbox.h"
+#include "utility/files.h"
 #include "utility/lasterror.h"
 #include "utility/text.h"
 
@@ -12,6 +14,7 @@ namespace SendDaemon {
 
 namespace {
 
+constexpr std::size_t UsualHeader = 4096;
 constexpr std::array<std::string_view, 6> InfoFields = {
     "X-Lhv-Return-Path-Override", "From", "X-Lhv-Recipient-Override", "To", "CC", "BCC"};
 
@@ -36,6 +39,19 @@ bool IsUsableAddress(std::string_view address) {
     return true;
 }
 
+// Most headers are in the first few KiB; a whole step of ReadHeaderFields() is
+// for the others.
+bool ReadFields(std::string_view path, std::span<const std::string_view> names, CHeaderValues& values,
+                HeaderForm form) {
+    std::string start;
+    if (!ReadFileStart(path, UsualHeader, start)) return false;
+    const bool isWhole = start.size() < UsualHeader || start.find("\n\r\n") != std::string::npos ||
+                         start.find("\n\n") != std::string::npos;
+    if (!isWhole) return ReadHeaderFields(path, names, values, form);
+    ScanHeaderFields(start, names, values, form);
+    return true;
+}
+
 bool FailFor(std::string_view path, const char* reason) {
     SetLastErrorFormat("The message \"%s\" %s", std::string(path).c_str(), reason);
     return false;
@@ -46,7 +62,7 @@ bool FailFor(std::string_view path, const char* reason) {
 bool ReadMessageInfo(std::string_view path, CMessageInfo& info) {
     CHeaderValues values;
     info = {};
-    if (!ReadHeaderFields(path, InfoFields, values, HeaderForm::Stored)) return false;
+    if (!ReadFields(path, InfoFields, values, HeaderForm::Stored)) return false;
     std::string sender = GetField(values, "X-Lhv-Return-Path-Override");
     if (sender.empty()) sender = GetField(values, "From");
     std::string recipients = GetField(values, "X-Lhv-Recipient-Override");
@@ -72,7 +88,7 @@ bool ReadMessageTitle(std::string_view path, std::string& subject, std::string& 
     CHeaderValues values;
     subject.clear();
     recipient.clear();
-    if (!ReadHeaderFields(path, TitleFields, values)) return false;
+    if (!ReadFields(path, TitleFields, values, HeaderForm::Decoded)) return false;
     subject = OneLine(GetField(values, "Subject"));
     recipient = OneLine(GetField(values, "To"));
     return values.contains("Subject") && values.contains("To");

@@ -51,8 +51,9 @@ void CSendLoop::UpdateResult() {
 }
 
 void CSendLoop::Report() {
+    if (!m_options.progress) return;
     UpdateResult();
-    if (m_options.progress) m_options.progress(m_result);
+    m_options.progress(m_result);
 }
 
 void CSendLoop::Pause(milliseconds length) {
@@ -111,14 +112,13 @@ CSendResult CSendLoop::Run() {
         m_handedOn += round.handedOn;
         m_failed += round.failed;
         if (round.failed > 0) m_result.reason = round.reason;
+        if (round.handedOn > 0) Report();
+        if (round.handedOn > 0 && !round.isPassOver) continue;
         const bool isSending = round.allBusy > 0 || m_daemon.IsAnySending();
         if (round.isPassOver && !EndPass(isSending)) break;
-        if (round.handedOn == 0 && isSending) {
-            m_daemon.WaitForProgress(seen, StopInterval);
-            Report();
-        } else if (round.handedOn > 0) {
-            Report();
-        }
+        if (round.handedOn > 0 || !isSending) continue;
+        m_daemon.WaitForProgress(seen, StopInterval);
+        Report();
     }
     UpdateResult();
     if (!m_result.gaveUp) m_result.reason.clear();

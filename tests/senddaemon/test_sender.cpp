@@ -134,8 +134,10 @@ TEST_F(Sender, TheHeaderSaysForWhomAMessageIs) {
         {"From: a@x\r\nTo: nobody\r\n", nullptr, ""},
         {"", nullptr, ""},
     };
+    const std::string longHeader = "X-Long: " + std::string(6000, 'x') + "\r\n";
     for (const CCase& each : cases) {
-        const std::string path = MakeFile("m.eml", std::string(each.header) + "\r\nTo: body@x\r\n");
+        const std::string header = (&each - cases) % 2 == 0 ? each.header : longHeader + each.header;
+        const std::string path = MakeFile("m.eml", header + "\r\nTo: body@x\r\n");
         CMessageInfo info;
         ASSERT_EQ(ReadMessageInfo(path, info), each.returnPath != nullptr) << each.header;
         if (each.returnPath == nullptr) continue;
