@@ -128,7 +128,8 @@ void CompareThroughput(const std::string& folder, int count) {
     CQueueCase cases[] = {{1, true}, {4, true}, {1, false}, {4, false}};
     for (int round = 0; round < Rounds; ++round) {
         limit = std::min(limit, TimeLimit(JoinPath(folder, "limit"), count));
-        for (CQueueCase& each : cases) {
+        for (std::size_t i = 0; i < std::size(cases); ++i) {
+            CQueueCase& each = cases[(i + static_cast<std::size_t>(round)) % std::size(cases)];
             const double seconds = TimeQueue(JoinPath(folder, "SendDaemon"), count, each.connections, each.save);
             each.best = std::min(each.best, seconds);
         }

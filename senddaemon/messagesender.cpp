@@ -11,6 +11,14 @@
 
 namespace SendDaemon {
 
+namespace {
+
+// Some ten microseconds: while a queue is being sent, the next message comes
+// sooner than this thread could fall asleep and be woken.
+constexpr int LooksBeforeSleep = 100;
+
+}  // namespace
+
 double CMessageSender::NoLastDelivery::GetSeconds() const {
     return std::numeric_limits<double>::max();
 }
@@ -103,6 +111,8 @@ void CMessageSender::Work() {
         m_work = false;
         guard.unlock();
         if (job.events != nullptr) job.events->OnSenderIdle();
+        for (int looks = 0; looks < LooksBeforeSleep && !m_work; ++looks)
+            std::this_thread::yield();
         guard.lock();
     }
 }

@@ -13,6 +13,7 @@
 #ifndef LISTHAVEN_SENDDAEMON_MESSAGESENDER_H
 #define LISTHAVEN_SENDDAEMON_MESSAGESENDER_H
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -91,7 +92,7 @@ private:
     std::condition_variable m_wake;
     CJob m_job;
     JobState m_pending = JobState::Idle;  // handed over, not yet begun: runs even after a stop
-    bool m_work = false;                  // the work event: a job is pending or running
+    std::atomic<bool> m_work = false;     // the work event: a job is pending or running
     bool m_stop = false;                  // takes no more jobs; the thread ends
     std::unique_ptr<LastDelivery> m_lastDelivery;
     std::thread m_thread;  // last: uses all of the above

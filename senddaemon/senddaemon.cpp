@@ -1,10 +1,12 @@
 #include "senddaemon/senddaemon.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <filesystem>
 #include <map>
 #include <mutex>
 #include <set>
+#include <thread>
 #include <utility>
 
 #include "app/pumpmessages.h"
@@ -27,6 +29,10 @@ namespace {
 
 constexpr std::string_view SourceName = "Shared/SendDaemon/senddaemon";
 constexpr std::string_view PresenceName = "Vantorel.Listhaven.3.SendDaemon";
+
+// Some ten microseconds: a quick delivery is over before this thread could
+// fall asleep.
+constexpr int LooksBeforeSleep = 100;
 
 bool FailInternally(int line, InternalErrorKind kind) {
     SetLastErrorText(InternalErrorText(SourceName, line, kind));
@@ -65,7 +71,7 @@ struct CSendDaemon::CState {
 
     mutable std::mutex progressLock;
     std::condition_variable progressMade;
-    std::uint64_t progress = 0;
+    std::atomic<std::uint64_t> progress = 0;  // changes under the lock
 
     void DropAccount(std::string_view folder);
     CDispatchRound Round(CDispatcher::Walk walk);
@@ -319,11 +325,12 @@ void CSendDaemon::CancelSenders() {
 }
 
 std::uint64_t CSendDaemon::GetProgress() const {
-    const std::lock_guard guard(m_state->progressLock);
     return m_state->progress;
 }
 
 void CSendDaemon::WaitForProgress(std::uint64_t seen, std::chrono::milliseconds limit) {
+    for (int looks = 0; looks < LooksBeforeSleep && m_state->progress == seen; ++looks)
+        std::this_thread::yield();
     std::unique_lock guard(m_state->progressLock);
     m_state->progressMade.wait_for(guard, limit, [&] { return m_state->progress != seen; });
 }
