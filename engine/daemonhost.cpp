@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "app/settings.h"
+#include "engine/broadcastjob.h"
 #include "engine/catalogue.h"
 #include "engine/eventlog.h"
 #include "engine/listaccount.h"
@@ -118,6 +120,25 @@ void CDaemonHost::CState::RemoveLists(const std::map<std::uint32_t, std::string>
         daemon.RemoveAccount(account->second);
         account = accounts.erase(account);
     }
+}
+
+void ResumeBroadcasts(const std::function<bool()>& stopRequested) {
+    std::vector<BroadcastInfo> ran;
+    try {
+        if (!CBroadcastJobs().ResumeAll(stopRequested, {}, ran))
+            Log(LogError, "A broadcast could not be resumed: %s", DescribeLastError().c_str());
+    } catch (const std::exception& exception) {
+        Log(LogError, "A broadcast could not be resumed: %s", exception.what());
+    }
+    for (const BroadcastInfo& info : ran)
+        Log(LogInfo, "Broadcast %s was resumed and is now %s.", info.id.c_str(),
+            std::string(BroadcastStateName(info.state)).c_str());
+}
+
+void KeepLogWithinLimit() {
+    if (ReadSetting("Service", "LimitLogSize", 1) == 0) return;
+    const auto limit = static_cast<std::uint64_t>(std::max(1, ReadSetting("Service", "MaxLogSize", 1024))) * 1024;
+    if (GetLogSize() > limit) TrimLog(limit);
 }
 
 std::optional<std::int64_t> ReadExpiry() {

@@ -14,6 +14,7 @@
 #define LISTHAVEN_ENGINE_DAEMONHOST_H
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -37,6 +38,12 @@ private:
     struct CState;
     std::unique_ptr<CState> m_state;
 };
+
+// Goes on with every interrupted broadcast, and logs what became of each.
+void ResumeBroadcasts(const std::function<bool()>& stopRequested);
+
+// [Service] LimitLogSize and MaxLogSize (kilobytes): trims the event log when it is larger.
+void KeepLogWithinLimit();
 
 // From [Service] ExpireOutgoingMessages, ExpireOutgoingAfter and
 // ExpireOutgoingUnit: seconds, or none when messages never expire.

@@ -7,7 +7,6 @@
 
 #include "app/pumpmessages.h"
 #include "app/thisapp.h"
-#include "engine/broadcastjob.h"
 #include "engine/daemonhost.h"
 #include "engine/eventlog.h"
 #include "engine/loglistener.h"
@@ -85,21 +84,13 @@ private:
     SendDaemon::CNotificationListener m_notifications;
 };
 
-// Interrupted broadcasts go on beside the dispatching, on a thread of their own.
-void ResumeBroadcasts() {
-    std::vector<BroadcastInfo> ran;
-    const auto stop = [] { return Platform::StopSignalled(); };
-    if (!CBroadcastJobs().ResumeAll(stop, {}, ran))
-        Log(LogError, "A broadcast could not be resumed: %s", DescribeLastError().c_str());
-    for (const BroadcastInfo& info : ran)
-        Log(LogInfo, "Broadcast %s was resumed and is now %s.", info.id.c_str(),
-            std::string(BroadcastStateName(info.state)).c_str());
-}
-
 void DispatchUntilStopped(CDaemonHost& host) {
     SendDaemon::CSendLoopOptions options;
     options.stopRequested = [] { return Platform::StopSignalled(); };
-    options.housekeeping = [&] { host.FollowCatalogue(); };
+    options.housekeeping = [&] {
+        host.FollowCatalogue();
+        KeepLogWithinLimit();
+    };
     const SendDaemon::CSendResult result = RunUntilStopped(host.GetDaemon(), options);
     std::printf("%llu sent, %llu failed, %llu held back, %llu expired\n", static_cast<unsigned long long>(result.sent),
                 static_cast<unsigned long long>(result.failed), static_cast<unsigned long long>(result.heldBack),
@@ -124,7 +115,8 @@ void Run() {
         }
         std::printf("Dispatching; Ctrl-C ends.\n");
         std::fflush(stdout);
-        std::thread resuming(ResumeBroadcasts);
+        // Interrupted broadcasts go on beside the dispatching.
+        std::thread resuming(ResumeBroadcasts, [] { return Platform::StopSignalled(); });
         DispatchUntilStopped(host);
         resuming.join();
         SetLogView({});

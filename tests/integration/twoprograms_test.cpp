@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -18,13 +19,17 @@ std::string Rows(const std::string& prefix, int count) {
     return csv;
 }
 
-// Waits until the file holds the text; a generous bound.
-bool WaitForText(const std::string& path, const std::string& text) {
+// With a generous bound.
+bool WaitFor(const std::function<bool()>& isSo) {
     for (int i = 0; i < 6000; ++i) {
-        if (CProgramRunner::ReadFile(path).find(text) != std::string::npos) return true;
+        if (isSo()) return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return false;
+}
+
+bool WaitForText(const std::string& path, const std::string& text) {
+    return WaitFor([&] { return CProgramRunner::ReadFile(path).find(text) != std::string::npos; });
 }
 
 }  // namespace
@@ -93,6 +98,26 @@ TEST(TwoPrograms, BroadcastsBesideARunningFrontEndAreSent) {
     front.AskToStop();
     int status = -1;
     EXPECT_TRUE(front.WaitFor(std::chrono::seconds(30), status));
+}
+
+TEST(TwoPrograms, TheServerSendsWhatTheCommandsQueue) {
+    CProgramRunner runner;
+    runner.MakeNullList("News");
+    runner.MustRun({"member", "add", "News", "anna@b.example"});
+    Platform::CChildProcess server;
+    ASSERT_TRUE(runner.Start(server, {"run"}, LISTHAVEN_SERVER));
+    ASSERT_TRUE(WaitForText(runner.DataFolder() + "/log.txt", "The server has started."));
+    Platform::CChildProcess second;
+    int status = -1;
+    ASSERT_TRUE(runner.Start(second, {"run", "--once"}, LISTHAVEN_SERVER));
+    ASSERT_TRUE(second.WaitFor(std::chrono::seconds(30), status));
+    EXPECT_EQ(status, 1);
+    runner.MustRun(
+        {"broadcast", runner.WriteFile("message.eml", "From: l@lists.example\r\n\r\nHello\r\n"), "--list", "1"});
+    EXPECT_TRUE(WaitFor([&] { return !std::filesystem::is_empty(runner.Path("delivered")); }));
+    server.AskToStop();
+    EXPECT_TRUE(server.WaitFor(std::chrono::seconds(30), status));
+    EXPECT_EQ(status, 0);
 }
 
 // What a full disk refuses is refused with a reason, and works again once there is room.

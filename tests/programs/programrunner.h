@@ -49,14 +49,15 @@ public:
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
-    bool Start(Platform::CChildProcess& child, const std::vector<std::string>& arguments) const {
+    bool Start(Platform::CChildProcess& child, const std::vector<std::string>& arguments,
+               const std::string& program = LISTHAVEN_PROGRAM) const {
         Platform::ChildOptions options;
         options.environment = {"LISTHAVEN_DATA_FOLDER=" + DataFolder()};
         options.outputFile = Path("stdout");
         options.errorFile = Path("stderr");
         std::filesystem::remove(options.outputFile);
         std::filesystem::remove(options.errorFile);
-        return child.Start(LISTHAVEN_PROGRAM, arguments, options);
+        return child.Start(program, arguments, options);
     }
 
     CRunResult Run(const std::vector<std::string>& arguments) const {
