@@ -25,7 +25,15 @@ copies="$data/delivered"
 mkdir -p "$copies"
 export LISTHAVEN_DATA_FOLDER="$data/listhaven"
 listhaven=build/release/programs/listhaven/listhaven
-show() { printf '\n$ listhaven %s\n' "$*"; "$listhaven" "$@"; }
+show() {
+  local words="" word
+  for word in "$@"; do
+    case $word in *[\ \*]*) word="\"$word\"" ;; esac
+    words="$words $word"
+  done
+  printf '\n$ listhaven%s\n' "$words"
+  "$listhaven" "$@"
+}
 
 show list create "Harbour News" --email news@harbour.example --kind announcement
 show field set "Harbour News" 0 Town
