@@ -186,8 +186,13 @@ void CBroadcastMaker::CState::TakeBase(const CMimeMessage& message, const Broadc
 
 void CBroadcastMaker::CState::NoteShared(const BroadcastList& list) {
     const CDataFieldScope scope;
+    const CMimeHeader& header = base.GetRoot()->GetHeader();
     SetHeaderFields(base);
-    SetSenderFields(base.GetRoot()->GetField("From"), nameCase);
+    for (const DataField field : {DataField::From, DataField::ReplyTo, DataField::Subject}) {
+        const std::string_view name = DataFieldName(field);
+        SetDataField(field, HeaderTextInUtf8(header.FindStored(name), GetDataField(name)));
+    }
+    SetSenderFields(GetDataField("From"), nameCase);
     SetListFields(list);
     for (const DataField field : SharedFields)
         shared.emplace_back(field, GetDataField(DataFieldName(field)));

@@ -34,3 +34,22 @@ TEST(TextCharset, TextsWithDataFieldsBecomeUtf8) {
         EXPECT_EQ(message.GetRoot()->GetBody(), test.expectedText);
     }
 }
+
+TEST(TextCharset, HeaderLinesWithDataFieldsBecomeUtf8) {
+    const struct {
+        const char* stored;
+        const char* expected;
+    } cases[] = {
+        {"=?iso-8859-1?Q?f=FCr?= $(Name)", "f\xC3\xBCr $(Name)"},
+        {"f\xFCr $(Name)", "f\xC3\xBCr $(Name)"},
+        {"=?utf-8?Q?f=C3=BCr?= $(Name)", "f\xC3\xBCr $(Name)"},
+        {"=?koi8-r?Q?=F0?= $(Name)", "\xF0 $(Name)"},
+        {"=?iso-8859-1?Q?f=FCr?= all", "f\xFCr all"},
+    };
+    for (const auto& test : cases) {
+        CMimeMessage message;
+        ASSERT_TRUE(message.LoadText("Subject: " + std::string(test.stored) + "\n\nx\n"));
+        UseUtf8ForDataFields(message);
+        EXPECT_EQ(message.GetRoot()->GetField("Subject"), test.expected) << test.stored;
+    }
+}
