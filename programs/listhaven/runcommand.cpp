@@ -1,5 +1,7 @@
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <cstdio>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -116,7 +118,7 @@ void Run() {
         std::printf("Dispatching; Ctrl-C ends.\n");
         std::fflush(stdout);
         // Interrupted broadcasts go on beside the dispatching.
-        std::thread resuming(ResumeBroadcasts, [] { return Platform::StopSignalled(); });
+        std::jthread resuming(ResumeBroadcasts, [] { return Platform::StopSignalled(); });
         DispatchUntilStopped(host);
         resuming.join();
         SetLogView({});
