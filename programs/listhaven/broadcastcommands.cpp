@@ -63,7 +63,10 @@ void RunJob(CBroadcastJobs& jobs, const std::string& id, bool json) {
             id, [] { return Platform::StopSignalled(); },
             [&](std::uint64_t position, std::uint64_t total) { bar.Show(position, total); }, info);
     }
-    if (!succeeded) FailWithLastError("broadcast " + id + " was interrupted (see broadcast --resume)");
+    if (!succeeded) {
+        const bool isInterrupted = !info.id.empty() && info.state == BroadcastState::Interrupted;
+        FailWithLastError("broadcast " + id + (isInterrupted ? " was interrupted (see broadcast --resume)" : ""));
+    }
     PrintResult(info, json);
     if (info.state == BroadcastState::Interrupted)
         throw CCommandFailure("broadcast " + id + " was stopped; resume it with: broadcast --resume " + id);
@@ -111,6 +114,8 @@ void Resume(const CArguments& arguments) {
         if (ran.empty() && succeeded) std::printf("No broadcast is interrupted.\n");
     }
     if (!succeeded) throw CCommandFailure("a broadcast could not be resumed: " + reason);
+    if (!ran.empty() && ran.back().state == BroadcastState::Interrupted)
+        throw CCommandFailure("broadcast " + ran.back().id + " was stopped; resume it with: broadcast --resume");
 }
 
 void List(bool json) {

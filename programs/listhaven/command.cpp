@@ -24,7 +24,8 @@ private:
 }  // namespace
 
 void FailWithLastError(const std::string& what) {
-    throw CCommandFailure(what + ": " + DescribeLastError());
+    const std::string reason = DescribeLastError();
+    throw CCommandFailure(reason.find(what) == std::string::npos ? what + ": " + reason : reason);
 }
 
 void OpenDataFolder() {

@@ -80,7 +80,7 @@ void AddLimitCommands(CLI::App& app) {
 
     CLI::App* add = limit->add_subcommand("add", "Add a limit; all limits of a host hold");
     add->add_option("HOST", arguments->host)->required();
-    add->add_option("MAX", arguments->maxMessages, "Messages")->required()->check(CLI::PositiveNumber);
+    add->add_option("MAX", arguments->maxMessages, "Messages")->required()->check(CLI::Range(1, 1000000000));
     add->add_option("HOURS", arguments->hours, "Within the last so many hours")->required()->check(CLI::Range(1, 8760));
     add->callback([arguments] { Add(*arguments); });
 

@@ -128,7 +128,7 @@ void AddLogCommands(CLI::App& app) {
     log->require_subcommand(0, 1);
 
     CLI::App* trim = log->add_subcommand("trim", "Drop the older part when the log is longer than BYTES; 0 empties it");
-    trim->add_option("BYTES", arguments->bytes)->required()->check(CLI::NonNegativeNumber);
+    trim->add_option("BYTES", arguments->bytes)->required()->check(CLI::Range(std::int64_t{0}, std::int64_t{1} << 53));
     trim->callback([arguments] {
         OpenDataFolder();
         TrimLog(static_cast<std::uint64_t>(arguments->bytes));
