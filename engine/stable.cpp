@@ -209,8 +209,8 @@ void CSTable::Close() {
     CState& state = *m_state;
     if (state.recordSize == 0) return;
     bool isEmpty = false;
+    const bool cancellable = std::exchange(state.cancellable, false);
     try {
-        state.cancellable = false;
         isEmpty = !state.readOnly && state.Length() == 0;
         if (!isEmpty && state.texts && state.texts->GetUnreleased() > 0) Flush();
     } catch (const std::exception& e) {
@@ -222,6 +222,7 @@ void CSTable::Close() {
     if (isEmpty) state.RemoveEmptyFiles();
     state.texts.reset();
     state.layout = {};
+    state.cancellable = cancellable;
 }
 
 // A reader between two of its operations may add the first record next; it holds
@@ -253,11 +254,9 @@ bool CSTable::IsCurrent() const {
 bool CSTable::ReopenIfReplaced() {
     if (!IsOpen() || IsCurrent()) return false;
     CState& state = *m_state;
-    const bool cancellable = state.cancellable;
     // An empty table is removed by whoever closes it; any other was deleted.
     const bool create = state.create || (!state.readOnly && state.Count() == 0);
     if (!Open(state.path, state.descriptions, state.readOnly, create)) throw CLhvException(std::string(ModifiedText));
-    state.cancellable = cancellable;
     return true;
 }
 

@@ -254,10 +254,12 @@ void CSTable::CState::Upgrade() {
     const bool isCurrent =
         ReadVersionFile(isThere) == version && Platform::GetFileStatus(path, status) && status.identity == identity;
     const Layout next = MakeLayout(descriptions, CurrentVersion);
+    if (isCurrent && Count() > 0) {
+        Log(LogDebug2, "### Upgrading version of %s to %u\n", path.c_str(), CurrentVersion);
+    }
     if (isCurrent && (Count() == 0 || next.columnCount == layout.columnCount)) {
         WriteVersionFile(CurrentVersion);
     } else if (isCurrent) {
-        Log(LogDebug2, "### Upgrading version of %s to %u\n", path.c_str(), CurrentVersion);
         const std::string newPath = path + ".new";
         Journal journal{CurrentVersion, 0};
         try {

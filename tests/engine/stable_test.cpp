@@ -285,7 +285,9 @@ TEST_F(CSTableTest, AStopReachesOnlyCancellableTables) {
     EXPECT_THROW(table.Append(), CLhvException);
     EXPECT_THROW(table.ReadText(1), CLhvException);
     EXPECT_THROW(table.Pack(), CLhvException);
+    EXPECT_THROW(Open(table), CLhvException);
     ClearThreadStop(Platform::CurrentThreadId());
+    ASSERT_TRUE(Open(table));
     EXPECT_EQ(table.Append(), 2);
 }
 
