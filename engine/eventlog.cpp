@@ -8,6 +8,7 @@
 
 #include "app/datafolder.h"
 #include "app/logcontext.h"
+#include "app/productname.h"
 #include "app/settings.h"
 #include "platform/clock.h"
 #include "platform/file.h"
@@ -154,7 +155,7 @@ std::string GetLogFileName() {
 }
 
 Platform::CNamedMutex& GetLogMutex() {
-    static Platform::CNamedMutex mutex("Vantorel.Listhaven.3.Log");
+    static Platform::CNamedMutex mutex(LogMutexName);
     return mutex;
 }
 
@@ -198,8 +199,7 @@ bool ParseLogLine(std::string_view line, std::string& time, int* level, std::str
     const std::size_t open = line.find('[');
     if (open == std::string_view::npos) return false;
     const std::size_t close = line.find(']', open);
-    if (close == std::string_view::npos) return false;
-    const std::string_view tag = line.substr(open, close + 1 - open);
+    const std::string_view tag = line.substr(open, close == std::string_view::npos ? close : close + 1 - open);
     if (level) {
         std::size_t row = 0;
         while (row < LevelTags.size() && LevelTags[row] != tag)
@@ -208,6 +208,6 @@ bool ParseLogLine(std::string_view line, std::string& time, int* level, std::str
         *level = static_cast<int>(row);
     }
     time = TrimRight(line.substr(0, open));
-    if (message) *message = Trim(line.substr(close + 1));
+    if (message) *message = Trim(line.substr(open + tag.size()));
     return true;
 }

@@ -66,5 +66,5 @@ void CLogListener::Listen(const LogLineView& view, std::atomic<int>& outcome) {
 }
 
 bool WriteLogLineToMailslot(std::string_view line) {
-    return Platform::WriteToMailslot(LogMailslotName, line);
+    return Platform::WriteToMailslot(LogMailslotName, std::string(line) + "\n");
 }

@@ -40,6 +40,6 @@ private:
     std::atomic<bool> m_listening = false;
 };
 
-bool WriteLogLineToMailslot(std::string_view line);  // without its line end
+bool WriteLogLineToMailslot(std::string_view line);  // given without its line end, sent with it
 
 #endif  // LISTHAVEN_ENGINE_LOGLISTENER_H

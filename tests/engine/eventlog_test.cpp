@@ -91,6 +91,8 @@ TEST_F(CEventLogTest, LinesThatAreNone) {
     }
     EXPECT_TRUE(ParseLogLine("time  [NOTICE] text ", time, nullptr, &message));
     EXPECT_EQ(time + "|" + message, "time|text");
+    EXPECT_TRUE(ParseLogLine("time [cut", time, nullptr, &message));
+    EXPECT_EQ(time + "|" + message, "time|");
 }
 
 TEST_F(CEventLogTest, TrimKeepsWholeLinesOfTheLastHalf) {
