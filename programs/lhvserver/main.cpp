@@ -58,7 +58,7 @@ void Serve(bool once) {
         ResumeBroadcasts(stopRequested);
         RunOnce(host.GetDaemon(), options);
     } else {
-        std::thread resuming(ResumeBroadcasts, stopRequested);
+        std::jthread resuming(ResumeBroadcasts, stopRequested);
         RunUntilStopped(host.GetDaemon(), options);
         resuming.join();
     }
