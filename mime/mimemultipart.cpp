@@ -67,7 +67,8 @@ bool CMimeMultipart::Merge(const Child& other) {
     if (multipart->m_parts.empty() && !(IsBlank(multipart->GetStoredBody()) && IsBlank(multipart->GetEpilogue())))
         return false;
     for (const Child& part : multipart->m_parts) {
-        if (!AddPart(part)) InsertPart(m_parts.size(), part);
+        // A refused part goes where it would go when it is read again.
+        if (!AddPart(part) && !Merge(part)) InsertPart(m_parts.size(), part);
     }
     AppendEpilogue(multipart->GetStoredBody());
     AppendEpilogue(multipart->GetEpilogue());
