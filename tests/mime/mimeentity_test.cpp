@@ -7,7 +7,6 @@
 #include "mime/mimeattachment.h"
 #include "mime/mimemultipart.h"
 #include "mime/mimetext.h"
-#include "utility/lhvexception.h"
 #include "utility/text.h"
 
 namespace {
@@ -175,12 +174,6 @@ TEST(MimeEntity, CloneIsIndependent) {
     multipart->GetPart(1)->AppendBody("changed");
     multipart->SetField("X", "y");
     EXPECT_EQ(entity->GetText(), before);
-}
-
-TEST(SharedPointer, EmptyOnesThrow) {
-    const CSharedPointer<CMimeEntity> empty;
-    EXPECT_THROW(empty->GetText(), CLhvException);
-    EXPECT_THROW((*empty).GetText(), CLhvException);
 }
 
 }  // namespace
