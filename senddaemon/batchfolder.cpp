@@ -48,10 +48,11 @@ bool IsPreparedName(std::string_view name) {
     return EndsWithNoCase(name, ".tmp");
 }
 
-// A name that MoveToUniqueName() could have given.
+// A name that MoveToUniqueName() could have given, or one with the time at
+// which the message was queued: NUMBER.eml, NUMBER-SECONDS.eml.
 bool IsOwnName(std::string_view name) {
-    const std::size_t dot = name.find_first_not_of("0123456789");
-    return dot != 0 && dot != std::string_view::npos && name.substr(dot) == ".eml";
+    const std::size_t end = name.find_first_not_of("0123456789-");
+    return end != 0 && name.front() != '-' && end != std::string_view::npos && name.substr(end) == ".eml";
 }
 
 // Each file counts for which "counts" says so.

@@ -1,10 +1,14 @@
 // Where a dispatcher puts messages that are not to be handed to a sender (any
 // more), and how it takes back what was parked or claimed.
 
+#include <algorithm>
+#include <charconv>
+#include <exception>
 #include <utility>
 
 #include "platform/file.h"
 #include "platform/filestatus.h"
+#include "platform/guid.h"
 #include "senddaemon/daemonlog.h"
 #include "senddaemon/dispatcherstate.h"
 #include "utility/lasterror.h"
@@ -15,6 +19,23 @@ namespace SendDaemon {
 namespace {
 
 constexpr std::int64_t NanosecondsPerSecond = 1000000000;
+constexpr std::size_t SecondsLength = 10;  // since 2001: "2026-11.eml" is no time
+
+bool IsDecimal(std::string_view text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+// Seconds since 1970, from the name NUMBER-SECONDS.eml.
+std::optional<std::int64_t> GetQueuedTime(std::string_view name) {
+    const std::size_t dash = name.find('-');
+    const std::size_t dot = name.find('.');
+    if (dash == std::string_view::npos || dot == std::string_view::npos || dot < dash) return std::nullopt;
+    const std::string_view seconds = name.substr(dash + 1, dot - dash - 1);
+    std::int64_t value = 0;
+    if (!IsDecimal(name.substr(0, dash)) || !IsDecimal(seconds) || seconds.size() < SecondsLength) return std::nullopt;
+    const auto parsed = std::from_chars(seconds.data(), seconds.data() + seconds.size(), value);
+    return parsed.ec == std::errc() ? std::optional(value) : std::nullopt;
+}
 
 // Of what was filed must be known after a power failure that it was.
 void FlushFolderOf(const std::string& path) {
@@ -39,16 +60,30 @@ bool CDispatcher::CState::MoveTo(AccountFolder folder, const std::string& path, 
     return !newPath.empty();
 }
 
+// Parking renews the file's time, so the name keeps the time that expiry goes
+// by: NUMBER-SECONDS.eml.  A name that cannot be given is not worth a failure.
 DispatchStep CDispatcher::CState::Park(const std::string& path) {
-    if (!MoveTo(AccountFolder::Parked, path, CBatchFolder::Times::Renew)) return DispatchStep::NotParked;
+    std::string named = path;
+    const std::string name = LastPathComponent(path);
+    Platform::FileStatus status;
+    if (!GetQueuedTime(name) && Platform::GetFileStatus(path, status)) {
+        const std::string number = IsDecimal(name.substr(0, name.find('.'))) ? name.substr(0, name.find('.'))
+                                                                             : std::to_string(Platform::RandomNumber());
+        const std::int64_t seconds = std::max<std::int64_t>(0, status.times.created / NanosecondsPerSecond);
+        named = JoinPath(ParentFolder(path), number + "-" + std::to_string(seconds) + ".eml");
+        if (!Platform::RenameNew(path, named)) named = path;
+    }
+    if (!MoveTo(AccountFolder::Parked, named, CBatchFolder::Times::Renew)) return DispatchStep::NotParked;
     const std::lock_guard guard(lock);
     ++totals.parked;
     return DispatchStep::HandedOn;
 }
 
 bool CDispatcher::CState::IsExpired(const std::string& path) const {
+    if (!expiry) return false;
+    if (const auto queued = GetQueuedTime(LastPathComponent(path))) return clock() - *queued > *expiry;
     Platform::FileStatus status;
-    if (!expiry || !Platform::GetFileStatus(path, status)) return false;
+    if (!Platform::GetFileStatus(path, status)) return false;
     return clock() - status.times.created / NanosecondsPerSecond > *expiry;
 }
 
@@ -76,9 +111,12 @@ CMessageInfo CDispatcher::CState::GetInfo(const std::string& messageFile) const 
 }
 
 void CDispatcher::CState::FileSent(const std::string& messageFile) {
-    if (events != nullptr) {
-        const CMessageInfo info = GetInfo(messageFile);
-        events->OnMessageSent(messageFile, info.returnPath, info.recipients);
+    try {
+        const CMessageInfo info = events != nullptr ? GetInfo(messageFile) : CMessageInfo();
+        if (events != nullptr) events->OnMessageSent(messageFile, info.returnPath, info.recipients);
+    } catch (const std::exception& exception) {  // of the program's sink: filed it must be, or it is sent again
+        LogFormat(LogLevelFailure, "Error while reporting that message \"%s\" was sent: %s", messageFile.c_str(),
+                  exception.what());
     }
     if (config != nullptr && config->GetNumber("SaveSentMessages") > 0) {
         MoveTo(AccountFolder::Sent, messageFile, CBatchFolder::Times::Keep);

@@ -65,7 +65,7 @@ struct CSendDaemon::CState {
     std::set<const CDispatcher*> ended;                                            // their walks, in this pass
     CDispatchTotals formerTotals;                                                  // of dispatchers that are gone
 
-    mutable std::mutex sentLock;
+    mutable std::recursive_mutex sentLock;  // the sink may ask for the count
     std::uint32_t sentCount = 0;
     ISendEvents* sink = nullptr;
 

@@ -4,6 +4,7 @@
 
 #include "platform/faultplan.h"
 #include "tests/senddaemon/daemonfixture.h"
+#include "utility/lhvexception.h"
 
 namespace SendDaemon {
 
@@ -18,10 +19,15 @@ TEST_F(Dispatcher, SentAndUnusableMessagesAreFiled) {
     struct CSink : ISendEvents {
         void OnMessageSent(const std::string&, const std::string& returnPath, const std::string& recipients) override {
             seen.insert(returnPath + ">" + recipients);
+            std::uint32_t count = 0;
+            EXPECT_TRUE(daemon->GetSentCount(count));
+            if (count == 2) throw CLhvException("the sink's own trouble");
         }
+        CSendDaemon* daemon = nullptr;
         std::set<std::string> seen;
     } sink;
     ASSERT_TRUE(Start()) << GetLastErrorText();
+    sink.daemon = m_daemon.get();
     m_daemon->SetEventSink(&sink);
     const CSendResult result = RunToEnd();
     EXPECT_EQ(result.sent, 3U);
@@ -35,6 +41,7 @@ TEST_F(Dispatcher, SentAndUnusableMessagesAreFiled) {
     EXPECT_TRUE(m_daemon->GetSentCount(count));
     EXPECT_EQ(count, 3U);
     EXPECT_FALSE(Platform::FolderIsThere(JoinPath(m_account, "odd")));  // drained
+    EXPECT_TRUE(m_log->Contains(2, "the sink's own trouble"));
     EXPECT_FALSE(m_daemon->DispatchAll());
     EXPECT_EQ(GetLastErrorText(), "Nothing to dispatch");
 
@@ -164,6 +171,25 @@ TEST_F(Dispatcher, OldMessagesExpire) {
     EXPECT_EQ(result.expired, 2U);
     EXPECT_EQ(Counts(), "0 0 1 0 3 0");
     EXPECT_TRUE(m_log->Contains(3, "Message \"News\" to old1@there.example has expired"));
+}
+
+TEST_F(Dispatcher, ParkingDoesNotMakeMessagesYounger) {
+    Queue(1, "own");
+    FillBatch("SendDaemon/1/b", 1);
+    MakeFile("SendDaemon/1/b/2026-11.eml", Message("other@there.example"));
+    MakeOlder(m_account, 5000);
+    Set("HostName", "relay.example");
+    ASSERT_TRUE(Start());
+    m_daemon->GetChecker().SetChecks({{"relay.example", 1, 100}});
+    EXPECT_TRUE(m_daemon->GetChecker().CanSend("relay.example", Platform::SecondsSince1970()));
+    m_daemon->SetExpiry(12000);
+    EXPECT_EQ(RunToEnd().heldBack, 3U);
+    m_shift = 3700;  // 8700 seconds old
+    EXPECT_EQ(RunToEnd().heldBack, 3U);
+    EXPECT_EQ(Counts(), "0 0 0 0 0 3");
+    m_shift = 7400;
+    EXPECT_EQ(RunToEnd().expired, 3U);
+    EXPECT_EQ(Counts(), "0 0 0 0 3 0");
 }
 
 TEST_F(Dispatcher, SendsOnAsManyConnectionsAsAllowed) {
