@@ -127,8 +127,8 @@ struct CDispatchChecker::CState {
     }
     std::optional<std::pair<std::uint64_t, std::int64_t>> AskStatus() const;
     bool Load();
-    CHostLog& GetLog(std::string_view host);
-    void Append(std::string_view host, std::int64_t now);
+    CHostLog* GetLog(std::string_view host);  // nullptr when it cannot be read
+    void Append(CHostLog& log, std::string_view host, std::int64_t now);
     bool Prune(std::string_view host, std::int64_t now);
 };
 
@@ -156,26 +156,24 @@ bool CDispatchChecker::CState::Load() {
     }
 }
 
-CHostLog& CDispatchChecker::CState::GetLog(std::string_view host) {
+CHostLog* CDispatchChecker::CState::GetLog(std::string_view host) {
     const auto found = logs.find(host);
-    if (found != logs.end()) return found->second;
-    CHostLog& log = logs[std::string(host)];
+    if (found != logs.end()) return &found->second;
     const std::string path = GetLogPath(host);
     std::string content;
-    if (!Platform::FileIsThere(path)) return log;
-    if (!ReadWholeFile(path, content)) {
+    if (Platform::FileIsThere(path) && !ReadWholeFile(path, content)) {
         LogFormat(LogLevelFailure, "Cannot read \"%s\": %s", path.c_str(), DescribeLastError().c_str());
-        return log;
+        return nullptr;
     }
+    CHostLog& log = logs[std::string(host)];
     for (std::size_t i = 0; i + TimeSize <= content.size(); i += TimeSize) {
         log.Add(static_cast<std::int64_t>(FromLittleEndian(std::string_view(content).substr(i, TimeSize))));
     }
-    return log;
+    return &log;
 }
 
 // A time that cannot be stored still counts until the program ends.
-void CDispatchChecker::CState::Append(std::string_view host, std::int64_t now) {
-    CHostLog& log = GetLog(host);
+void CDispatchChecker::CState::Append(CHostLog& log, std::string_view host, std::int64_t now) {
     const auto bytes = ToLittleEndian<TimeSize>(static_cast<std::uint64_t>(now));
     const std::uint64_t offset = static_cast<std::uint64_t>(log.times.size()) * TimeSize;  // over a torn last one
     log.Add(now);
@@ -191,19 +189,20 @@ bool CDispatchChecker::CState::Prune(std::string_view host, std::int64_t now) {
     for (const CDispatchCheck& check : checks) {
         if (EqualNoCase(check.host, host)) kept = std::max(kept, check.periodHours * SecondsPerHour);
     }
-    CHostLog& log = GetLog(host);
+    CHostLog* log = GetLog(host);
+    if (log == nullptr) return false;
     CHostLog rest;
-    for (const std::int64_t time : log.times) {
+    for (const std::int64_t time : log->times) {
         if (time >= now - kept) rest.Add(time);
     }
-    if (rest.times.size() == log.times.size()) return true;
+    if (rest.times.size() == log->times.size()) return true;
     std::string content;
     for (const std::int64_t time : rest.times) {
         const auto bytes = ToLittleEndian<TimeSize>(static_cast<std::uint64_t>(time));
         content.append(bytes.data(), bytes.size());
     }
     if (!WriteFileAtomically(GetLogPath(host), content)) return false;
-    log = std::move(rest);
+    *log = std::move(rest);
     return true;
 }
 
@@ -244,16 +243,17 @@ void CDispatchChecker::SetChecks(std::vector<CDispatchCheck> checks) {
 
 bool CDispatchChecker::CanSend(std::string_view host, std::int64_t now) {
     const std::lock_guard guard(m_state->lock);
-    bool isNamed = false;
+    CHostLog* log = nullptr;
     for (const CDispatchCheck& check : m_state->checks) {
         if (!EqualNoCase(check.host, host)) continue;
-        isNamed = true;
+        if (log == nullptr) log = m_state->GetLog(host);
+        if (log == nullptr) return false;  // better later than above the limit
         const std::int64_t threshold = now - check.periodHours * SecondsPerHour;
-        const std::size_t count = m_state->GetLog(host).CountSince(threshold);
+        const std::size_t count = log->CountSince(threshold);
         if (count > 0 && count >= check.maxMessages) return false;
     }
-    if (!isNamed) return true;
-    m_state->Append(host, now);
+    if (log == nullptr) return true;  // no limit names the host
+    m_state->Append(*log, host, now);
     if (Platform::RandomNumber() % PruneChance == 0 && !m_state->Prune(host, now)) {
         LogFormat(LogLevelFailure, "%s", DescribeLastError().c_str());
     }

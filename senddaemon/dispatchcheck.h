@@ -46,6 +46,7 @@ public:
     void SetChecks(std::vector<CDispatchCheck> checks);
 
     // True when a message to the host may go now; it then counts as sent now.
+    // False also while the host's log cannot be read.
     bool CanSend(std::string_view host, std::int64_t now);
 
     // Drops the times that no limit needs: older than 30 days, and older than

@@ -85,6 +85,11 @@ TEST_F(DispatchCheck, LogsAreAppendedOverATornTimeAndPruned) {
     MakeFile("relay.example.log", expected);
     m_checker.SetFolder(m_folder);  // read anew
     {
+        const Platform::CFaultPlan plan(Platform::Operation::Open, 1);
+        EXPECT_FALSE(m_checker.CanSend("relay.example", Now));  // nothing known, nothing overwritten
+    }
+    EXPECT_EQ(ReadLog(), expected);
+    {
         const Platform::CFaultPlan plan(Platform::Operation::Rename, 1);
         EXPECT_FALSE(m_checker.Prune("relay.example", Now));
     }
