@@ -123,7 +123,11 @@ void CMessageSender::RunJob(JobState state, const CJob& job) {
         RunSendJob(job);
     } else {
         SetJobName("Custom Job");
-        RunCustomJob();
+        try {
+            RunCustomJob();
+        } catch (const std::exception& exception) {
+            LogError(exception.what());
+        }
     }
     SetJobName({});
 }
@@ -136,11 +140,11 @@ void CMessageSender::RunSendJob(const CJob& job) {
     } catch (const std::exception& exception) {
         SetLastErrorFromException(exception);
     }
+    if (job.events == nullptr) return;
     if (isSent) {
         const std::lock_guard guard(m_lock);
         m_lastDelivery = std::make_unique<ConcreteLastDelivery>(Platform::ClockMilliseconds());
     }
-    if (job.events == nullptr) return;
     if (isSent) {
         job.events->OnMessageSent(job.messageFile);
     } else {

@@ -1,5 +1,6 @@
 #include "senddaemon/senderfactory.h"
 
+#include <exception>
 #include <map>
 #include <mutex>
 #include <string>
@@ -42,7 +43,13 @@ std::unique_ptr<CMessageSender> CreateSender(std::string_view name) {
         const auto found = kinds.creators.find(name);
         if (found != kinds.creators.end()) creator = found->second;
     }
-    std::unique_ptr<CMessageSender> sender = creator ? creator() : nullptr;
+    std::unique_ptr<CMessageSender> sender;
+    try {
+        if (creator) sender = creator();
+    } catch (const std::exception& exception) {  // the system has no more threads
+        SetLastErrorFromException(exception);
+        return nullptr;
+    }
     if (!sender) SetLastErrorFormat("There is no send method \"%s\".", std::string(name).c_str());
     return sender;
 }
