@@ -3,8 +3,10 @@
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <vector>
 
 #include "platform/clock.h"
+#include "platform/filestatus.h"
 #include "platform/profilefile.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"
@@ -75,8 +77,10 @@ void CConfiguration::CState::Refresh() {
     if (generation == current && now - readClock < RefreshInterval) return;
     generation = current;
     readClock = now;
+    const std::vector<std::string> keys = Platform::ReadProfileKeys(path, SectionName);
+    if (keys.empty() && Platform::FileIsThere(path)) return;  // it cannot be read just now
     values.clear();
-    for (const std::string& key : Platform::ReadProfileKeys(path, SectionName)) {
+    for (const std::string& key : keys) {
         values.try_emplace(key, Unescape(Platform::ReadProfileText(path, SectionName, key, {}, MaxStoredValue)));
     }
 }
