@@ -28,7 +28,7 @@ public:
 
     // Returns when the mailslot is there, or false when it cannot be made.
     bool Start(NotificationCallback callback);
-    void Stop();  // waits for the thread; at most about 100 ms
+    void Stop();  // waits for the thread; at most about a second
     bool IsListening() const noexcept { return m_listening; }
 
 private:

@@ -2,9 +2,12 @@
 
 #include <limits>
 
+#include "app/productname.h"
 #include "platform/clock.h"
+#include "platform/mailslot.h"
 #include "senddaemon/configuration.h"
 #include "senddaemon/messageinfo.h"
+#include "senddaemon/notificationlistener.h"
 #include "senddaemon/nullmessagesender.h"
 #include "senddaemon/sendevents.h"
 #include "senddaemon/threadregistry.h"
@@ -113,6 +116,23 @@ TEST_F(Sender, TheNullSenderCopiesAndItsWaitCanBeCancelled) {
         std::this_thread::yield();
     }
     EXPECT_EQ(m_events.WaitFor(2), (std::vector<std::string>{"sent " + message, "idle"}));
+}
+
+TEST_F(Sender, NotificationsAreTwoWordsAndAnythingElseEndsTheListening) {
+    std::promise<std::uint64_t> heard;
+    std::future<std::uint64_t> words = heard.get_future();
+    CNotificationListener listener;
+    ASSERT_TRUE(listener.Start(
+        [&](std::uint32_t first, std::uint32_t second) { heard.set_value(std::uint64_t{first} << 32U | second); }));
+    EXPECT_FALSE(CNotificationListener().Start([](std::uint32_t, std::uint32_t) {}));  // the name is taken
+    ASSERT_TRUE(SendNotification(0x01020304, 0xF0000000));
+    ASSERT_EQ(words.wait_for(CGate::Patience), std::future_status::ready);
+    EXPECT_EQ(words.get(), 0x01020304F0000000U);
+    ASSERT_TRUE(Platform::WriteToMailslot(NotificationMailslotName, "8 bytes."));
+    const auto end = std::chrono::steady_clock::now() + CGate::Patience;
+    while (listener.IsListening() && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+    EXPECT_FALSE(listener.IsListening());
 }
 
 TEST_F(Sender, TheHeaderSaysForWhomAMessageIs) {
