@@ -5,8 +5,6 @@
 
 #include "app/datafolder.h"
 #include "app/logcontext.h"
-#include "app/productname.h"
-#include "app/pumpmessages.h"
 #include "app/stoplist.h"
 #include "tests/platform/temporaryfolder.h"
 #include "utility/lhvexception.h"
@@ -43,14 +41,6 @@ TEST(DataFolder, IsCheckedWithTheMessageOfStartUp) {
     EXPECT_EQ(Get(folder / "file"), "x");
 }
 
-TEST(SettingsFile, IsCheckedAndItsFaultNamed) {
-    const CTemporaryFolder folder;
-    UseDataFolder(folder.GetPath());
-    EXPECT_EQ(CheckSettingsFile(), "");
-    Put(GetConfigFileName(), "; mine\n[Service]\nPeriod=5\nnonsense\n");
-    EXPECT_EQ(CheckSettingsFile().find(GetConfigFileName() + ", line 4: "), 0U) << CheckSettingsFile();
-}
-
 TEST(Services, AreOfOneThread) {
     const Platform::ThreadId mine = Platform::CurrentThreadId();
     RequestThreadStop(mine);
@@ -67,14 +57,4 @@ TEST(Services, AreOfOneThread) {
         EXPECT_EQ(GetLogContext(), "send");
     }
     EXPECT_EQ(GetLogContext(), "fetch");
-}
-
-TEST(Services, WorkGoesOnUntilThePumpSaysNo) {
-    EXPECT_TRUE(PumpMessages());
-    SetMessagePump([] { return false; });
-    EXPECT_FALSE(PumpMessages());
-    SetMessagePump({});
-    EXPECT_TRUE(PumpMessages());
-    OpenProgressWindow("none is installed", 3)->Step();
-    EXPECT_EQ(ProductVersionText(), std::string(ProductName) + " " + ProductVersion + "." + ProductBuild);
 }

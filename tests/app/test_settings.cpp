@@ -19,14 +19,10 @@ TEST(Settings, AreReadAndWrittenOneByOne) {
     EXPECT_EQ(ReadSettingText("Service", "Mailer", "none"), "none");
     EXPECT_FALSE(FolderIsEmpty(folder.GetPath()) || Platform::FileIsThere(GetConfigFileName()));
 
-    Put(GetConfigFileName(), "; mine\n[Service]\nperiod = 015x\nFirst=x\nEmpty=\n");
+    Put(GetConfigFileName(), "; mine\n[Service]\nperiod = 015x\n");
     EXPECT_EQ(ReadSetting("SERVICE", "Period", 60), 15);
-    EXPECT_EQ(ReadSetting("Service", "First", 60), 0);
     ASSERT_TRUE(WriteSetting("Service", "Period", -3));
-    ASSERT_TRUE(WriteSettingText("Log Details Window", "Note", "a = [b]"));
     EXPECT_EQ(ReadSetting("Service", "Period", 60), -3);
-    EXPECT_EQ(ReadSettingText("Log Details Window", "Note", ""), "a = [b]");
-    EXPECT_EQ(ReadSettingText("Service", "Empty", "default"), "");
     EXPECT_EQ(Get(GetConfigFileName()).find("; mine\n"), 0U);
 
     // What another program writes holds at once.
@@ -38,17 +34,6 @@ TEST(Settings, AreReadAndWrittenOneByOne) {
     EXPECT_FALSE(WriteSetting("Service", "Period", 8));
     EXPECT_NE(DescribeLastError(), "No error description available");
     EXPECT_EQ(Get(GetConfigFileName()), before);
-}
-
-TEST(Settings, FlushingFollowsItsSetting) {
-    const CTemporaryFolder folder;
-    UseDataFolder(folder.GetPath());
-    ASSERT_TRUE(WriteSetting("Execution", "SyncFiles", 0));
-    ApplyDurabilitySetting();
-    EXPECT_FALSE(Platform::IsFlushEnabled());
-    ASSERT_TRUE(WriteSetting("Execution", "SyncFiles", 1));
-    ApplyDurabilitySetting();
-    EXPECT_TRUE(Platform::IsFlushEnabled());
 }
 
 TEST(SettingsList, KnowsWhatAValueMayBe) {

@@ -4,7 +4,6 @@
 #include <map>
 
 #include "app/datafolder.h"
-#include "app/productname.h"
 #include "app/settings.h"
 #include "app/thisapp.h"
 #include "platform/file.h"
@@ -168,13 +167,4 @@ TEST_F(StartUp, StopsAtAFolderOrSettingsFileThatIsNone) {
     EXPECT_FALSE(CThisApp(frontEnd).InitInstance());
     EXPECT_EQ(frontEnd.stop.find(GetConfigFileName() + ", line 2: "), 0U) << frontEnd.stop;
     EXPECT_EQ(Get(GetConfigFileName()), "[Service]\nno setting\n");
-}
-
-TEST_F(StartUp, SeesTheServer) {
-    EXPECT_FALSE(IsServerRunning());
-    Platform::CPresence server;
-    ASSERT_EQ(server.Acquire(ServerMutexName), Platform::CPresence::Result::Acquired);
-    EXPECT_TRUE(IsServerRunning());
-    server.Release();
-    EXPECT_FALSE(IsServerRunning());
 }

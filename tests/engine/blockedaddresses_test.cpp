@@ -46,21 +46,14 @@ TEST_F(CBlockedAddressesTest, MatchesWhatAPatternMeans) {
 
 TEST_F(CBlockedAddressesTest, RefusesWhatIsNoPattern) {
     const std::string bad[] = {"",
-                               "   ",
                                "*",
-                               "*@",
                                "*@*.",
                                "*@*",
-                               "a*@x.de",
                                "*a@x.de",
                                "*@x.*",
                                "*@a.*.de",
-                               "x",
-                               "a b@x.de",
                                "a@x.de\nb",
-                               "*@x y",
                                "*@-x-.de",
-                               "a@",
                                "*@x.de@y",
                                std::string("a@x\0.de", 7),
                                "*@" + std::string(300, 'x')};
@@ -92,20 +85,6 @@ TEST_F(CBlockedAddressesTest, SeesTheChangesOfOthers) {
         EXPECT_FALSE(here.IsBlocked("b@x.example"));
     }
     EXPECT_FALSE(std::filesystem::exists(PathOf("BLOCKED.DAT")));
-}
-
-TEST_F(CBlockedAddressesTest, ListsInTheOrderOfAdding) {
-    CBlockedAddresses blocked;
-    for (const char* pattern : {"z@x.example", "*@m.example", "a@x.example"})
-        blocked.Add(pattern);
-    blocked.Remove("*@m.example");
-    blocked.Add("*@m.example");
-    std::string listed;
-    CBlockedAddresses().ForEach([&](const BlockedPattern& pattern) {
-        listed += pattern.pattern + " ";
-        EXPECT_GT(pattern.since, 1'500'000'000);
-    });
-    EXPECT_EQ(listed, "z@x.example a@x.example *@m.example ");
 }
 
 // Mail must not go to blocked people because the table could not be read.

@@ -76,6 +76,7 @@ TEST_F(CMemberStoreTest, StoresWhatCanBeStoredAndRefusesTheRest) {
                                        std::string("ZO\xC3\xAB@X.EXAMPLE"), std::string("a\0@x.example", 12)}) {
         EXPECT_THROW(store.Add(MakeMember(address)), CLhvException) << address;
     }
+    EXPECT_EQ(store.Find(std::string(2000, 'k')), CMemberStore::None);  // longer than any key
     EXPECT_EQ(store.Count(), 1);
     EXPECT_EQ(store.GetRecordCount(), 1);
     EXPECT_FALSE(store.Read(1, read));

@@ -139,17 +139,6 @@ TEST_F(Mailslot, KeepsMessagesApart) {
     EXPECT_FALSE(slot.WaitFor(0ms));
 }
 
-TEST_F(Mailslot, BelongsToOne) {
-    CMailslot first, second;
-    ASSERT_TRUE(first.Create(Slot));
-    EXPECT_FALSE(second.Create(Slot));
-    EXPECT_TRUE(WriteToMailslot(Slot, "to the first"));
-    EXPECT_TRUE(first.WaitFor(10s));
-    first.Close();
-    EXPECT_FALSE(WriteToMailslot(Slot, "nobody"));
-    EXPECT_TRUE(second.Create(Slot));
-}
-
 TEST_F(Mailslot, WorksInADeepFolder) {
     std::string deep = m_folder.GetPath();
     for (int level = 0; level < 8; ++level)

@@ -98,21 +98,6 @@ TEST_F(Processes, MutexOfAKilledOneIsFree) {
     mutex.Unlock();
 }
 
-TEST_F(Processes, PresenceOfAKilledOneIsFree) {
-    CForked child([](const auto& ready) {
-        CPresence presence;
-        if (presence.Acquire("here") == CPresence::Result::Acquired) ready();
-        return false;
-    });
-    ASSERT_TRUE(child.IsReady());
-    CPresence presence;
-    EXPECT_TRUE(CPresence::IsHeld("here"));
-    EXPECT_EQ(presence.Acquire("here"), CPresence::Result::AlreadyHeld);
-    child.Kill();
-    EXPECT_FALSE(CPresence::IsHeld("here"));
-    EXPECT_EQ(presence.Acquire("here"), CPresence::Result::Acquired);
-}
-
 TEST_F(Processes, MailslotOfAKilledOneIsTakenOver) {
     CForked child([](const auto& ready) {
         CMailslot slot;

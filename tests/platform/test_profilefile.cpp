@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <thread>
 #include <vector>
 
 #include "platform/faultplan.h"
@@ -178,23 +177,4 @@ TEST(ProfileFile, SeesWhatOthersWriteAtOnce) {
     }
     ASSERT_TRUE(RemoveFile(path));
     EXPECT_EQ(ReadProfileNumber(path, "S", "k", 0), 0);
-}
-
-TEST(ProfileFile, ThreadsLoseNoKey) {
-    const CTemporaryFolder folder;
-    const std::string path = folder / "p.ini";
-    constexpr int Threads = 4;
-    constexpr int Keys = 25;
-    SetFlushEnabled(false);
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < Threads; ++thread)
-        threads.emplace_back([&path, thread] {
-            const std::string section = "S" + std::to_string(thread % 2);
-            for (int key = 0; key < Keys; ++key)
-                EXPECT_TRUE(WriteProfileText(path, section, std::to_string(thread) + "." + std::to_string(key), "x"));
-        });
-    for (std::thread& thread : threads)
-        thread.join();
-    SetFlushEnabled(true);
-    EXPECT_EQ(ReadProfileKeys(path, "S0").size() + ReadProfileKeys(path, "S1").size(), std::size_t{Threads * Keys});
 }

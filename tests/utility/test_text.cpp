@@ -41,16 +41,6 @@ TEST(Text, ComparesAndFindsWithoutCase) {
     EXPECT_EQ(Trim(" \n"), "");
 }
 
-TEST(Text, ReplacesSplitsJoins) {
-    std::string text = "$a$$a$";
-    ReplaceAll(text, "$", "$$");
-    EXPECT_EQ(text, "$$a$$$$a$$");
-    EXPECT_EQ(Split("", ';').size(), 1U);
-    EXPECT_EQ(Split(";a;", ';'), (std::vector<std::string_view>{"", "a", ""}));
-    EXPECT_EQ(Join({"a", "", "b"}, ", "), "a, , b");
-    EXPECT_EQ(OneLine("To: a\r\nBcc: b\0"s), "To: a  Bcc: b ");
-}
-
 TEST(Text, Numbers) {
     const struct {
         std::string_view text;

@@ -73,19 +73,6 @@ TEST(WholeFiles, AReplacedFileIsAlwaysTheOldOrTheNewOne) {
         });
 }
 
-TEST(WholeFiles, AreReadFromTheirStart) {
-    const CTemporaryFolder folder;
-    std::string content = "kept";
-    EXPECT_FALSE(ReadWholeFile(folder / "missing", content));
-    EXPECT_TRUE(Platform::IsNotFound(Platform::LastSystemError()));
-    EXPECT_NE(GetLastErrorText().find("missing: "), std::string::npos);
-    ASSERT_TRUE(WriteFileAtomically(folder / "a", "0123456789"));
-    EXPECT_TRUE(ReadFileStart(folder / "a", 4, content));
-    EXPECT_EQ(content, "0123");
-    EXPECT_TRUE(ReadFileStart(folder / "a", 4000, content));
-    EXPECT_EQ(content, "0123456789");
-}
-
 TEST(Folders, AreMadeWithTheirParentsAndRemovedWhole) {
     const CTemporaryFolder folder;
     const std::string deep = folder / "a/b/c/";
