@@ -1,6 +1,8 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "engine/catalogue.h"
 #include "engine/listaccount.h"
@@ -23,6 +25,16 @@ struct CArguments {
 
 bool IsSecret(const std::string& key) {
     return FindNoCase(key, "Password") != std::string::npos;
+}
+
+// A key that nobody reads is a slip of the pen.
+bool IsKnownKey(std::string_view key) {
+    constexpr std::string_view Keys =
+        "SendMethod MaxConnections MaxMessagesPerConnection Timeout Port TurnOffDeliveryNotifications EnableTrace "
+        "HostName Login Password PopHostName PopLogin PopPassword DnsHostAddress DnsPort DnsTimeout DnsRetries "
+        "DnsUseFallback SaveSentMessages BeingUnregistered TargetFolder NullSenderWait";
+    const auto keys = Split(Keys, ' ');
+    return std::any_of(keys.begin(), keys.end(), [&](std::string_view known) { return EqualNoCase(known, key); });
 }
 
 bool IsSendMethod(const std::string& name) {
@@ -53,7 +65,8 @@ void Show(const CArguments& arguments) {
 void Set(const CArguments& arguments) {
     if (!SendDaemon::CConfiguration::IsValidKey(arguments.key))
         throw CUsageFailure("KEY: " + arguments.key + ": a key begins with a letter and has only letters and digits");
-    if (arguments.key == "SendMethod" && !IsSendMethod(arguments.value))
+    if (!IsKnownKey(arguments.key)) throw CCommandFailure("an account has no setting " + arguments.key);
+    if (EqualNoCase(arguments.key, "SendMethod") && !IsSendMethod(arguments.value))
         throw CCommandFailure("SendMethod: there is no sender " + arguments.value);
     SendDaemon::CConfiguration config(OpenAccount(arguments.list));
     if (!config.SetValue(arguments.key, arguments.value)) FailWithLastError(arguments.key);

@@ -79,6 +79,7 @@ TEST(BadInput, CommandsSayWhatIsWrong) {
         {{"settings", "set", "Execution", "NoSuchKey", "1"}, 1, "NoSuchKey"},
         {{"account", "set", "News", "Send-Method", "x"}, 2, "Send-Method"},
         {{"account", "set", "News", "SendMethod", "PigeonSender"}, 1, "PigeonSender"},
+        {{"account", "set", "News", "TargetFoldre", "x"}, 1, "TargetFoldre"},
         {{"limit", "add", "a/b", "1", "1"}, 2, "a/b"},
     };
     for (const auto& test : cases) {
