@@ -171,6 +171,12 @@ bool CColumns::ReadMember(std::span<const std::string_view> cells, CMember& memb
 
 bool CColumns::ReadCells(std::span<const std::string_view> cells, CMember& member, MemberParts& given,
                          std::string& reason) const {
+    // A separator that should have been quoted has moved all that follows.
+    const auto beyond = cells.subspan(std::min(cells.size(), m_columns.size()));
+    if (!std::all_of(beyond.begin(), beyond.end(), [](std::string_view cell) { return Trim(cell).empty(); })) {
+        reason = "The row has more cells than the header.";
+        return false;
+    }
     std::string_view address;
     std::string_view mode;
     SlotMask filled = NoSlots;

@@ -100,6 +100,8 @@ TEST_F(CImportTest, RejectsRowsAndGoesOn) {
         lines += std::string(line.substr(0, line.find(';'))) + " ";
     EXPECT_EQ(lines, "Line 2 3 RCPT TO:<b@x.example>\" 5 6 8 9 10 ") << rejected;
     EXPECT_LT(rejected.size(), 3000u);
+    EXPECT_EQ(Import("E-mail,Name\ny@x.example,Berg, Anna\nz@x.example,Berg,\n"), "1 0 0 1");
+    EXPECT_EQ(Member("z@x.example"), "Berg|Berg|||regular||");
     EXPECT_EQ(Import("E-mail\nx@x.example\n"), "1 0 0 0");
     EXPECT_EQ(Rejected(), "none");
 }
