@@ -1,7 +1,7 @@
 #include "engine/broadcastjob.h"
 
+#include <filesystem>
 #include <map>
-#include <set>
 
 #include "engine/blockedaddresses.h"
 #include "engine/broadcastfiles.h"
@@ -54,18 +54,9 @@ protected:
     }
 
     static std::size_t TemporaryFiles(std::uint32_t list) {
-        std::size_t count = 0;
-        ListFolder(GetAccountRoot(list), "*", [&](const std::string& batch, bool isFolder) {
-            if (!isFolder) return true;
-            return ListFolder(JoinPath(GetAccountRoot(list), batch), "*.tmp", [&](const std::string& name, bool) {
-                Platform::FileStatus status;  // one without a byte in it cannot be told from another program's
-                count += Platform::GetFileStatus(JoinPath(JoinPath(GetAccountRoot(list), batch), name), status) &&
-                                 status.size > 0
-                             ? 1
-                             : 0;
-                return true;
-            });
-        });
+        std::size_t count = 0;  // one without a byte in it cannot be told from another program's
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(GetAccountRoot(list)))
+            count += entry.path().extension() == ".tmp" && entry.file_size() > 0 ? 1 : 0;
         return count;
     }
 

@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -114,76 +111,6 @@ TEST_F(CCsvReaderTest, SaysWhatCannotBeRead) {
     ASSERT_TRUE(WriteFileAtomically(m_path, std::string(1 << 20, '\n') + "a"));
     const Platform::CFaultPlan plan(Platform::Operation::Read, 3);
     EXPECT_EQ(ReadRows(m_path), std::vector<std::string>{"failed"});
-}
-
-std::string CorpusFolder() {
-    const char* given = std::getenv("LISTHAVEN_CORPUS");
-    return (given != nullptr ? std::string(given) : LISTHAVEN_SOURCE_DIR "/../shared/corpus") + "/import/";
-}
-
-// All texts between quotes in a flat JSON array of objects, in order, keys left out.
-std::vector<std::string> JsonValues(const std::string& json) {
-    std::vector<std::string> values;
-    for (std::size_t at = json.find('"'); at != std::string::npos; at = json.find('"', at + 1)) {
-        std::string text;
-        for (++at; json[at] != '"'; ++at) {
-            const bool isEscaped = json[at] == '\\';
-            if (isEscaped) ++at;
-            text += isEscaped && json[at] == 'n' ? '\n' : json[at];
-        }
-        if (json.compare(at + 1, 1, ":") != 0) values.push_back(text);
-    }
-    return values;
-}
-
-TEST_F(CCsvReaderTest, AgreesWithTheSpectrumOfFiles) {
-    int files = 0;
-    std::error_code noFolder;
-    for (const auto& entry : std::filesystem::directory_iterator(CorpusFolder() + "csv-spectrum", noFolder)) {
-        const std::string name = entry.path().filename().string();
-        if (!name.starts_with("csvs-")) continue;
-        const std::string base = name.substr(5, name.size() - 9);
-        std::string json;
-        ASSERT_TRUE(ReadWholeFile((entry.path().parent_path() / ("json-" + base + ".json")).string(), json));
-        std::vector<std::string> cells;
-        CCsvReader reader;
-        ASSERT_TRUE(reader.Open(entry.path().string()));
-        CCsvRow row;
-        for (int i = 0; reader.Next(row) == CCsvReader::Step::Row; ++i) {
-            for (const std::string_view cell : row.cells) {
-                if (i > 0) cells.emplace_back(cell);
-            }
-        }
-        ReplaceAll(json, "\\r", "");  // some copies of the files have lost theirs
-        for (std::string& cell : cells)
-            std::erase(cell, '\r');
-        EXPECT_EQ(cells, JsonValues(json)) << name;
-        ++files;
-    }
-    if (files == 0) GTEST_SKIP() << "no corpus";
-}
-
-TEST_F(CCsvReaderTest, ReadsRealTables) {
-    struct Example {
-        const char* file;
-        std::size_t rows;
-        std::string some;
-    };
-    const std::array<Example, 4> examples = {{
-        {"uspop.csv", 101, "4:Oakman|AL||33.7133333|-87.3886111"},
-        {"uspop-latin1.csv", 101,
-         "4:\xC3\x95"
-         "akman|AL||33.7133333|-87.3886111"},
-        {"smallpop.csv", 11, "2:Southborough|MA|United States|9686"},
-        {"smallpop-colon.csv", 11, "2:Southborough:MA:United States:9686"},
-    }};
-    for (const Example& example : examples) {
-        const std::string path = CorpusFolder() + "rust-csv/" + example.file;
-        if (!std::filesystem::exists(path)) GTEST_SKIP() << "no corpus";
-        const std::vector<std::string> rows = ReadRows(path);
-        EXPECT_EQ(rows.size(), example.rows) << example.file;
-        EXPECT_NE(std::find(rows.begin(), rows.end(), example.some), rows.end()) << example.file;
-    }
 }
 
 }  // namespace

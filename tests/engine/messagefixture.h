@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -14,26 +13,10 @@
 #include "app/settings.h"
 #include "engine/catalogue.h"
 #include "engine/memberstore.h"
-#include "platform/knownfolders.h"
+#include "tests/platform/temporaryfolder.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"
 #include "utility/paths.h"
-#include "utility/uniquename.h"
-
-class CTestFolder {
-public:
-    CTestFolder() {
-        if (!MakeUniqueFolder(Platform::TemporaryFolder(), m_path)) throw std::runtime_error(DescribeLastError());
-    }
-    CTestFolder(const CTestFolder&) = delete;
-    CTestFolder& operator=(const CTestFolder&) = delete;
-    ~CTestFolder() { RemoveFolderTree(m_path); }
-
-    const std::string& GetPath() const noexcept { return m_path; }
-
-private:
-    std::string m_path;
-};
 
 class MessageTest : public testing::Test {
 protected:
@@ -83,7 +66,7 @@ protected:
         return files;
     }
 
-    CTestFolder m_folder;
+    CTemporaryFolder m_folder;
 };
 
 #endif  // LISTHAVEN_TESTS_ENGINE_MESSAGEFIXTURE_H

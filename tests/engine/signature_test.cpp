@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "tests/engine/messagefixture.h"
+#include "tests/platform/temporaryfolder.h"
 #include "utility/files.h"
 #include "utility/paths.h"
 #include "utility/text.h"
@@ -16,7 +16,7 @@ constexpr std::int64_t Now = 1'800'000'000;
 constexpr std::int64_t Lifetime = 14 * 86400;
 
 TEST(Signature, TokensVerifyOnlyForWhatTheyWereMade) {
-    CTestFolder folder;
+    CTemporaryFolder folder;
     CSigner signer;
     ASSERT_TRUE(signer.Load(folder.GetPath()));
     const std::string subject = signer.Sign("Welcome", Guid, "Anna@Example.net", Now);
@@ -54,7 +54,7 @@ TEST(Signature, TokensVerifyOnlyForWhatTheyWereMade) {
 }
 
 TEST(Signature, OneSecretForAllWhoStartAtOnce) {
-    CTestFolder folder;
+    CTemporaryFolder folder;
     std::string subjects[8];
     std::thread threads[8];
     for (int i = 0; i < 8; ++i) {
