@@ -56,10 +56,12 @@ bool CMimeMultipartAlternative::AddPart(const Child& child) {
 
 void CMimeMultipartAlternative::Normalize() {
     CMimeMultipart::Normalize();
-    const auto find = [this](std::string_view subType) {
-        return std::find_if(m_parts.begin(), m_parts.end(), [subType](const Child& part) {
-            return part->IsTextBody() && part->GetSubType() == subType;
-        });
+    const auto is = [](const Child& part, std::string_view subType) {
+        return part->IsTextBody() && part->GetSubType() == subType;
+    };
+    const auto find = [this, &is](std::string_view subType) {
+        return std::find_if(m_parts.begin(), m_parts.end(),
+                            [&is, subType](const Child& part) { return is(part, subType); });
     };
     auto html = find("html");
     if (html == m_parts.end()) return;
@@ -70,7 +72,8 @@ void CMimeMultipartAlternative::Normalize() {
         AddPart(MakeText(PlainTypeFor(*htmlPart, text, plain), plain));
         html = find("html");
     }
-    std::rotate(html, html + 1, m_parts.end());
+    // Of several that could not be joined, the order stays.
+    if (!is(m_parts.back(), "html")) std::rotate(html, html + 1, m_parts.end());
 }
 
 void CMimeMultipartAlternative::SetText(std::string_view text, bool isHtml) {

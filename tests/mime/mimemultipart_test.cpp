@@ -132,6 +132,7 @@ TEST(Multipart, NestedRawPartsDoNotGrow) {
 TEST(Multipart, PartsFindTheirPlaceWhileParsing) {
     const std::string plain = "Content-Type: text/plain\n\np";
     const std::string html = "Content-Type: text/html\n\n<b>h</b>";
+    const std::string zero = "Content-Type: text/html\nContent-Transfer-Encoding: base64\n\n";
     const std::string image = "Content-Type: image/png\n\ni";
     const std::string pdf = "Content-Type: application/pdf\n\nd";
     const std::vector<std::pair<std::string, std::string>> table = {
@@ -144,6 +145,7 @@ TEST(Multipart, PartsFindTheirPlaceWhileParsing) {
          "mixed[related[html,png],pdf]"},
         {MultipartText("alternative", "B", {html}), "alternative[plain,html]"},
         {MultipartText("alternative", "B", {html, plain, plain}), "alternative[plain,html]"},
+        {MultipartText("alternative", "B", {plain, zero + "QQBB", zero + "QQBC"}), "alternative[plain,html,html]"},
         {MultipartText("alternative", "B", {plain, MultipartText("related", "C", {html, image})}),
          "alternative[plain,related[html,png]]"},
         // refused, and kept as it is
