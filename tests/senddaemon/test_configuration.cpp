@@ -14,19 +14,12 @@ namespace {
 class Configuration : public CSendFixture {};
 
 TEST_F(Configuration, KeysAreLettersAndDigits) {
-    struct CCase {
-        const char* key;
-        bool isGood;
-    };
-    const CCase cases[] = {{"Port", true}, {"a1", true},   {"", false},    {"1a", false},       {"a-b", false},
-                           {"a b", false}, {"a.b", false}, {"a_b", false}, {"a\xC3\xA4", false}};
     CConfiguration config(InFolder("account/account.cfg"));
-    for (const CCase& each : cases) {
-        std::string value;
-        EXPECT_EQ(config.SetValue(each.key, "x"), each.isGood) << each.key;
-        EXPECT_EQ(config.GetValue(each.key, value), each.isGood) << each.key;
-        EXPECT_EQ(value, each.isGood ? "x" : "");
-    }
+    std::string value;
+    for (const char* key : {"Port", "a1"})
+        EXPECT_TRUE(config.SetValue(key, "x") && config.GetValue(key, value)) << key;
+    for (const char* key : {"", "1a", "a-b", "a b", "a.b", "a_b", "a\xC3\xA4"})
+        EXPECT_FALSE(config.SetValue(key, "x") || config.GetValue(key, value)) << key;
     EXPECT_NE(GetLastErrorText().find("An internal error has occurred. Invalid arguments"), std::string::npos);
 }
 
@@ -107,19 +100,12 @@ TEST_F(Configuration, AccountsAreFilledFromTheListsSettings) {
     ASSERT_TRUE(ConfigureAccount(daemon, account, settings, nullptr));
     const CConfiguration* config = daemon.GetAccountConfig(account);
     ASSERT_NE(config, nullptr);
-    const std::pair<const char*, const char*> expected[] = {{"SendMethod", "DirectMessageSender"},
-                                                            {"DnsHostAddress", "192.0.2.1"},
-                                                            {"DnsPort", "0"},
-                                                            {"DnsTimeout", "10"},
-                                                            {"DnsRetries", "4"},
-                                                            {"DnsUseFallback", "0"},
-                                                            {"HostName", "fall.example"},
-                                                            {"Login", "rl"},
-                                                            {"Password", "rp"},
-                                                            {"PopHostName", "pop.example"},
-                                                            {"EnableTrace", "1"}};
-    for (const auto& [key, value] : expected)
-        EXPECT_EQ(config->GetText(key), value) << key;
+    const std::string_view keys[] = {"SendMethod",     "DnsHostAddress", "DnsPort", "DnsTimeout",  "DnsRetries",
+                                     "DnsUseFallback", "HostName",       "Login",   "PopHostName", "EnableTrace"};
+    std::string values;
+    for (const auto key : keys)
+        values += config->GetText(key) + " ";
+    EXPECT_EQ(values, "DirectMessageSender 192.0.2.1 0 10 4 0 fall.example rl pop.example 1 ");
 
     ASSERT_TRUE(daemon.SetAccountValue(account, "SendMethod", "NullMessageSender"));
     settings.maxConnections = 9;
@@ -129,15 +115,6 @@ TEST_F(Configuration, AccountsAreFilledFromTheListsSettings) {
         EXPECT_FALSE(m_log->Contains(level, "rp") || m_log->Contains(level, "p\\w")) << level;
     }
     EXPECT_FALSE(ConfigureAccount(daemon, InFolder("SendDaemon/2"), settings, nullptr));
-}
-
-TEST_F(Configuration, LogLevelsReachTheirOperation) {
-    for (int level = 0; level <= 4; ++level) {
-        EXPECT_TRUE(Log(level, "level " + std::to_string(level)));
-        EXPECT_TRUE(m_log->Contains(level, "level " + std::to_string(level)));
-    }
-    EXPECT_FALSE(Log(5, "x"));
-    EXPECT_FALSE(Log(-1, "x"));
 }
 
 }  // namespace

@@ -55,21 +55,6 @@ TEST_F(QueueFolders, ABatchTakesOneMoreThanItsLimit) {
     EXPECT_EQ(total, 5003U);
 }
 
-TEST_F(QueueFolders, PreparedMessagesTakeRoomAndAreSeenOnlyWhenPublished) {
-    CBatchFolder queue;
-    ASSERT_TRUE(queue.Open(InFolder("queue")));
-    std::vector<CPreparedMessage> prepared(3);
-    for (auto& message : prepared)
-        ASSERT_TRUE(queue.PrepareMessage("x", message));
-    std::uint32_t total = 1;
-    EXPECT_TRUE(queue.CountMessages(total));
-    EXPECT_EQ(total, 0U);
-    EXPECT_EQ(Walk(InFolder("queue")).size(), 0U);
-    ASSERT_TRUE(CBatchFolder::PublishPrepared(prepared));
-    EXPECT_EQ(Walk(InFolder("queue")).size(), 3U);
-    EXPECT_EQ(CountFilesUnder(InFolder("queue"), ".tmp"), 0U);
-}
-
 TEST_F(QueueFolders, ABatchThatVanishesIsReplaced) {
     CBatchFolder queue;
     std::string first;

@@ -113,20 +113,6 @@ TEST_F(SendLoop, EveryMessageIsInOnePlaceWhateverFails) {
     }
 }
 
-TEST_F(SendLoop, ADiskThatStaysFullDoesNotMakeItSpin) {
-    Queue(3);
-    ASSERT_TRUE(Start());
-    {
-        const Platform::CFaultPlan plan(Platform::Operation::Rename, 1, Platform::CFaultPlan::After::Stays);
-        const CSendResult result = RunToEnd();
-        EXPECT_TRUE(result.gaveUp);
-        EXPECT_FALSE(result.reason.empty());
-    }
-    EXPECT_EQ(CountFilesUnder(m_account), 3U);
-    EXPECT_LE(m_log->GetLines(4).size(), 200U);
-    EXPECT_EQ(RunToEnd().sent, 3U);
-}
-
 }  // namespace
 
 }  // namespace SendDaemon
