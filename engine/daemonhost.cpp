@@ -78,12 +78,12 @@ void CDaemonHost::FollowCatalogue() {
     m_state->daemon.SetExpiry(ReadExpiry());
     if (!m_state->daemon.GetChecker().LoadIfChanged())
         Log(LogError, "The delivery limits: %s", DescribeLastError().c_str());
-    const std::string stamp = FileStamp(GetCatalogue().GetFolder() + "LISTS.CST");
-    if (stamp == m_state->catalogueStamp && !stamp.empty()) return;
     try {
+        const std::string stamp = FileStamp(GetCatalogue().GetFolder() + "LISTS.CST");
+        if (stamp == m_state->catalogueStamp && !stamp.empty()) return;
         m_state->AddLists();
         m_state->catalogueStamp = stamp;
-    } catch (const CLhvException& exception) {
+    } catch (const std::exception& exception) {
         Log(LogError, "The lists cannot be read: %s", exception.what());
     }
 }
