@@ -1,9 +1,11 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <deque>
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "engine/eventlog.h"
 #include "platform/clock.h"
@@ -41,14 +43,29 @@ class CLineReader {
 public:
     explicit CLineReader(std::string path) : m_path(std::move(path)) {}
 
+    // A log that was trimmed is a new file, whose first lines were read already.
     void ReadNew(const std::function<void(const std::string&)>& onLine) {
         Platform::FileStatus status;
         if (!Platform::GetFileStatus(m_path, status)) return;
-        if (status.identity != m_identity || status.size < m_position) {  // trimmed: a new file
+        const bool isNewFile = status.identity != m_identity || status.size < m_position;
+        if (isNewFile) {
             m_identity = status.identity;
             m_position = 0;
             m_rest.clear();
         }
+        if (!isNewFile || m_last.empty()) {
+            ReadOn([&](const std::string& line) { onLine(m_last = line); });
+            return;
+        }
+        std::vector<std::string> lines;
+        ReadOn([&](const std::string& line) { lines.push_back(line); });
+        const auto known = std::find(lines.rbegin(), lines.rend(), m_last);
+        for (auto line = known.base(); line != lines.end(); ++line)
+            onLine(m_last = *line);
+    }
+
+private:
+    void ReadOn(const std::function<void(const std::string&)>& onLine) {
         Platform::CFile file;
         if (!file.Open(m_path, Platform::FileMode::Read)) return;
         std::string block(64 * 1024, '\0');
@@ -64,9 +81,9 @@ public:
         }
     }
 
-private:
     std::string m_path;
     std::string m_rest;
+    std::string m_last;  // line that was read
     std::uint64_t m_identity = 0;
     std::uint64_t m_position = 0;
 };
