@@ -186,12 +186,13 @@ bool CSendDaemon::CreateDispatcher(std::string_view rootFolder, CConfiguration* 
 }
 
 bool CSendDaemon::AddAccount(std::string_view rootFolder) {
-    const std::string root = WithoutSeparator(rootFolder);
+    std::string root = WithoutSeparator(rootFolder);
     if (root.empty()) return FailInternally(__LINE__, InternalErrorKind::InvalidArguments);
     if (!EnsureFolder(root) || !ClaimSending()) return false;
-    m_state->DropAccount(root);
     std::size_t index = 0;
     const bool isNew = !FindAccountByRootFolder(root, index);
+    if (!isNew) root = m_state->accounts[index];  // under which it is registered, however it is written now
+    m_state->DropAccount(root);
     if (isNew) m_state->accounts.push_back(root);
 
     std::unique_ptr<CConfiguration> config;
