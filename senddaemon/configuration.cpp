@@ -99,6 +99,7 @@ CConfiguration& CConfiguration::operator=(const CConfiguration& other) {
     const std::lock_guard guard(m_state->lock);
     m_state->path = std::move(path);
     m_state->generation = 0;
+    m_state->values.clear();
     return *this;
 }
 
