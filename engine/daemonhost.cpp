@@ -30,10 +30,13 @@ public:
     void OnTrace(const std::string& text) override { Log(LogDebug, "%s", text.c_str()); }
 };
 
-// Changes whenever the file does.
+// Changes whenever the file does.  "" for one that is missing, or so young that
+// another change could leave it the same times.
 std::string FileStamp(const std::string& path) {
+    constexpr std::int64_t ClockTick = 50'000'000;  // nanoseconds, generously
     Platform::FileStatus status;
     if (!Platform::GetFileStatus(path, status)) return {};
+    if (Platform::NanosecondsSince1970() - status.times.modified <= ClockTick) return {};
     return std::to_string(status.identity) + " " + std::to_string(status.size) + " " +
            std::to_string(status.times.modified);
 }
