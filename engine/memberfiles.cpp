@@ -271,7 +271,7 @@ void CMemberFiles::PrepareIndex() {
         RemoveIndex();
     }
     RequireWritable();
-    Log(LogInfo, "The index of %s does not fit and is built anew.", m_path.c_str());
+    if (m_recordCount > 0) Log(LogInfo, "The index of %s does not fit and is built anew.", m_path.c_str());
     RebuildIndex();
 }
 
