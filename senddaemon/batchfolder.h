@@ -53,9 +53,9 @@ public:
     bool CountMessages(std::uint32_t& total) const;  // reads every batch: O(messages)
 
     // Puts "source" under a unique name into the first batch with room, making
-    // one if there is none; a move keeps a NUMBER.eml or NUMBER-SECONDS.eml name that is free there.  extraHeaders ("" or whole lines, LF) go
-    // in front of the message's own.  After a failure the source is still there, unless newPath was filled in: then
-    // only the times could not be kept.
+    // one if there is none; a move keeps a NUMBER.eml or NUMBER-SECONDS.eml name that is free there.  extraHeaders (""
+    // or whole lines, LF) go in front of the message's own.  After a failure the source is still there, unless newPath
+    // was filled in: then only the times could not be kept.
     bool AddMessage(std::string_view source, Transfer transfer, Times times, std::string_view extraHeaders,
                     std::string& newPath);
 
