@@ -1,9 +1,9 @@
 // What generating a broadcast costs, beside a loop that writes the same bytes to
 // as many files; and whether its memory grows with the list.
 //
-//   generate_bench [COPIES [FLUSHED_COPIES [LARGE_LIST [FOLDER]]]]
-//
-// FOLDER decides which disk is measured; it must not exist and is removed.
+// The folder for temporary files decides which disk is measured (TMPDIR).
+
+#include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <chrono>
@@ -179,60 +179,72 @@ double Median(const std::vector<Cost>& costs, double Cost::*kind, std::size_t co
     return values[values.size() / 2];
 }
 
-void Print(const char* what, double generated, double written) {
-    std::printf("  %s: generate %.1f us each, loop %.1f us each: %.2f of it\n", what, generated, written,
-                written / generated);
-}
+std::string messagePath;
 
-// Rounds of both, in turn.
-void Compare(const std::string& message, std::uint32_t list, std::size_t count, bool isFlushed, double wanted) {
+// Rounds of both, in turn; range(0): whether every file is flushed, range(1): copies.
+void BM_GenerateBesideALoop(benchmark::State& state) {
+    const bool isFlushed = state.range(0) != 0;
+    const auto count = static_cast<std::size_t>(state.range(1));
+    Platform::SetFlushEnabled(false);
+    const std::uint32_t list = MakeList(isFlushed ? "Flushed" : "Unflushed", count);
     Platform::SetFlushEnabled(isFlushed);
     std::vector<Cost> generated;
     std::vector<Cost> written;
     std::size_t size = 0;
-    for (int round = 0; round < Rounds; ++round) {
-        generated.push_back(Generate(message, list, count));
+    for (auto round : state) {
+        static_cast<void>(round);
+        generated.push_back(Generate(messagePath, list, count));
         const std::vector<std::string> copies = TakeCopies(list);
         size = copies.at(0).size();
         written.push_back(WriteInLoop(JoinPath(GetDataFolder(), "loop"), copies, isFlushed));
+        state.SetIterationTime(generated.back().wall);
     }
-    std::printf("SyncFiles %d, %zu copies of %zu bytes, %d rounds (wanted: %.1f)\n", isFlushed ? 1 : 0, count, size,
-                Rounds, wanted);
-    Print("wall clock", Median(generated, &Cost::wall, count), Median(written, &Cost::wall, count));
-    Print("processor", Median(generated, &Cost::processor, count), Median(written, &Cost::processor, count));
+    state.counters["bytes"] = static_cast<double>(size);
+    state.counters["copy_us"] = Median(generated, &Cost::wall, count);
+    state.counters["loop_us"] = Median(written, &Cost::wall, count);
+    state.counters["of_loop"] = Median(written, &Cost::wall, count) / Median(generated, &Cost::wall, count);
+    Platform::SetFlushEnabled(false);
 }
+BENCHMARK(BM_GenerateBesideALoop)
+    ->ArgNames({"flushed", "copies"})
+    ->Args({0, 5000})
+    ->Args({1, 1000})
+    ->Iterations(Rounds)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 
-std::size_t Argument(int count, char** values, int index, std::size_t normal) {
-    return count > index ? std::strtoul(values[index], nullptr, 10) : normal;
+void BM_MemoryWhileGenerating(benchmark::State& state) {
+    const auto members = static_cast<std::size_t>(state.range(0));
+    const std::uint32_t list = MakeList("List of " + std::to_string(members), members);
+    std::uint64_t memory = 0;
+    for (auto round : state) {
+        static_cast<void>(round);
+        state.SetIterationTime(Generate(messagePath, list, members, &memory).wall);
+    }
+    state.counters["resident_MiB"] = static_cast<double>(memory) / 1048576;
+    if (!RemoveFolderTree(GetAccountRoot(list))) Die("remove the queue");
 }
+BENCHMARK(BM_MemoryWhileGenerating)
+    ->ArgName("members")
+    ->Arg(1000)
+    ->Arg(100000)
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string root = argc > 4 ? argv[4] : "";
-    if (root.empty() && !MakeUniqueFolder(Platform::TemporaryFolder(), root)) Die("folder");
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+    std::string root;
+    if (!MakeUniqueFolder(Platform::TemporaryFolder(), root)) Die("folder");
     UseDataFolder(root);
     WriteSetting("Execution", "GenerationPause", 0);
-    const std::string message = JoinPath(root, "message.eml");
-    if (!WriteFileAtomically(message, MakeMessage())) Die("message");
-
-    const std::size_t count = Argument(argc, argv, 1, 5000);
-    const std::size_t flushedCount = Argument(argc, argv, 2, 1000);
-    const std::size_t largeCount = Argument(argc, argv, 3, 100000);
+    messagePath = JoinPath(root, "message.eml");
+    if (!WriteFileAtomically(messagePath, MakeMessage())) Die("message");
     Platform::SetFlushEnabled(false);
-    Compare(message, MakeList("Unflushed", count), count, false, 0.5);
-    if (flushedCount > 0) Compare(message, MakeList("Flushed", flushedCount), flushedCount, true, 0.8);
-    if (largeCount > 0) {
-        Platform::SetFlushEnabled(false);
-        std::uint64_t memory[2] = {};
-        for (const std::size_t size : {std::size_t{1000}, largeCount}) {
-            const std::uint32_t list = MakeList("List of " + std::to_string(size), size);
-            Generate(message, list, size, &memory[size == largeCount ? 1 : 0]);
-            if (!RemoveFolderTree(GetAccountRoot(list))) Die("remove the queue");
-        }
-        std::printf("resident memory: %.1f MiB with 1000 members, %.1f MiB with %zu\n",
-                    static_cast<double>(memory[0]) / 1048576, static_cast<double>(memory[1]) / 1048576, largeCount);
-    }
+    benchmark::RunSpecifiedBenchmarks();
     RemoveFolderTree(root);
     return 0;
 }

@@ -2,9 +2,9 @@
 // and splitting the same file alone; the same file again (all skipped, all
 // updated); opening the list; finding a member; exporting.
 //
-//   import_bench [MEMBERS [FOLDER]]
-//
-// FOLDER decides which disk is measured; it must not exist and is removed.
+// The folder for temporary files decides which disk is measured (TMPDIR).
+
+#include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <chrono>
@@ -28,8 +28,6 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-constexpr int Lookups = 200000;
 
 [[noreturn]] void Die(const std::string& what) {
     std::fprintf(stderr, "import_bench: %s: %s\n", what.c_str(), DescribeLastError().c_str());
@@ -88,67 +86,101 @@ CRun Import(const std::string& path, std::uint32_t list, const CCustomFields& fi
     return run;
 }
 
-void Print(const char* what, double seconds, int count) {
-    std::printf("%-36s %8.2f s %10.0f /s\n", what, seconds, count / seconds);
+constexpr int Members = 1000000;
+constexpr std::uint32_t ListNumber = 1;
+
+std::string benchFolder;
+CCustomFields benchFields;
+
+std::string CsvPath() {
+    return JoinPath(benchFolder, "members.csv");
 }
 
-void PrintRun(const char* what, const CRun& run, int count) {
-    Print(what, run.seconds, count);
-    std::printf("%-36s %8.1f MB resident at most; added %llu, updated %llu, skipped %llu, rejected %llu\n", "",
-                static_cast<double>(run.mostMemory) / 1e6, static_cast<unsigned long long>(run.summary.added),
-                static_cast<unsigned long long>(run.summary.updated),
-                static_cast<unsigned long long>(run.summary.skipped),
-                static_cast<unsigned long long>(run.summary.rejected));
-}
-
-void MeasureUse(std::uint32_t list, const CCustomFields& fields, int count, const std::string& exportFile) {
-    auto start = Clock::now();
-    CMemberStore members;
-    members.Open(list);
-    if (members.Find(AddressOf(0)) == CMemberStore::None) Die("a member is missing");
-    std::printf("%-36s %8.2f ms\n", "open and find the first member", SecondsSince(start) * 1000);
-
-    start = Clock::now();
-    std::uint32_t number = 1;
-    for (int i = 0; i < Lookups; ++i) {
-        number = number * 1664525U + 1013904223U;
-        if (members.Find(AddressOf(number % static_cast<std::uint32_t>(count))) == CMemberStore::None)
-            Die("a member is missing");
+void BM_ReadAndSplit(benchmark::State& state) {
+    for (auto round : state) {
+        static_cast<void>(round);
+        state.SetIterationTime(ReadAndSplit(CsvPath()));
     }
-    Print("find a member", SecondsSince(start), Lookups);
-    std::printf("%-36s %8.2f us each\n", "", SecondsSince(start) * 1e6 / Lookups);
-
-    start = Clock::now();
-    std::uint64_t exported = 0;
-    if (!DataExport::ExportMembers(members, fields, exportFile, exported)) Die(exportFile);
-    Print("export", SecondsSince(start), count);
+    state.SetItemsProcessed(Members);
 }
+
+void RunImport(benchmark::State& state, ExistingMember onExisting) {
+    CRun run;
+    for (auto round : state) {
+        static_cast<void>(round);
+        run = Import(CsvPath(), ListNumber, benchFields, onExisting);
+        state.SetIterationTime(run.seconds);
+    }
+    state.SetItemsProcessed(Members);
+    state.counters["resident_MB"] = static_cast<double>(run.mostMemory) / 1e6;
+    state.counters["added"] = static_cast<double>(run.summary.added);
+    state.counters["updated"] = static_cast<double>(run.summary.updated);
+    state.counters["skipped"] = static_cast<double>(run.summary.skipped);
+}
+void BM_ImportIntoEmptyList(benchmark::State& state) {
+    RunImport(state, ExistingMember::Skip);
+}
+void BM_ImportAgainSkip(benchmark::State& state) {
+    RunImport(state, ExistingMember::Skip);
+}
+void BM_ImportAgainUpdate(benchmark::State& state) {
+    RunImport(state, ExistingMember::Update);
+}
+
+void BM_OpenAndFindFirst(benchmark::State& state) {
+    for (auto round : state) {
+        static_cast<void>(round);
+        CMemberStore members;
+        members.Open(ListNumber);
+        if (members.Find(AddressOf(0)) == CMemberStore::None) Die("a member is missing");
+    }
+}
+
+void BM_Find(benchmark::State& state) {
+    CMemberStore members;
+    members.Open(ListNumber);
+    std::uint32_t number = 1;
+    for (auto round : state) {
+        static_cast<void>(round);
+        number = number * 1664525U + 1013904223U;
+        if (members.Find(AddressOf(number % std::uint32_t{Members})) == CMemberStore::None) Die("a member is missing");
+    }
+}
+
+void BM_Export(benchmark::State& state) {
+    CMemberStore members;
+    members.Open(ListNumber);
+    std::uint64_t exported = 0;
+    for (auto round : state) {
+        static_cast<void>(round);
+        if (!DataExport::ExportMembers(members, benchFields, JoinPath(benchFolder, "export.csv"), exported))
+            Die("export");
+    }
+    state.SetItemsProcessed(static_cast<std::int64_t>(exported));
+}
+
+// In this order: each needs what the ones before it have left.
+BENCHMARK(BM_ReadAndSplit)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ImportIntoEmptyList)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ImportAgainSkip)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ImportAgainUpdate)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_OpenAndFindFirst)->Iterations(20)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Find)->Iterations(200000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Export)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const int count = argc > 1 ? std::atoi(argv[1]) : 1000000;
-    const std::string folder =
-        argc > 2 ? argv[2]
-                 : JoinPath(Platform::TemporaryFolder(), "import_bench." + std::to_string(Platform::RandomNumber()));
-    if (count <= 0 || !Platform::MakeFolder(folder)) Die(folder);
-    UseDataFolder(folder);
-    CCustomFields fields;
-    fields.Load(1);
-    fields.Set(0, {"Town", "", CustomFieldKind::Text});
-    fields.Set(1, {"Boat", "", CustomFieldKind::Text});
-    const std::string path = JoinPath(folder, "members.csv");
-    WriteMembers(path, count);
-
-    std::printf("%d members\n", count);
-    const double reading = ReadAndSplit(path);
-    Print("read and split the file alone", reading, count);
-    const CRun first = Import(path, 1, fields, ExistingMember::Skip);
-    PrintRun("import into an empty list", first, count);
-    std::printf("%-36s %8.1f times reading and splitting\n", "", first.seconds / reading);
-    PrintRun("again, all skipped", Import(path, 1, fields, ExistingMember::Skip), count);
-    PrintRun("again, all updated", Import(path, 1, fields, ExistingMember::Update), count);
-    MeasureUse(1, fields, count, JoinPath(folder, "export.csv"));
-    RemoveFolderTree(folder);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+    benchFolder = JoinPath(Platform::TemporaryFolder(), "import-bench-" + std::to_string(Platform::RandomNumber()));
+    if (!Platform::MakeFolder(benchFolder)) Die(benchFolder);
+    UseDataFolder(benchFolder);
+    benchFields.Load(ListNumber);
+    benchFields.Set(0, {"Town", "", CustomFieldKind::Text});
+    benchFields.Set(1, {"Boat", "", CustomFieldKind::Text});
+    WriteMembers(CsvPath(), Members);
+    benchmark::RunSpecifiedBenchmarks();
+    RemoveFolderTree(benchFolder);
     return 0;
 }

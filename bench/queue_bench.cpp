@@ -2,9 +2,9 @@
 // sent, beside the file operations that cannot be saved; and whether a long
 // queue slows a step.
 //
-//   queue_bench [MESSAGES [FOLDER]]
-//
-// FOLDER decides which disk is measured; it must not exist and is removed.
+// The folder for temporary files decides which disk is measured (TMPDIR).
+
+#include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <chrono>
@@ -115,70 +115,73 @@ double TimeQueue(const std::string& root, int count, int connections, bool save)
     return seconds;
 }
 
-struct CQueueCase {
-    int connections;
-    bool save;
-    double best = 1e9;  // seconds
-};
+std::string benchFolder;
 
-// The limit and each case in turn, so that whatever else the machine does hits
-// them alike; the best of the rounds counts.
-void CompareThroughput(const std::string& folder, int count) {
+// The limit and the queue in turn, so that whatever else the machine does hits
+// both alike; the best of the rounds counts.
+void BM_Queue(benchmark::State& state) {
+    constexpr int Count = 10000;
+    const auto connections = static_cast<int>(state.range(0));
     double limit = 1e9;
-    CQueueCase cases[] = {{1, true}, {4, true}, {1, false}, {4, false}};
-    for (int round = 0; round < Rounds; ++round) {
-        limit = std::min(limit, TimeLimit(JoinPath(folder, "limit"), count));
-        for (std::size_t i = 0; i < std::size(cases); ++i) {
-            CQueueCase& each = cases[(i + static_cast<std::size_t>(round)) % std::size(cases)];
-            const double seconds = TimeQueue(JoinPath(folder, "SendDaemon"), count, each.connections, each.save);
-            each.best = std::min(each.best, seconds);
-        }
+    double best = 1e9;
+    for (auto round : state) {
+        static_cast<void>(round);
+        limit = std::min(limit, TimeLimit(JoinPath(benchFolder, "limit"), Count));
+        const double seconds = TimeQueue(JoinPath(benchFolder, "SendDaemon"), Count, connections, state.range(1) != 0);
+        best = std::min(best, seconds);
+        state.SetIterationTime(seconds);
     }
-    std::printf("%-44s %9.0f /s\n", "two renames and one unlink", count / limit);
-    for (const CQueueCase& each : cases) {
-        std::printf("queue, %d connection(s), %-20s %9.0f /s   %.2f of it\n", each.connections,
-                    each.save ? "kept in .Sent" : "deleted when sent", count / each.best, limit / each.best);
-    }
+    state.counters["per_s"] = Count / best;
+    state.counters["limit_per_s"] = Count / limit;
+    state.counters["of_limit"] = limit / best;
 }
+BENCHMARK(BM_Queue)
+    ->ArgNames({"connections", "kept"})
+    ->ArgsProduct({{1, 4, 10}, {0, 1}})
+    ->Iterations(Rounds)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 
-void TimeSteps(const std::string& folder, int waiting) {
+void BM_DispatchStep(benchmark::State& state) {
     constexpr int Steps = 500;
-    const std::string root = JoinPath(folder, "SendDaemon");
-    FillQueue(JoinPath(root, "1"), waiting);
+    const std::string root = JoinPath(benchFolder, "SendDaemon");
+    FillQueue(JoinPath(root, "1"), static_cast<int>(state.range(0)));
     auto daemon = StartDaemon(root, Steps, false);
     std::vector<double> times;
-    for (int i = 0; i < Steps; ++i) {
+    for (auto step : state) {
+        static_cast<void>(step);
         while (daemon->IsAnySending())
             daemon->WaitForProgress(daemon->GetProgress(), std::chrono::milliseconds(1));
         const auto start = Clock::now();
         if (!daemon->DispatchAll()) Die("nothing was dispatched");
-        times.push_back(SecondsSince(start) * 1e6);
+        times.push_back(SecondsSince(start));
+        state.SetIterationTime(times.back());
     }
-    const double first = times.front();
     std::sort(times.begin(), times.end());
-    std::printf("step with %7d waiting: first %.0f us, median %.0f us, 99 %% %.0f us, longest %.0f us\n", waiting,
-                first, times[Steps / 2], times[Steps * 99 / 100], times.back());
+    state.counters["median_us"] = times[times.size() / 2] * 1e6;
+    state.counters["p99_us"] = times[times.size() * 99 / 100] * 1e6;
     daemon->CancelSenders();
     daemon.reset();
     RemoveFolderTree(root);
 }
+BENCHMARK(BM_DispatchStep)
+    ->ArgName("waiting")
+    ->Arg(1000)
+    ->Arg(200000)
+    ->Iterations(500)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const int count = argc > 1 ? std::atoi(argv[1]) : 20000;
-    const std::string folder =
-        argc > 2 ? std::string(argv[2])
-                 : JoinPath(Platform::TemporaryFolder(), "queue-bench-" + std::to_string(Platform::RandomNumber()));
-    if (count <= 0 || !Platform::MakeFolder(folder)) {
-        std::fprintf(stderr, "usage: queue_bench [MESSAGES [FOLDER]]; FOLDER must not exist\n");
-        return 2;
-    }
-    UseDataFolder(folder);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+    benchFolder = JoinPath(Platform::TemporaryFolder(), "queue-bench-" + std::to_string(Platform::RandomNumber()));
+    if (!Platform::MakeFolder(benchFolder)) Die(benchFolder);
+    UseDataFolder(benchFolder);
     SendDaemon::RegisterSenderKind("Nothing", [] { return std::make_unique<CNothingSender>(); });
     Platform::SetFlushEnabled(false);
-    CompareThroughput(folder, count);
-    TimeSteps(folder, 1000);
-    TimeSteps(folder, 200000);
-    return RemoveFolderTree(folder) ? 0 : 1;
+    benchmark::RunSpecifiedBenchmarks();
+    return RemoveFolderTree(benchFolder) ? 0 : 1;
 }
