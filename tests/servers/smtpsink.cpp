@@ -1,0 +1,45 @@
+#include "tests/servers/smtpsink.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <utility>
+
+namespace TestServers {
+
+CSmtpSink::CSmtpSink(std::vector<std::string> options, SinkKeeps keeps, std::string address, std::uint16_t port)
+    : CTestServer("smtp-sink"),
+      m_options(std::move(options)),
+      m_keeps(keeps),
+      m_address(std::move(address)),
+      m_wantedPort(port) {
+    std::filesystem::create_directory(m_folder / "mail");
+    // As root it becomes another user first.
+    std::filesystem::permissions(m_folder / "mail", std::filesystem::perms::all);
+}
+
+bool CSmtpSink::Prepare(CCommand& command) {
+    m_port = m_wantedPort ? m_wantedPort : FindFreePort(m_address);
+    command.address = m_address;
+    command.port = m_port;
+    command.arguments = {"-4", "-h", "sink.example"};
+    if (IsAdministrator()) command.arguments.insert(command.arguments.end(), {"-u", "nobody"});
+    if (m_keeps == SinkKeeps::Messages)
+        command.arguments.insert(command.arguments.end(), {"-d", m_folder / "mail/%s."});
+    command.arguments.insert(command.arguments.end(), m_options.begin(), m_options.end());
+    command.arguments.insert(command.arguments.end(), {m_address + ':' + std::to_string(m_port), "200"});
+    return true;
+}
+
+std::vector<std::string> CSmtpSink::GetMessages() const {
+    std::vector<std::string> messages;
+    for (const auto& entry : std::filesystem::directory_iterator(m_folder / "mail"))
+        messages.push_back(Get(entry.path().string()));
+    return messages;
+}
+
+std::size_t CSmtpSink::CountMessages() const {
+    const std::filesystem::directory_iterator files(m_folder / "mail");
+    return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+}
+
+}  // namespace TestServers

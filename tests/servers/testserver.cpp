@@ -1,0 +1,121 @@
+#include "tests/servers/testserver.h"
+
+#include <boost/asio.hpp>
+#include <filesystem>
+#include <thread>
+#include <utility>
+
+#include "utility/files.h"
+
+namespace TestServers {
+
+namespace {
+
+namespace Asio = boost::asio;
+
+bool BindsBoth(const Asio::ip::address& address, std::uint16_t& port) {
+    Asio::io_context context;
+    boost::system::error_code fault;
+    Asio::ip::tcp::acceptor stream(context, Asio::ip::tcp::v4());
+    stream.bind({address, port}, fault);
+    if (fault) return false;
+    port = stream.local_endpoint().port();
+    Asio::ip::udp::socket datagram(context, Asio::ip::udp::v4());
+    datagram.bind({address, port}, fault);
+    return !fault;
+}
+
+}  // namespace
+
+std::uint16_t FindFreePort(const std::string& address) {
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        std::uint16_t port = 0;
+        if (BindsBoth(Asio::ip::make_address(address), port)) return port;
+    }
+    return 0;
+}
+
+bool CanConnect(const std::string& address, std::uint16_t port) {
+    Asio::io_context context;
+    Asio::ip::tcp::socket socket(context);
+    boost::system::error_code fault;
+    socket.connect({Asio::ip::make_address(address), port}, fault);
+    return !fault;
+}
+
+bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+bool IsAdministrator() {
+    std::string output;
+    return RunProgram(FindProgram("id"), {"-u"}, output) && output == "0\n";
+}
+
+std::string FindProgram(std::string_view name) {
+    for (const char* folder : {"/usr/sbin/", "/usr/bin/", "/usr/local/sbin/", "/usr/local/bin/", "/sbin/", "/bin/"}) {
+        const std::string path = folder + std::string(name);
+        if (std::filesystem::exists(path)) return path;
+    }
+    return {};
+}
+
+bool RunProgram(const std::string& program, const std::vector<std::string>& arguments, std::string& output) {
+    const CTemporaryFolder folder;
+    Platform::CChildProcess child;
+    int status = -1;
+    const std::string file = folder / "output";
+    const bool ran = child.Start(program, arguments, {.environment = {}, .outputFile = file, .errorFile = file}) &&
+                     child.WaitFor(Patience, status);
+    output = Get(file);
+    return ran && status == 0;
+}
+
+bool MakeCertificate(const std::string& folder, CTestCertificate& certificate) {
+    certificate = {folder + "/certificate.pem", folder + "/key.pem"};
+    std::string output;
+    return RunProgram(FindProgram("openssl"),
+                      {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "30", "-subj", "/CN=localhost",
+                       "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1", "-keyout", certificate.keyFile, "-out",
+                       certificate.certificateFile},
+                      output);
+}
+
+CTestServer::CTestServer(std::string_view program) : m_program(FindProgram(program)), m_programName(program) {}
+
+bool CTestServer::IsInstalled() {
+    return !m_program.empty() || Fail(m_programName + " is not installed");
+}
+
+bool CTestServer::Fail(std::string text) {
+    m_whyNot = std::move(text);
+    return false;
+}
+
+bool CTestServer::Start() {
+    if (!IsInstalled()) return false;
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        CCommand command;
+        command.program = m_program;
+        if (!Prepare(command)) return false;
+        const std::string log = m_folder / "log";
+        if (!m_child.Start(command.program, command.arguments,
+                           {.environment = {}, .outputFile = log, .errorFile = log}))
+            return Fail(command.program + " could not be started");
+        WaitUntil([&] { return !m_child.IsRunning() || IsReady(command); });
+        if (m_child.IsRunning() && IsReady(command)) return true;
+        Stop();
+    }
+    return Fail(m_programName + " does not answer: " + GetLog());
+}
+
+void CTestServer::Stop() {
+    m_child.Kill();
+}
+
+}  // namespace TestServers
