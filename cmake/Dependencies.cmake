@@ -1,5 +1,5 @@
 # One set of target names for every system: dep::boost dep::serialization
-# dep::crypto dep::lmdb dep::xml dep::cli; GTest::gtest benchmark::benchmark.
+# dep::crypto dep::ssl dep::cares dep::lmdb dep::xml dep::cli; GTest::gtest benchmark::benchmark.
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
 
@@ -17,6 +17,14 @@ find_package(OpenSSL 3.0 REQUIRED)
 add_library(dep_crypto INTERFACE)
 add_library(dep::crypto ALIAS dep_crypto)
 target_link_libraries(dep_crypto INTERFACE OpenSSL::Crypto)
+add_library(dep_ssl INTERFACE)
+add_library(dep::ssl ALIAS dep_ssl)
+target_link_libraries(dep_ssl INTERFACE OpenSSL::SSL OpenSSL::Crypto)
+
+pkg_check_modules(CARES REQUIRED IMPORTED_TARGET libcares)
+add_library(dep_cares INTERFACE)
+add_library(dep::cares ALIAS dep_cares)
+target_link_libraries(dep_cares INTERFACE PkgConfig::CARES)
 
 find_path(LMDB_INCLUDE lmdb.h REQUIRED)
 find_library(LMDB_LIBRARY lmdb REQUIRED)

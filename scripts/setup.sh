@@ -6,8 +6,10 @@
 set -euo pipefail
 
 packages="build-essential g++-12 clang-14 clang-format-14 cmake ninja-build pkg-config
-  libboost1.81-dev libboost-serialization1.81-dev libssl-dev liblmdb-dev libxml2-dev libcli11-dev
+  libboost1.81-dev libboost-serialization1.81-dev libssl-dev libc-ares-dev liblmdb-dev libxml2-dev libcli11-dev
   libgtest-dev libgmock-dev googletest"
+# Mail and name servers that the tests start for themselves, and certificates for them.
+packages="$packages openssl postfix dovecot-core dovecot-pop3d dovecot-lmtpd dnsmasq-base"
 [ "${1:-}" = --bench ] && packages="$packages libbenchmark-dev libgmime-3.0-dev"
 
 missing=""

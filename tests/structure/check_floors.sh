@@ -35,18 +35,18 @@ while IFS=: read -r folder allowed; do
   done < <(grep -rnE '^#include "' --include='*.h' --include='*.cpp' "$folder")
 done <<< "$floors"
 
-system='unistd\.h|fcntl\.h|sys/[a-z]+\.h|windows\.h|dirent\.h|signal\.h|pthread\.h|winsock2\.h|io\.h'
+system='unistd\.h|fcntl\.h|sys/[a-z]+\.h|windows\.h|dirent\.h|signal\.h|pthread\.h|poll\.h|netdb\.h|arpa/inet\.h|netinet/[a-z]+\.h|winsock2\.h|ws2tcpip\.h|io\.h'
 while IFS= read -r hit; do
   fault "$hit: only platform/posix and platform/win32 may include headers of the operating system"
-done < <(grep -rnE "^#include <($system)>" --include='*.h' --include='*.cpp' utility app mime senddaemon engine programs platform/*.h platform/*.cpp)
+done < <(grep -rnE "^#include <($system)>" --include='*.h' --include='*.cpp' utility app mime net senddaemon engine programs platform/*.h platform/*.cpp)
 
 while IFS= read -r hit; do
   fault "$hit: the operating system is asked for only in platform/"
-done < <(grep -rnE '^ *# *(if|ifdef|ifndef|elif).*(_WIN32|__linux__|__unix__|_MSC_VER)' --include='*.h' --include='*.cpp' utility app mime senddaemon engine programs platform/*.h platform/*.cpp)
+done < <(grep -rnE '^ *# *(if|ifdef|ifndef|elif).*(_WIN32|__linux__|__unix__|_MSC_VER)' --include='*.h' --include='*.cpp' utility app mime net senddaemon engine programs platform/*.h platform/*.cpp)
 
 while read -r lines file; do
   [ "$lines" -le 600 ] || fault "$file: $lines lines"
-done < <(find platform utility app mime senddaemon engine programs tests bench -name '*.h' -o -name '*.cpp' | xargs wc -l | grep -v ' total$')
+done < <(find platform utility app mime net senddaemon engine programs tests bench -name '*.h' -o -name '*.cpp' | xargs wc -l | grep -v ' total$')
 
 while IFS= read -r file; do
   fault "$file: the name says nothing"
