@@ -9,8 +9,8 @@ namespace SendDaemon {
 
 namespace {
 
-constexpr std::array<std::string_view, AccountFolderCount> FolderNames = {"",        ".Queue",   ".Sent",
-                                                                          ".Errors", ".Expired", ".Blocked"};
+constexpr std::array<std::string_view, AccountFolderCount> FolderNames = {"",         ".Queue",   ".Sent",    ".Errors",
+                                                                          ".Expired", ".Blocked", ".Deferred"};
 
 std::uint64_t CountBatches(const std::string& queue) {
     Platform::CDirectorySearch batches;
@@ -79,7 +79,8 @@ CAccountCounts CountAccountMessages(std::string_view accountRoot) {
             .sent = count(AccountFolder::Sent),
             .errors = count(AccountFolder::Errors),
             .expired = count(AccountFolder::Expired),
-            .parked = count(AccountFolder::Parked)};
+            .parked = count(AccountFolder::Parked),
+            .deferred = count(AccountFolder::Deferred)};
 }
 
 }  // namespace SendDaemon

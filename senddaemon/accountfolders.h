@@ -26,9 +26,10 @@ enum class AccountFolder : std::uint8_t {
     Sent,
     Errors,
     Expired,
-    Parked,  // held back by a delivery limit
+    Parked,    // held back by a delivery limit
+    Deferred,  // failed for now, to be tried again
 };
-inline constexpr std::size_t AccountFolderCount = 6;
+inline constexpr std::size_t AccountFolderCount = 7;
 
 inline constexpr std::string_view AccountConfigFileName = "account.cfg";
 inline constexpr std::string_view ServerConfigFileName = "server.cfg";
@@ -60,6 +61,7 @@ struct CAccountCounts {
     std::uint64_t errors = 0;
     std::uint64_t expired = 0;
     std::uint64_t parked = 0;
+    std::uint64_t deferred = 0;
 };
 CAccountCounts CountAccountMessages(std::string_view accountRoot);  // a folder that is missing has none
 

@@ -8,6 +8,7 @@
 #include "mime/mailbox.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"
+#include "utility/paths.h"
 #include "utility/text.h"
 
 namespace SendDaemon {
@@ -15,8 +16,15 @@ namespace SendDaemon {
 namespace {
 
 constexpr std::size_t UsualHeader = 4096;
-constexpr std::array<std::string_view, 6> InfoFields = {
-    "X-Lhv-Return-Path-Override", "From", "X-Lhv-Recipient-Override", "To", "CC", "BCC"};
+constexpr std::array<std::string_view, 9> InfoFields = {"X-Lhv-Return-Path-Override",
+                                                        "From",
+                                                        "X-Lhv-Recipient-Override",
+                                                        "To",
+                                                        "CC",
+                                                        "BCC",
+                                                        "X-Lhv-Recipients-Only",
+                                                        "X-Lhv-Broadcast",
+                                                        "Message-ID"};
 
 std::string GetField(const CHeaderValues& values, std::string_view name) {
     const auto found = values.find(name);
@@ -52,6 +60,16 @@ bool ReadFields(std::string_view path, std::span<const std::string_view> names, 
     return true;
 }
 
+// Of a file's name only the number stays what it is.
+std::string GetMessageId(const CHeaderValues& values, std::string_view path) {
+    std::string id = GetField(values, "Message-ID");
+    if (id.starts_with('<') && id.ends_with('>')) id = id.substr(1, id.size() - 2);
+    if (!id.empty()) return id;
+    const std::string name = LastPathComponent(path);
+    const std::size_t end = name.find_first_not_of("0123456789");
+    return end == 0 || end == std::string::npos ? name : name.substr(0, end);
+}
+
 bool FailFor(std::string_view path, const char* reason) {
     SetLastErrorFormat("The message \"%s\" %s", std::string(path).c_str(), reason);
     return false;
@@ -63,12 +81,16 @@ bool ReadMessageInfo(std::string_view path, CMessageInfo& info) {
     CHeaderValues values;
     info = {};
     if (!ReadFields(path, InfoFields, values, HeaderForm::Stored)) return false;
+    info.messageId = GetMessageId(values, path);
+    info.broadcast = GetField(values, "X-Lhv-Broadcast");
     std::string sender = GetField(values, "X-Lhv-Return-Path-Override");
     if (sender.empty()) sender = GetField(values, "From");
     std::string recipients = GetField(values, "X-Lhv-Recipient-Override");
     if (recipients.empty()) recipients = GetField(values, "To");
-    AppendWithComma(recipients, GetField(values, "CC"));
-    AppendWithComma(recipients, GetField(values, "BCC"));
+    if (GetField(values, "X-Lhv-Recipients-Only") != "1") {
+        AppendWithComma(recipients, GetField(values, "CC"));
+        AppendWithComma(recipients, GetField(values, "BCC"));
+    }
     if (sender.empty()) return FailFor(path, "names no sender.");
     if (recipients.empty()) return FailFor(path, "names no recipient.");
 

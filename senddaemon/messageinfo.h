@@ -14,10 +14,14 @@ namespace SendDaemon {
 struct CMessageInfo {
     std::string returnPath;  // bare address; "" for "<>"
     std::string recipients;  // bare addresses joined by ","
+    std::string messageId;   // without <>; of a message without one its number in the queue
+    std::string broadcast;   // X-Lhv-Broadcast; "" without
 };
 
 // X-Lhv-Return-Path-Override, else From; X-Lhv-Recipient-Override, else To,
-// and then CC and BCC.  Fails without a sender or without a recipient.
+// and then CC and BCC, which "X-Lhv-Recipients-Only: 1" leaves out.  Fails
+// without a sender or without a recipient; messageId and broadcast are then set
+// as far as the file could be read.
 bool ReadMessageInfo(std::string_view path, CMessageInfo& info);
 
 // The decoded Subject and To, for log lines.  Fails when either is missing.

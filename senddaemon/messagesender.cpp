@@ -135,11 +135,13 @@ void CMessageSender::RunJob(JobState state, const CJob& job) {
 void CMessageSender::RunSendJob(const CJob& job) {
     ClearLastErrorText();
     bool isSent = false;
+    m_running = &job;
     try {
         isSent = DoSend(*job.config, job.returnPath, job.recipients, job.messageFile);
     } catch (const std::exception& exception) {
         SetLastErrorFromException(exception);
     }
+    m_running = nullptr;
     if (job.events == nullptr) return;
     if (isSent) {
         const std::lock_guard guard(m_lock);
@@ -150,6 +152,11 @@ void CMessageSender::RunSendJob(const CJob& job) {
     } else {
         job.events->OnMessageFailed(job.messageFile);
     }
+}
+
+void CMessageSender::Report(const CDeliveryReport& report) const {
+    if (m_running == nullptr || m_running->events == nullptr) return;
+    m_running->events->OnRecipientsSettled(m_running->messageFile, report);
 }
 
 void CMessageSender::LogTrace(std::string_view text) const {

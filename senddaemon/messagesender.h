@@ -25,6 +25,7 @@
 namespace SendDaemon {
 
 class CConfiguration;
+struct CDeliveryReport;
 class IMessageSender_SendMessageEvents;
 
 class CMessageSender {
@@ -69,6 +70,12 @@ public:
     double GetLastDelivery() const;
 
 protected:
+    // For DoSend(), right after each transaction with a server: what became of
+    // the message for some of its recipients.  Without any report the result of
+    // DoSend() holds for all of them; with one it is true when a recipient was
+    // accepted.
+    void Report(const CDeliveryReport& report) const;
+
     void LogTrace(std::string_view text) const;        // level 4
     void LogInformation(std::string_view text) const;  // level 3
     void LogError(std::string_view text) const;        // level 2
@@ -95,7 +102,8 @@ private:
     std::atomic<bool> m_work = false;     // the work event: a job is pending or running
     bool m_stop = false;                  // takes no more jobs; the thread ends
     std::unique_ptr<LastDelivery> m_lastDelivery;
-    std::thread m_thread;  // last: uses all of the above
+    const CJob* m_running = nullptr;  // of the sender's own thread
+    std::thread m_thread;             // last: uses all of the above
 };
 
 }  // namespace SendDaemon

@@ -11,6 +11,7 @@
 namespace SendDaemon {
 
 class CConfiguration;
+struct CDeliveryReport;
 
 // From a sender to its dispatcher.
 class IMessageSender_SendMessageEvents {
@@ -18,6 +19,9 @@ public:
     virtual ~IMessageSender_SendMessageEvents() = default;
     virtual void OnMessageSent(const std::string& messageFile) = 0;
     virtual void OnMessageFailed(const std::string& messageFile) = 0;
+    // During the delivery, once per transaction with a server: when it returns,
+    // what a server took is known after a crash.
+    virtual void OnRecipientsSettled(const std::string& /*messageFile*/, const CDeliveryReport& /*report*/) {}
     virtual void OnSenderIdle() {}  // after either: the sender takes the next message
 };
 

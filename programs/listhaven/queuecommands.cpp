@@ -15,7 +15,7 @@ void List(const std::string& onlyList, bool json) {
     OpenDataFolder();
     const std::int32_t only = onlyList.empty() ? -1 : FindList(onlyList);
     boost::json::array document;
-    CTablePrinter table({"No", "List", "Waiting", "Claimed", "Sent", "Errors", "Expired", "Parked"});
+    CTablePrinter table({"No", "List", "Waiting", "Claimed", "Sent", "Errors", "Expired", "Parked", "Deferred"});
     GetCatalogue().ForEach([&](std::int32_t index) {
         if (only >= 0 && index != only) return true;
         const std::string name = GetCatalogue().GetName(index);
@@ -28,10 +28,11 @@ void List(const std::string& onlyList, bool json) {
                             {"sent", counts.sent},
                             {"errors", counts.errors},
                             {"expired", counts.expired},
-                            {"parked", counts.parked}});
+                            {"parked", counts.parked},
+                            {"deferred", counts.deferred}});
         table.AddRow({std::to_string(number), name, std::to_string(counts.waiting), std::to_string(counts.claimed),
                       std::to_string(counts.sent), std::to_string(counts.errors), std::to_string(counts.expired),
-                      std::to_string(counts.parked)});
+                      std::to_string(counts.parked), std::to_string(counts.deferred)});
         return true;
     });
     json ? PrintJson(document) : table.Print();

@@ -147,6 +147,9 @@ TEST_F(Sender, TheHeaderSaysForWhomAMessageIs) {
         {"From: a@x\r\nTo: b@x\r\nX-Lhv-Recipient-Override: c@x\r\nX-Lhv-Return-Path-Override: bounce@x\r\n",
          "bounce@x", "c@x"},
         {"From: a@x\r\nTo: b@x\r\nX-Lhv-Return-Path-Override: <>\r\n", "", "b@x"},
+        {"X-Lhv-Recipient-Override: c@x,\r\n d@x\r\nX-Lhv-Recipients-Only: 1\r\nFrom: a@x\r\nTo: b@x\r\nCC: "
+         "e@x\r\nX-Lhv-Recipient-Override: f@x\r\n",
+         "a@x", "c@x,d@x"},
         {"From: a@x,\r\n z@x\r\nTo:\r\n b@x\r\n", "a@x", "b@x"},
         {"From: a@x\r\n", nullptr, ""},
         {"To: b@x\r\n", nullptr, ""},
