@@ -2,7 +2,8 @@
 //
 // Every call takes a time limit for the whole call, not for each byte, and
 // ends at once when Cancel() is called.  After a failure the connection is
-// closed.
+// closed; lines that had come in before a failed Write() can still be read,
+// since they may say why it failed.
 //
 // Errors   false; GetFailure() says why.  Nothing throws but std::bad_alloc.
 // Threads  One at a time; Cancel() from any other at any moment.
@@ -63,22 +64,31 @@ public:
 
     // Without its line end (CR LF or LF).  A longer line fails as Protocol.
     bool ReadLine(std::string& line, std::size_t maxLength, Milliseconds limit);
+    // What comes in meanwhile is kept for ReadLine(), so that two sides that
+    // write at one time do not wait for each other for ever.
     bool Write(std::string_view bytes, Milliseconds limit);
+    // As Write(), but gives up when something comes in before all is written,
+    // with hasInput: then nothing can be written any more, only read.
+    bool WriteUnlessInput(std::string_view bytes, Milliseconds limit, bool& hasInput);
 
-    // Whether the other side has closed, or has sent what nobody asked for.
+    // Whether the other side has closed, or has sent what was not read yet.
     // Does not wait.
     bool IsStale();
+    bool HasUnreadInput() const noexcept;  // of what has been received already; asks nobody
 
     void Close() noexcept;
     bool IsOpen() const noexcept;
     bool IsEncrypted() const noexcept;
+    std::string GetHost() const;              // as Open() was told, without brackets
     std::string GetPeerAddress() const;       // "127.0.0.1"; "" before Open()
+    std::string GetLocalAddress() const;      // likewise
     std::string DescribeTls() const;          // "TLSv1.3, TLS_AES_256_GCM_SHA384"; "" without
     bool IsCertificateVerified() const;       // also with Opportunistic: whether it would have passed
     std::string DescribeCertificate() const;  // subject, or why it does not pass
 
     // The running call, or the next one, fails as Cancelled; so does all that
-    // follows until the next Open().
+    // follows until the next Open().  When no call was running and the next one
+    // is Open(), that fails, and the one after it does not.
     void Cancel() noexcept;
 
     const Failure& GetFailure() const noexcept;
