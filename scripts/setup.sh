@@ -10,7 +10,7 @@ packages="build-essential g++-12 clang-14 clang-format-14 cmake ninja-build pkg-
   libgtest-dev libgmock-dev googletest"
 # Mail and name servers that the tests start for themselves, and certificates for them.
 packages="$packages openssl postfix dovecot-core dovecot-pop3d dovecot-lmtpd dnsmasq-base"
-[ "${1:-}" = --bench ] && packages="$packages libbenchmark-dev libgmime-3.0-dev"
+[ "${1:-}" = --bench ] && packages="$packages libbenchmark-dev libgmime-3.0-dev time"
 
 missing=""
 for package in $packages; do
