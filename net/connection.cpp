@@ -1,6 +1,7 @@
 #include "net/connection.h"
 
 #include <algorithm>
+#include <boost/asio/ip/host_name.hpp>
 
 #include "net/connectionstate.h"
 #include "net/tlscontext.h"
@@ -50,6 +51,12 @@ bool ParseTlsMode(std::string_view name, TlsMode& mode) {
             return true;
         }
     return false;
+}
+
+std::string GetOwnHostName() {
+    ErrorCode error;
+    const std::string name = asio::ip::host_name(error);
+    return error ? std::string() : name;
 }
 
 // ---- failures
@@ -186,6 +193,7 @@ bool CConnection::CState::FailWriting(const ErrorCode& error) {
     FailBy(error ? error : readError ? readError : ErrorCode(asio::error::eof));
     begin = first;
     end = last;
+    if (!readError) readError = error;
     return false;
 }
 

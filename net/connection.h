@@ -33,6 +33,8 @@ enum class TlsMode : std::uint8_t {
 };
 bool ParseTlsMode(std::string_view name, TlsMode& mode);  // "" is Opportunistic; without regard to case
 
+std::string GetOwnHostName();  // as the system is called; maybe without domain; "" when it has no name
+
 // The addresses of a host as texts, in the order to be tried.
 using Resolver = std::function<bool(const std::string& host, std::vector<std::string>& addresses, Failure& failure)>;
 

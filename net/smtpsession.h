@@ -108,6 +108,7 @@ public:
 
 private:
     struct CState;
+    class CTransaction;
     std::unique_ptr<CState> m_state;
 };
 
