@@ -1,0 +1,213 @@
+#include <algorithm>
+#include <unordered_map>
+#include <vector>
+
+#include "app/productname.h"
+#include "platform/file.h"
+#include "platform/filestatus.h"
+#include "platform/systemerror.h"
+#include "senddaemon/deliverylog.h"
+#include "senddaemon/deliverylogfiles.h"
+#include "utility/files.h"
+#include "utility/lasterror.h"
+#include "utility/mutexguard.h"
+#include "utility/paths.h"
+#include "utility/text.h"
+
+namespace SendDaemon {
+
+namespace {
+
+constexpr std::size_t ReadSize = 1 << 18;
+constexpr std::size_t LongestLine = 5 * DeliveryValueLimit + DeliveryTextLimit + 64;
+
+// Of the newest files, what is looked at for unfiled deliveries: all that a
+// program can have in hand at one time is far less.
+constexpr std::size_t UnfiledFiles = 2;
+constexpr std::uint64_t UnfiledBytes = 4 << 20;
+
+using LineVisit = std::function<bool(const CDeliveryLine&)>;
+
+struct COpenLog {
+    std::string path;
+    Platform::CFile file;
+};
+
+bool Fail(const std::string& path) {
+    const Platform::SystemError code = Platform::LastSystemError();
+    SetLastErrorText(path + ": " + Platform::SystemErrorText(code));
+    Platform::SetLastSystemError(code);
+    return false;
+}
+
+// The oldest first.  All are open before one is read, so that a rotation
+// meanwhile neither hides lines nor shows them twice.
+bool OpenLogs(const std::string& root, bool onlyLast, std::vector<COpenLog>& logs) {
+    Platform::CNamedMutex mutex(GetDeliveryLogMutexName(root));
+    const CMutexGuard guard(mutex);
+    std::vector<std::uint32_t> numbers;
+    if (!ListDeliveryLogs(root, numbers)) return false;
+    std::uint64_t bytes = 0;
+    for (const std::uint32_t number : numbers) {
+        if (onlyLast && logs.size() >= UnfiledFiles && bytes >= UnfiledBytes) break;
+        COpenLog log;
+        log.path = GetDeliveryLogPath(root, number);
+        std::uint64_t size = 0;
+        if (!log.file.Open(log.path, Platform::FileMode::Read) || !log.file.GetSize(size)) return Fail(log.path);
+        bytes += size;
+        logs.push_back(std::move(log));
+    }
+    std::reverse(logs.begin(), logs.end());
+    return true;
+}
+
+class CLineReader {
+public:
+    CLineReader(const LineVisit& visit, std::uint64_t& skipped) : m_visit(visit), m_skipped(skipped) {}
+
+    bool Read(const COpenLog& log);
+    bool IsStopped() const { return m_isStopped; }
+
+private:
+    void TakeLines(bool isEnd);
+    void TakeLine(std::string_view text);
+
+    const LineVisit& m_visit;
+    std::uint64_t& m_skipped;
+    CDeliveryLine m_line;
+    std::string m_rest;
+    bool m_isTooLong = false;  // the line that m_rest was the beginning of
+    bool m_isStopped = false;
+};
+
+bool CLineReader::Read(const COpenLog& log) {
+    std::uint64_t offset = 0;
+    m_rest.clear();
+    m_isTooLong = false;
+    for (bool isEnd = false; !isEnd && !m_isStopped;) {
+        const std::size_t kept = m_rest.size();
+        std::size_t got = 0;
+        m_rest.resize(kept + ReadSize);
+        isEnd = !log.file.ReadAt(offset, m_rest.data() + kept, ReadSize, &got);
+        if (isEnd && Platform::LastSystemError() != 0) return Fail(log.path);
+        m_rest.resize(kept + got);
+        offset += got;
+        TakeLines(isEnd);
+    }
+    return true;
+}
+
+void CLineReader::TakeLines(bool isEnd) {
+    std::size_t start = 0;
+    while (!m_isStopped) {
+        const std::size_t end = m_rest.find('\n', start);
+        if (end == std::string::npos) break;
+        TakeLine(std::string_view(m_rest).substr(start, end - start));
+        start = end + 1;
+    }
+    m_rest.erase(0, start);
+    if (m_isStopped) return;
+    if (isEnd) TakeLine(m_rest);
+    if (m_rest.size() > LongestLine) {
+        m_isTooLong = true;
+        m_rest.clear();
+    }
+}
+
+void CLineReader::TakeLine(std::string_view text) {
+    if (m_isTooLong || (!text.empty() && !ParseDeliveryLine(text, m_line))) {
+        ++m_skipped;
+    } else if (!text.empty()) {
+        m_isStopped = !m_visit(m_line);
+    }
+    m_isTooLong = false;
+}
+
+bool ReadLogs(std::string_view accountRoot, bool onlyLast, const LineVisit& visit, std::uint64_t& skipped) {
+    std::vector<COpenLog> logs;
+    if (!OpenLogs(WithoutSeparator(accountRoot), onlyLast, logs)) return false;
+    CLineReader reader(visit, skipped);
+    for (const COpenLog& log : logs) {
+        if (!reader.Read(log)) return false;
+        if (reader.IsStopped()) break;
+    }
+    return true;
+}
+
+void MakeKey(std::string_view message, std::string_view recipient, std::string& key) {
+    key.clear();
+    AppendDeliveryValue(key, message, DeliveryValueLimit);
+    key += '\t';
+    AppendDeliveryValue(key, recipient, DeliveryValueLimit);
+}
+
+}  // namespace
+
+std::string GetDeliveryLogPath(std::string_view accountRoot, std::uint32_t number) {
+    std::string path = JoinPath(accountRoot, DeliveryLogFileName);
+    if (number != 0) path += '.' + std::to_string(number);
+    return path;
+}
+
+std::string GetDeliveryLogMutexName(std::string_view accountRoot) {
+    return std::string(DeliveryLogMutexPrefix) += WithoutSeparator(accountRoot);
+}
+
+bool ListDeliveryLogs(std::string_view accountRoot, std::vector<std::uint32_t>& numbers) {
+    numbers.clear();
+    if (!Platform::FolderIsThere(accountRoot)) return true;
+    const bool isListed = ListFolder(accountRoot, "*", [&](const std::string& name, bool isFolder) {
+        if (isFolder || !name.starts_with(DeliveryLogFileName)) return true;
+        const std::string_view rest = std::string_view(name).substr(DeliveryLogFileName.size());
+        if (rest.empty()) numbers.push_back(0);
+        if (rest.size() < 2 || rest.size() > 9 || rest[0] != '.' || rest[1] < '1' || rest[1] > '9') return true;
+        if (const auto number = ParseNumber(rest.substr(1))) numbers.push_back(static_cast<std::uint32_t>(*number));
+        return true;
+    });
+    std::sort(numbers.begin(), numbers.end());
+    return isListed;
+}
+
+bool ForEachDeliveryLine(std::string_view accountRoot, const LineVisit& visit, std::uint64_t* skipped) {
+    std::uint64_t count = 0;
+    const bool isRead = ReadLogs(accountRoot, false, visit, count);
+    if (skipped) *skipped = count;
+    return isRead;
+}
+
+struct CUnfiledDeliveries::CState {
+    std::unordered_map<std::string, CDeliveryLine> lines;
+};
+
+CUnfiledDeliveries::CUnfiledDeliveries() : m_state(std::make_unique<CState>()) {}
+CUnfiledDeliveries::~CUnfiledDeliveries() = default;
+
+bool CUnfiledDeliveries::Load(std::string_view accountRoot) {
+    auto& lines = m_state->lines;
+    lines.clear();
+    std::uint64_t skipped = 0;
+    std::string key;
+    const auto visit = [&](const CDeliveryLine& line) {
+        MakeKey(line.message, line.recipient, key);
+        if (line.status == DeliveryStatus::Accepted) {
+            lines.insert_or_assign(key, line);
+        } else {
+            lines.erase(key);
+        }
+        return true;
+    };
+    return ReadLogs(accountRoot, true, visit, skipped);
+}
+
+bool CUnfiledDeliveries::Contains(std::string_view message, std::string_view recipient) const {
+    std::string key;
+    MakeKey(message, recipient, key);
+    return m_state->lines.contains(key);
+}
+
+void CUnfiledDeliveries::ForEach(const std::function<void(const CDeliveryLine&)>& visit) const {
+    for (const auto& [key, line] : m_state->lines)
+        visit(line);
+}
+
+}  // namespace SendDaemon
