@@ -197,6 +197,39 @@ bool CConnection::CState::FailWriting(const ErrorCode& error) {
     return false;
 }
 
+// Of a line that is longer the first maxLength octets, and one less rather
+// than half of a line end.
+bool CConnection::CState::ReadLine(std::string& line, std::size_t maxLength, bool& isWhole,
+                                   std::chrono::milliseconds limit) {
+    failure = {};
+    const Deadline deadline = After(limit);
+    for (std::size_t scanned = 0;;) {
+        if (IsGivenUp()) return false;
+        const std::string_view unread = Unread();
+        const std::size_t lineFeed = unread.find('\n', scanned);
+        isWhole = lineFeed != std::string_view::npos;
+        std::size_t length = isWhole ? lineFeed - (lineFeed > 0 && unread[lineFeed - 1] == '\r') : unread.size();
+        if (length > maxLength + (isWhole ? 0 : 1)) {
+            isWhole = false;
+            length = maxLength - (unread[maxLength - 1] == '\r');
+            line.assign(unread.data(), length);
+            begin += length;
+            return true;
+        }
+        if (isWhole) {
+            line.assign(unread.data(), length);
+            begin += lineFeed + 1;
+            return true;
+        }
+        scanned = unread.size();
+        if (readError) return FailBy(readError);
+        if (!socket.is_open()) return Fail(FailureKind::Closed, "There is no connection");
+        StartRead();
+        const Wait wait = Drive(deadline, [this] { return !isReading; });
+        if (wait != Wait::Done) return FailIn(wait, "answer", limit);
+    }
+}
+
 bool CConnection::CState::Write(std::string_view bytes, std::chrono::milliseconds limit, bool* hasInput) {
     failure = {};
     if (IsGivenUp()) return false;
@@ -374,29 +407,14 @@ bool CConnection::StartTls(Milliseconds limit) {
 
 bool CConnection::ReadLine(std::string& line, std::size_t maxLength, Milliseconds limit) {
     CState& s = *m_state;
-    s.failure = {};
-    const Deadline deadline = After(limit);
-    for (std::size_t scanned = 0;;) {
-        if (s.IsGivenUp()) return false;
-        std::string_view unread = s.Unread();
-        const std::size_t lineFeed = unread.find('\n', scanned);
-        const bool isWhole = lineFeed != std::string_view::npos;
-        const std::size_t length = isWhole ? lineFeed - (lineFeed > 0 && unread[lineFeed - 1] == '\r') : unread.size();
-        if (length > maxLength + (isWhole ? 0 : 1))
-            return s.Fail(FailureKind::Protocol,
-                          s.options.host + " has sent a line of more than " + std::to_string(maxLength) + " octets");
-        if (isWhole) {
-            line.assign(unread.data(), length);
-            s.begin += lineFeed + 1;
-            return true;
-        }
-        scanned = unread.size();
-        if (s.readError) return s.FailBy(s.readError);
-        if (!IsOpen()) return s.Fail(FailureKind::Closed, "There is no connection");
-        s.StartRead();
-        const auto wait = s.Drive(deadline, [&s] { return !s.isReading; });
-        if (wait != CState::Wait::Done) return s.FailIn(wait, "answer", limit);
-    }
+    bool isWhole = false;
+    return s.ReadLine(line, maxLength, isWhole, limit) &&
+           (isWhole || s.Fail(FailureKind::Protocol,
+                              s.options.host + " has sent a line of more than " + std::to_string(maxLength) + " octets"));
+}
+
+bool CConnection::ReadPiece(std::string& piece, std::size_t maxLength, bool& endsLine, Milliseconds limit) {
+    return m_state->ReadLine(piece, maxLength, endsLine, limit);
 }
 
 bool CConnection::Write(std::string_view bytes, Milliseconds limit) {

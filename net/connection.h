@@ -66,6 +66,9 @@ public:
 
     // Without its line end (CR LF or LF).  A longer line fails as Protocol.
     bool ReadLine(std::string& line, std::size_t maxLength, Milliseconds limit);
+    // Likewise, but a longer line comes in pieces of about maxLength octets (at
+    // least 2, at most half a megabyte); the last one ends it.
+    bool ReadPiece(std::string& piece, std::size_t maxLength, bool& endsLine, Milliseconds limit);
     // What comes in meanwhile is kept for ReadLine(), so that two sides that
     // write at one time do not wait for each other for ever.
     bool Write(std::string_view bytes, Milliseconds limit);

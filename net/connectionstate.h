@@ -72,6 +72,7 @@ struct CConnection::CState {
     void StartRead();
     void StartWrite(std::string_view bytes, ErrorCode& error, bool& isDone);
     bool WriteAtOnce(std::string_view& bytes, ErrorCode& error);  // what the system takes without waiting
+    bool ReadLine(std::string& line, std::size_t maxLength, bool& isWhole, std::chrono::milliseconds limit);
     bool Write(std::string_view bytes, std::chrono::milliseconds limit, bool* hasInput);
     bool FailWriting(const ErrorCode& error);
 
