@@ -164,7 +164,6 @@ std::string CSession::ListCapabilities() const {
 
 bool CSession::Encrypt() {
     if (FindTurn(Step::Handshake, "") != nullptr) {
-        m_peer.Write("this is no handshake at all\r\n");
         m_peer.Drain();
         return false;
     }

@@ -20,8 +20,8 @@ enum class Step : std::uint8_t {
     Greeting,
     Ehlo,
     StartTls,
-    Handshake,
-    Auth,  // once login and password have been sent
+    Handshake,  // whatever is done: it fails
+    Auth,       // once login and password have been sent
     Mail,
     Rcpt,
     Data,
