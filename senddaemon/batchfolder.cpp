@@ -10,6 +10,8 @@
 #include "platform/directorysearch.h"
 #include "platform/file.h"
 #include "platform/filestatus.h"
+#include "platform/guid.h"
+#include "platform/systemerror.h"
 #include "senddaemon/messagefile.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"
@@ -48,8 +50,8 @@ bool IsPreparedName(std::string_view name) {
     return EndsWithNoCase(name, ".tmp");
 }
 
-// A name that MoveToUniqueName() could have given, or one with the time at
-// which the message was queued: NUMBER.eml, NUMBER-SECONDS.eml.
+// A name that MoveToUniqueName() could have given, or one that says more
+// (queuename.h).
 bool IsOwnName(std::string_view name) {
     const std::size_t end = name.find_first_not_of("0123456789-");
     return end != 0 && name.front() != '-' && end != std::string_view::npos && name.substr(end) == ".eml";
@@ -78,16 +80,26 @@ bool FailFromSystem() {
     return false;
 }
 
+bool RenewTimes(const std::string& path) {
+    const std::int64_t now = Platform::NanosecondsSince1970();
+    return Platform::SetFileTimes(path, {.created = now, .modified = now}) || FailFromSystem();
+}
+
 // A number that is free there stays with its message, so that the log can be
 // followed; and a rename that replaces nothing needs no mutex.
-bool Rename(std::string_view source, std::string_view folder, std::string& newPath) {
-    const std::string name = LastPathComponent(source);
+bool Rename(std::string_view source, std::string_view folder, std::string_view name, std::string& newPath) {
+    if (!IsOwnName(name)) return MoveToUniqueName(source, folder, MessageExtension, newPath);
+    const std::string_view rest = name.substr(name.find_first_not_of("0123456789"));
     std::string path = JoinPath(folder, name);
-    if (!IsOwnName(name) || !Platform::RenameNew(source, path)) {
-        return MoveToUniqueName(source, folder, MessageExtension, newPath);
+    for (int attempt = 0; attempt < MaxAttempts; ++attempt) {
+        if (Platform::RenameNew(source, path)) {
+            newPath = std::move(path);
+            return true;
+        }
+        if (!Platform::IsAlreadyThere(Platform::LastSystemError())) break;
+        path = JoinPath(folder, std::to_string(Platform::RandomNumber()) + std::string(rest));
     }
-    newPath = std::move(path);
-    return true;
+    return FailFromSystem();
 }
 
 }  // namespace
@@ -197,7 +209,7 @@ bool CBatchFolder::CState::Transport(std::string_view source, Transfer transfer,
     return PlaceInBatch([&](const std::string& batchPath) {
         if (transfer == Transfer::Copy) return CopyMessageToFolder(source, batchPath, extraHeaders, newPath);
         if (!extraHeaders.empty()) return MoveMessageToFolder(source, batchPath, extraHeaders, newPath);
-        return Rename(source, batchPath, newPath);
+        return Rename(source, batchPath, LastPathComponent(source), newPath);
     });
 }
 
@@ -267,12 +279,15 @@ bool CBatchFolder::AddMessage(std::string_view source, Transfer transfer, Times 
     Platform::FileStatus status;
     if (times == Times::Keep && !isRename && !Platform::GetFileStatus(source, status)) return FailFromSystem();
     if (!m_state->Transport(source, transfer, extraHeaders, newPath)) return false;
-    if (times == Times::Renew && isRename) {
-        const std::int64_t now = Platform::NanosecondsSince1970();
-        if (!Platform::SetFileTimes(newPath, {.created = now, .modified = now})) return FailFromSystem();
-    }
+    if (times == Times::Renew && isRename && !RenewTimes(newPath)) return false;
     if (times == Times::Keep && !isRename && !Platform::SetFileTimes(newPath, status.times)) return FailFromSystem();
     return true;
+}
+
+bool CBatchFolder::MoveMessageIn(std::string_view source, std::string_view name, Times times, std::string& newPath) {
+    const std::lock_guard guard(m_state->lock);
+    const auto place = [&](const std::string& batchPath) { return Rename(source, batchPath, name, newPath); };
+    return m_state->PlaceInBatch(place) && (times == Times::Keep || RenewTimes(newPath));
 }
 
 bool CBatchFolder::AddMessageText(std::string_view text, std::string& newPath) {
@@ -340,10 +355,11 @@ bool CBatchFolder::MoveAllTo(CBatchFolder& target) {
     return true;
 }
 
-bool CBatchFolder::MoveMessageTo(std::string_view message, CBatchFolder& target) {
+bool CBatchFolder::MoveMessageTo(std::string_view message, CBatchFolder& target, std::string_view name) {
     const std::lock_guard guard(m_state->lock);
     std::string newPath;
-    if (!target.AddMessage(message, Transfer::Move, Times::Keep, {}, newPath)) return false;
+    const std::string kept = name.empty() ? LastPathComponent(message) : std::string(name);
+    if (!target.MoveMessageIn(message, kept, Times::Keep, newPath)) return false;
     m_state->RemoveBatchIfEmpty(ParentFolder(message));
     return true;
 }

@@ -53,11 +53,14 @@ public:
     bool CountMessages(std::uint32_t& total) const;  // reads every batch: O(messages)
 
     // Puts "source" under a unique name into the first batch with room, making
-    // one if there is none; a move keeps a NUMBER.eml or NUMBER-SECONDS.eml name that is free there.  extraHeaders (""
+    // one if there is none; a move keeps a name of a queue (queuename.h) that is free there.  extraHeaders (""
     // or whole lines, LF) go in front of the message's own.  After a failure the source is still there, unless newPath
     // was filled in: then only the times could not be kept.
     bool AddMessage(std::string_view source, Transfer transfer, Times times, std::string_view extraHeaders,
                     std::string& newPath);
+
+    // The move of AddMessage() to a new name of a queue; of one that is taken the number becomes another.
+    bool MoveMessageIn(std::string_view source, std::string_view name, Times times, std::string& newPath);
 
     // text as it goes on disk (CR LF).
     bool AddMessageText(std::string_view text, std::string& newPath);
@@ -77,8 +80,8 @@ public:
     // Stops at the first failure; what was moved by then stays moved.
     bool MoveAllTo(CBatchFolder& target);
 
-    // Also removes the batch the message leaves empty.
-    bool MoveMessageTo(std::string_view message, CBatchFolder& target);
+    // Also removes the batch the message leaves empty.  name: as for MoveMessageIn(); "" keeps it.
+    bool MoveMessageTo(std::string_view message, CBatchFolder& target, std::string_view name = {});
 
     bool RemoveBatch(std::string_view batchPath);  // with every message in it
     bool RemoveAll();

@@ -1,13 +1,31 @@
 #include "senddaemon/dispatcher.h"
 
+#include <algorithm>
 #include <utility>
 
+#include "app/settings.h"
 #include "platform/filestatus.h"
 #include "senddaemon/daemonlog.h"
 #include "senddaemon/dispatcherstate.h"
 #include "utility/lasterror.h"
 
 namespace SendDaemon {
+
+namespace {
+
+constexpr int DefaultDeliveryLogSize = 65536;  // KB
+constexpr int DefaultDeliveryLogFiles = 9;
+
+std::uint64_t GetDeliveryLogLimit() {
+    return static_cast<std::uint64_t>(std::max(0, ReadSetting("Service", "DeliveryLogSize", DefaultDeliveryLogSize))) *
+           1024;
+}
+
+std::uint32_t GetDeliveryLogFiles() {
+    return static_cast<std::uint32_t>(std::max(0, ReadSetting("Service", "DeliveryLogFiles", DefaultDeliveryLogFiles)));
+}
+
+}  // namespace
 
 CDispatcher::CDispatcher(DaemonClock clock) : m_state(std::make_unique<CState>()) {
     m_state->clock = clock ? std::move(clock) : DaemonClock(Platform::SecondsSince1970);
@@ -29,7 +47,8 @@ bool CDispatcher::Initialize(std::string_view rootFolder, CConfiguration* config
     if (config != nullptr) config->Attach(*this);
     if (!m_state->account.SetUp(root)) return false;
     Log(LogLevelTrace, "Initialized account");
-    if (!m_state->FreeAllParked() || !m_state->UndoClaims()) return false;
+    m_state->deliveryLog.SetUp(m_state->account.GetRootFolder(), GetDeliveryLogLimit(), GetDeliveryLogFiles());
+    if (!m_state->FreeAll() || !m_state->UndoClaims()) return false;
     Log(LogLevelTrace, "Queue folder undone");
     if (!m_state->iterator.Start(m_state->account.GetRootFolder())) return false;
     Log(LogLevelTrace, "Message iterator initialized");
@@ -63,7 +82,7 @@ DispatchStep CDispatcher::Step(Walk walk, bool& endOfQueue) {
     std::string reason;
     const DispatchStep result = m_state->Step(walk == Walk::OnePass, endOfQueue, reason);
     if (result == DispatchStep::NothingWaiting || result == DispatchStep::Failed ||
-        result == DispatchStep::Unregistered) {
+        result == DispatchStep::Unregistered || result == DispatchStep::BackedOff) {
         for (const auto& sender : m_state->senders) {
             if (sender) sender->OnIdle();
         }
@@ -91,16 +110,29 @@ CDispatchTotals CDispatcher::GetTotals() const {
     return m_state->totals;
 }
 
+CBackOffNotice CDispatcher::GetBackOff() const {
+    const std::lock_guard guard(m_state->lock);
+    const std::string& host = m_state->settings.hostName;
+    const std::int64_t until = m_state->backOff.GetEnd(host);
+    if (m_state->settings.isDirect || until == 0) return {};
+    return {.host = host, .reason = m_state->backOff.GetReason(host), .until = until};
+}
+
 void CDispatcher::OnMessageSent(const std::string& messageFile) {
     Log(LogLevelTrace, "Successfully sent message!");
-    m_state->FileSent(messageFile);
+    m_state->EndDelivery(messageFile, true);
+    m_state->EndJob(messageFile);
 }
 
 void CDispatcher::OnMessageFailed(const std::string& messageFile) {
     Log(LogLevelTrace, "Failed to send the message!");
-    m_state->FileUnsent(messageFile);
+    m_state->EndDelivery(messageFile, false);
     if (m_state->events != nullptr) m_state->events->OnMessageFailed();
     m_state->EndJob(messageFile);
+}
+
+void CDispatcher::OnRecipientsSettled(const std::string& messageFile, const CDeliveryReport& report) {
+    m_state->RecordReport(messageFile, report);
 }
 
 void CDispatcher::OnSenderIdle() {

@@ -2,14 +2,17 @@
 //
 // Each step takes the next waiting message, asks whether it may go now, claims
 // it by moving it into .Queue, and hands it to an idle sender; what the sender
-// reports moves it to .Sent (or deletes it) or to .Errors.  Messages that a
-// limit holds back wait in .Blocked for an hour, those that are too old go to
-// .Expired.
+// reports moves it to .Sent (or deletes it), to .Errors, or to .Deferred, from
+// where it comes back when it is due.  Messages that a limit holds back wait in
+// .Blocked for an hour, those that are too old go to .Expired.  What becomes of
+// each recipient is in the delivery log (deliverylog.h).
 //
 // Errors   false, with the reason in the last-error text.
 // Threads  One thread dispatches; the sender events arrive on the senders' own.
-// Crash    A message is in one folder at every moment.  What was claimed when
-//          the program died is sent again; what was filed is not.
+// Crash    No recipient is lost.  Of the messages that were claimed when the
+//          program died the next one sends to those whom no server had taken it
+//          for; so only between a server's answer and the flushed line in the
+//          delivery log can a message be doubled.
 
 #ifndef LISTHAVEN_SENDDAEMON_DISPATCHER_H
 #define LISTHAVEN_SENDDAEMON_DISPATCHER_H
@@ -29,10 +32,12 @@ namespace SendDaemon {
 using DaemonClock = std::function<std::int64_t()>;  // seconds since 1970
 
 struct CDispatchTotals {
+    // Messages; one that fared differently for several recipients counts in each.
     std::uint64_t sent = 0;
     std::uint64_t failed = 0;
     std::uint64_t parked = 0;  // each time a message is held back
     std::uint64_t expired = 0;
+    std::uint64_t deferred = 0;  // each time it failed for now
 };
 
 // What one step did.
@@ -43,12 +48,20 @@ enum class DispatchStep : std::uint8_t {
     Unregistered,  // the account is being removed
     Failed,        // the message stays where it is
     NotParked,     // it was to be held back, and stays where it is
+    BackedOff,     // messages wait, and the host takes none now
+};
+
+// A host that is left alone for a while since it took no messages.
+struct CBackOffNotice {
+    std::string host;  // "": none
+    std::string reason;
+    std::int64_t until = 0;  // seconds since 1970
 };
 
 class CDispatcher : public CObserver, public IMessageSender_SendMessageEvents {
 public:
     static constexpr std::int64_t ParkedSeconds = 3600;
-    static constexpr std::int64_t ParkedCheckSeconds = 60;  // between two looks at the parked ones
+    static constexpr std::int64_t CheckSeconds = 60;  // between two looks at those parked or deferred
 
     explicit CDispatcher(DaemonClock clock = {});  // {}: the system's
     CDispatcher(const CDispatcher&) = delete;
@@ -74,9 +87,11 @@ public:
     bool IsBusy() const;
     void CancelSenders();  // and waits until nothing is being sent
     CDispatchTotals GetTotals() const;
+    CBackOffNotice GetBackOff() const;  // of the host through which all messages go
 
     void OnMessageSent(const std::string& messageFile) override;
     void OnMessageFailed(const std::string& messageFile) override;
+    void OnRecipientsSettled(const std::string& messageFile, const CDeliveryReport& report) override;
     void OnSenderIdle() override;
     void OnSubjectChanged(const CSubjectEvent& event) override;
 

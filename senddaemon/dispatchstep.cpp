@@ -15,11 +15,20 @@
 
 namespace SendDaemon {
 
+namespace {
+
+constexpr std::string_view DirectMethod = "DirectMessageSender";
+
+}  // namespace
+
 void CDispatcher::CState::RefreshSettings() {
     if (config == nullptr) return;
     const std::int32_t connections = config->GetNumber("MaxConnections");
     settings.maxSenders = connections > 0 ? std::min(connections, MaxSenders) : 1;
     settings.sendMethod = config->GetText("SendMethod");
+    settings.hostName = config->GetText("HostName");
+    settings.isDirect = settings.sendMethod == DirectMethod;
+    settings.retriesTemporary = config->GetNumber("RetryTemporary") > 0;
     settings.isBeingUnregistered = !config->GetText("BeingUnregistered").empty();
 }
 
@@ -50,7 +59,17 @@ DispatchStep CDispatcher::CState::Step(bool onePass, bool& endOfQueue, std::stri
         endOfQueue = true;
         return DispatchStep::Unregistered;
     }
-    if (!FreeParked()) Log(LogLevelFailure, DescribeLastError());
+    // Nothing goes out of which could not be told what became of it.
+    if (!AppendUnwritten()) {
+        reason = FormatText("The delivery log cannot be written: %s", DescribeLastError().c_str());
+        endOfQueue = true;
+        return DispatchStep::Failed;
+    }
+    if (Rests(reason)) {
+        endOfQueue = true;
+        return IsAnyWaiting() ? DispatchStep::BackedOff : DispatchStep::NothingWaiting;
+    }
+    if (!FreeParked() || !FreeDeferred()) Log(LogLevelFailure, DescribeLastError());
     if (onePass && isPassOver) {
         endOfQueue = true;
         return DispatchStep::NothingWaiting;
@@ -69,6 +88,11 @@ DispatchStep CDispatcher::CState::Step(bool onePass, bool& endOfQueue, std::stri
     return second == DispatchStep::NothingWaiting ? result : second;
 }
 
+bool CDispatcher::CState::IsAnyWaiting() {
+    std::string path;
+    return iterator.GetCurrent(path) || iterator.Reset();
+}
+
 // A batch that the walk has drained goes, if nobody has put anything in since.
 bool CDispatcher::CState::Advance() {
     const std::string batch = iterator.GetBatchPath();
@@ -81,7 +105,7 @@ DispatchStep CDispatcher::CState::DispatchCurrent() {
     std::string path;
     // One that has disappeared is noticed when it is to be moved.
     if (!iterator.PeekCurrent(path)) return DispatchStep::NothingWaiting;
-    if (IsExpired(path)) return Expire(path) ? DispatchStep::HandedOn : DispatchStep::Failed;
+    if (IsExpired(path, expiry)) return Expire(path) ? DispatchStep::HandedOn : DispatchStep::Failed;
     if (config == nullptr) {
         LogFormat(LogLevelFailure, "The account \"%s\" has no configuration.", account.GetRootFolder().c_str());
         return DispatchStep::Failed;
@@ -139,18 +163,24 @@ DispatchStep CDispatcher::CState::Claim(const std::string& path, CMessageSender&
 
 DispatchStep CDispatcher::CState::SendClaimed(const std::string& claimed, CMessageSender& sender) {
     Log(LogLevelTrace, "CDispatcher::SendMessage");
-    CMessageInfo info;
-    if (!ReadMessageInfo(claimed, info)) {
+    CDelivery delivery;
+    if (!ReadMessageInfo(claimed, delivery.info)) {
         Log(LogLevelTrace, "Failed to send the message!");
-        FileUnsent(claimed);
+        FileUnusable(claimed, delivery.info);
         if (events != nullptr) events->OnMessageFailed();
         return DispatchStep::HandedOn;
     }
     Log(LogLevelTrace, "Got message info!");
+    delivery.recipients = SplitRecipients(delivery.info.recipients);
+    delivery.isRelayed = !settings.isDirect;
+    delivery.destinations = GetDestinations(delivery.recipients);
+    std::int64_t until = 0;
+    if (!BeginProbes(delivery, until)) return Postpone(claimed, delivery, until);
+    const CMessageInfo info = delivery.info;
     {
         const std::lock_guard guard(lock);
         ++inProgress;
-        inFlight[claimed] = info;
+        inFlight[claimed] = std::move(delivery);
     }
     if (sender.Send(*config, info.returnPath, info.recipients, claimed, senderEvents)) return DispatchStep::HandedOn;
     const std::string reason = GetLastErrorText();

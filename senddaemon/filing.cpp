@@ -2,8 +2,6 @@
 // more), and how it takes back what was parked or claimed.
 
 #include <algorithm>
-#include <charconv>
-#include <exception>
 #include <utility>
 
 #include "platform/file.h"
@@ -19,180 +17,130 @@ namespace SendDaemon {
 namespace {
 
 constexpr std::int64_t NanosecondsPerSecond = 1000000000;
-constexpr std::size_t SecondsLength = 10;  // since 2001: "2026-11.eml" is no time
-
-bool IsDecimal(std::string_view text) {
-    return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
-}
-
-// Seconds since 1970, from the name NUMBER-SECONDS.eml.
-std::optional<std::int64_t> GetQueuedTime(std::string_view name) {
-    const std::size_t dash = name.find('-');
-    const std::size_t dot = name.find('.');
-    if (dash == std::string_view::npos || dot == std::string_view::npos || dot < dash) return std::nullopt;
-    const std::string_view seconds = name.substr(dash + 1, dot - dash - 1);
-    std::int64_t value = 0;
-    if (!IsDecimal(name.substr(0, dash)) || !IsDecimal(seconds) || seconds.size() < SecondsLength) return std::nullopt;
-    const auto parsed = std::from_chars(seconds.data(), seconds.data() + seconds.size(), value);
-    return parsed.ec == std::errc() ? std::optional(value) : std::nullopt;
-}
 
 // Of what was filed must be known after a power failure that it was.
-void FlushFolderOf(const std::string& path) {
+bool FlushFolderOf(const std::string& path) {
     const std::string folder = ParentFolder(path);
-    if (Platform::FlushFolder(folder)) return;
+    if (Platform::FlushFolder(folder)) return true;
     SetLastErrorFromSystem();
     LogFormat(LogLevelFailure, "Error while flushing the folder \"%s\": %s", folder.c_str(),
               DescribeLastError().c_str());
+    return false;
 }
 
 }  // namespace
 
-bool CDispatcher::CState::MoveTo(AccountFolder folder, const std::string& path, CBatchFolder::Times times) {
+bool CPeriodicWalk::Begin(const std::string& folder, std::int64_t now) {
+    if (isWalking) return true;
+    if (begun && now >= *begun && now - *begun < CDispatcher::CheckSeconds) return true;
+    begun = now;
+    isWalking = iterator.Start(folder);
+    return isWalking;
+}
+
+// Collected before they are moved: the walk is not to see its own changes.
+std::vector<std::string> CPeriodicWalk::Collect(const std::function<bool(const std::string& path)>& isDue) {
+    std::vector<std::string> due;
+    for (int looked = 0; isWalking && looked < MessagesPerStep; ++looked) {
+        std::string path;
+        if (iterator.PeekCurrent(path) && isDue(path)) due.push_back(std::move(path));
+        if (iterator.Next()) continue;
+        isWalking = false;
+        iterator.Close();
+    }
+    return due;
+}
+
+CDispatcher::CState::Moved CDispatcher::CState::MoveTo(AccountFolder folder, const std::string& path,
+                                                       CBatchFolder::Times times, std::string_view name) {
     CBatchFolder* target = account.GetFolder(folder);
     std::string newPath;
-    if (target != nullptr && target->AddMessage(path, CBatchFolder::Transfer::Move, times, {}, newPath)) {
-        FlushFolderOf(newPath);
-        return true;
+    const std::string kept = name.empty() ? LastPathComponent(path) : std::string(name);
+    if (target != nullptr && target->MoveMessageIn(path, kept, times, newPath)) {
+        return FlushFolderOf(newPath) ? Moved::Yes : Moved::NotFlushed;
     }
     LogFormat(LogLevelFailure, "Error while moving message \"%s\" to \"%s\" folder: %s", path.c_str(),
               std::string(GetAccountFolderName(folder)).c_str(), DescribeLastError().c_str());
-    return !newPath.empty();
+    return newPath.empty() ? Moved::No : Moved::NotFlushed;
 }
 
-// Parking renews the file's time, so the name keeps the time that expiry goes
-// by: NUMBER-SECONDS.eml.  A name that cannot be given is not worth a failure.
-DispatchStep CDispatcher::CState::Park(const std::string& path) {
-    std::string named = path;
-    const std::string name = LastPathComponent(path);
+// What happens to the file later renews its time, so the name keeps the one
+// that expiry goes by.
+CQueueName CDispatcher::CState::NameWithTime(const std::string& path) const {
+    CQueueName name;
+    if (!ParseQueueName(path, name)) name.number = std::to_string(Platform::RandomNumber());
     Platform::FileStatus status;
-    if (!GetQueuedTime(name) && Platform::GetFileStatus(path, status)) {
-        const std::string number = IsDecimal(name.substr(0, name.find('.'))) ? name.substr(0, name.find('.'))
-                                                                             : std::to_string(Platform::RandomNumber());
-        const std::int64_t seconds = std::max<std::int64_t>(0, status.times.created / NanosecondsPerSecond);
-        named = JoinPath(ParentFolder(path), number + "-" + std::to_string(seconds) + ".eml");
-        if (!Platform::RenameNew(path, named)) named = path;
+    if (!name.queued && Platform::GetFileStatus(path, status)) {
+        name.queued = std::max<std::int64_t>(0, status.times.created / NanosecondsPerSecond);
     }
-    if (!MoveTo(AccountFolder::Parked, named, CBatchFolder::Times::Renew)) return DispatchStep::NotParked;
+    return name;
+}
+
+DispatchStep CDispatcher::CState::Park(const std::string& path) {
+    CMessageInfo info;
+    ReadMessageInfo(path, info);
+    if (MoveTo(AccountFolder::Parked, path, CBatchFolder::Times::Renew, FormatQueueName(NameWithTime(path))) ==
+        Moved::No) {
+        return DispatchStep::NotParked;
+    }
+    AppendForAll(info, DeliveryStatus::Parked, "Held back by a delivery limit.");
     const std::lock_guard guard(lock);
     ++totals.parked;
     return DispatchStep::HandedOn;
 }
 
-bool CDispatcher::CState::IsExpired(const std::string& path) const {
-    if (!expiry) return false;
-    if (const auto queued = GetQueuedTime(LastPathComponent(path))) return clock() - *queued > *expiry;
+bool CDispatcher::CState::IsExpired(const std::string& path, std::optional<std::int64_t> limit) const {
+    if (!limit) return false;
+    CQueueName name;
+    if (ParseQueueName(path, name) && name.queued) return clock() - *name.queued > *limit;
     Platform::FileStatus status;
     if (!Platform::GetFileStatus(path, status)) return false;
-    return clock() - status.times.created / NanosecondsPerSecond > *expiry;
+    return clock() - status.times.created / NanosecondsPerSecond > *limit;
 }
 
 bool CDispatcher::CState::Expire(const std::string& path) {
     std::string subject;
     std::string recipient;
+    CMessageInfo info;
     ReadMessageTitle(path, subject, recipient);
-    if (!MoveTo(AccountFolder::Expired, path, CBatchFolder::Times::Keep)) return false;
+    ReadMessageInfo(path, info);
+    if (MoveTo(AccountFolder::Expired, path, CBatchFolder::Times::Keep) == Moved::No) return false;
     LogFormat(LogLevelNotice, "Message \"%s\" to %s has expired and will not be sent.", subject.c_str(),
               recipient.c_str());
+    AppendForAll(info, DeliveryStatus::Expired, "Too old to be sent.");
     const std::lock_guard guard(lock);
     ++totals.expired;
     return true;
 }
 
-CMessageInfo CDispatcher::CState::GetInfo(const std::string& messageFile) const {
-    CMessageInfo info;
-    {
-        const std::lock_guard guard(lock);
-        const auto found = inFlight.find(messageFile);
-        if (found != inFlight.end()) return found->second;
+bool CDispatcher::CState::RemoveSent(const std::string& messageFile) {
+    if (!Platform::RemoveFile(messageFile)) {
+        SetLastErrorFromSystem();
+        LogFormat(LogLevelNotice,
+                  "Message in file \"%s\" has been just sent and it may get sent again to the same recipient. Please "
+                  "contact support and cite the description of the error. We suggest that you exit the application "
+                  "that caused the error. Error occurred while trying to move the message to the \"Sent\" folder: %s",
+                  messageFile.c_str(), DescribeLastError().c_str());
+        return false;
     }
-    ReadMessageInfo(messageFile, info);
-    return info;
+    return FlushFolderOf(messageFile);
 }
 
-void CDispatcher::CState::FileSent(const std::string& messageFile) {
-    try {
-        const CMessageInfo info = events != nullptr ? GetInfo(messageFile) : CMessageInfo();
-        if (events != nullptr) events->OnMessageSent(messageFile, info.returnPath, info.recipients);
-    } catch (const std::exception& exception) {  // of the program's sink: filed it must be, or it is sent again
-        LogFormat(LogLevelFailure, "Error while reporting that message \"%s\" was sent: %s", messageFile.c_str(),
-                  exception.what());
-    }
-    if (config != nullptr && config->GetNumber("SaveSentMessages") > 0) {
-        MoveTo(AccountFolder::Sent, messageFile, CBatchFolder::Times::Keep);
-    } else {
-        RemoveSent(messageFile);
-    }
-    {
-        const std::lock_guard guard(lock);
-        ++totals.sent;
-    }
-    EndJob(messageFile);
-}
-
-void CDispatcher::CState::RemoveSent(const std::string& messageFile) {
-    if (Platform::RemoveFile(messageFile)) {
-        FlushFolderOf(messageFile);
-        return;
-    }
-    SetLastErrorFromSystem();
-    LogFormat(LogLevelNotice,
-              "Message in file \"%s\" has been just sent and it may get sent again to the same recipient. Please "
-              "contact support and cite the description of the error. We suggest that you exit the application that "
-              "caused the error. Error occurred while trying to move the message to the \"Sent\" folder: %s",
-              messageFile.c_str(), DescribeLastError().c_str());
-}
-
-// A delivery that was cancelled goes back to those that wait.
-void CDispatcher::CState::FileUnsent(const std::string& messageFile) {
-    const std::string reason = DescribeLastError();
-    bool isCancelled = false;
-    {
-        const std::lock_guard guard(lock);
-        isCancelled = isCancelling;
-        if (!isCancelled) ++totals.failed;
-    }
-    MoveTo(isCancelled ? AccountFolder::Waiting : AccountFolder::Errors, messageFile, CBatchFolder::Times::Keep);
-    LogFormat(LogLevelNotice, "Message in file \"%s\" was not sent: %s", messageFile.c_str(), reason.c_str());
-}
-
-void CDispatcher::CState::EndJob(const std::string& messageFile) {
-    const std::lock_guard guard(lock);
-    inFlight.erase(messageFile);
-    --inProgress;
-    jobEnded.notify_all();
-}
-
-bool CDispatcher::CState::IsDue(const std::string& path) const {
-    Platform::FileStatus status;
-    if (!Platform::GetFileStatus(path, status)) return false;
-    return clock() - status.times.created / NanosecondsPerSecond > ParkedSeconds;
-}
-
-// Collected before they are moved: the walk is not to see its own changes.
 bool CDispatcher::CState::FreeParked() {
     CBatchFolder* parked = account.GetFolder(AccountFolder::Parked);
     CBatchFolder* waiting = account.GetFolder(AccountFolder::Waiting);
-    if (parked == nullptr || waiting == nullptr) return false;
-    if (!isWalkingParked) {
-        const std::int64_t now = clock();
-        if (parkedCheck && now >= *parkedCheck && now - *parkedCheck < ParkedCheckSeconds) return true;
-        parkedCheck = now;
-        const std::string folder = GetAccountFolderPath(account.GetRootFolder(), AccountFolder::Parked);
-        if (!parkedIterator.Start(folder)) return false;
-        isWalkingParked = true;
+    const std::int64_t now = clock();
+    if (parked == nullptr || waiting == nullptr ||
+        !parkedWalk.Begin(GetAccountFolderPath(account.GetRootFolder(), AccountFolder::Parked), now)) {
+        return false;
     }
-    std::vector<std::string> due;
-    for (int looked = 0; looked < ParkedPerStep; ++looked) {
-        std::string path;
-        if (parkedIterator.GetCurrent(path) && IsDue(path)) due.push_back(std::move(path));
-        if (parkedIterator.Next()) continue;
-        isWalkingParked = false;
-        parkedIterator.Close();
-        break;
-    }
-    for (const std::string& path : due) {
-        if (IsExpired(path)) {
+    const auto isDue = [&](const std::string& path) {
+        Platform::FileStatus status;
+        return Platform::GetFileStatus(path, status) &&
+               now - status.times.created / NanosecondsPerSecond > ParkedSeconds;
+    };
+    for (const std::string& path : parkedWalk.Collect(isDue)) {
+        if (IsExpired(path, expiry)) {
             Expire(path);
         } else if (!parked->MoveMessageTo(path, *waiting) && Platform::FileIsThere(path)) {
             return false;
@@ -201,20 +149,16 @@ bool CDispatcher::CState::FreeParked() {
     return true;
 }
 
-bool CDispatcher::CState::FreeAllParked() {
-    isWalkingParked = false;
-    parkedCheck.reset();
+bool CDispatcher::CState::FreeAll() {
+    parkedWalk.StartAnew();
+    deferredWalk.StartAnew();
     do {
         if (!FreeParked()) return false;
-    } while (isWalkingParked);
+    } while (parkedWalk.isWalking);
+    do {
+        if (!FreeDeferred()) return false;
+    } while (deferredWalk.isWalking);
     return true;
-}
-
-bool CDispatcher::CState::UndoClaims() {
-    Log(LogLevelTrace, "UndoQueueFolder ()");
-    CBatchFolder* claimed = account.GetFolder(AccountFolder::Claimed);
-    CBatchFolder* waiting = account.GetFolder(AccountFolder::Waiting);
-    return claimed != nullptr && waiting != nullptr && claimed->Load() && claimed->MoveAllTo(*waiting);
 }
 
 }  // namespace SendDaemon

@@ -10,14 +10,16 @@
 #include "utility/files.h"
 #include "utility/lasterror.h"
 #include "utility/paths.h"
+#include "utility/text.h"
 #include "utility/uniquename.h"
 
 namespace {
 
+constexpr std::size_t LargestHeader = std::size_t{1} << 20;
 constexpr std::size_t CopyBlock = 256 * 1024;
 constexpr std::string_view MessageExtension = "eml";
 
-bool AppendFile(std::string_view source, CNewFile& target) {
+bool AppendFile(std::string_view source, std::uint64_t offset, CNewFile& target) {
     Platform::CFile file;
     std::uint64_t size = 0;
     if (!file.Open(source, Platform::FileMode::Read) || !file.GetSize(size)) {
@@ -25,7 +27,7 @@ bool AppendFile(std::string_view source, CNewFile& target) {
         return false;
     }
     std::vector<char> block(static_cast<std::size_t>(std::min<std::uint64_t>(size, CopyBlock)));
-    for (std::uint64_t offset = 0; offset < size;) {
+    while (offset < size) {
         const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(size - offset, block.size()));
         if (!file.ReadAt(offset, block.data(), length)) {
             SetLastErrorFromSystem();
@@ -43,7 +45,39 @@ bool WriteCopy(std::string_view source, std::string_view extraHeaders, CNewFile&
         if (headers.back() != '\n') headers += '\n';
         if (!target.Write(headers)) return false;
     }
-    return AppendFile(source, target);
+    return AppendFile(source, 0, target);
+}
+
+bool ReplaceBy(CNewFile& file, std::string_view target) {
+    const std::string folder = ParentFolder(target);
+    if (!Platform::RenameReplacing(file.GetTemporaryPath(), target)) {
+        SetLastErrorFromSystem();
+        return false;
+    }
+    file.Keep();
+    if (Platform::FlushFolder(folder.empty() ? "." : folder)) return true;
+    SetLastErrorFromSystem();
+    return false;
+}
+
+// The lines of the header that stay; read says how far the text was looked at.
+std::string KeepFields(std::string_view text, std::span<const std::string_view> dropped, std::size_t& read) {
+    std::string kept;
+    bool isDropped = false;
+    for (read = 0; read < text.size();) {
+        const std::size_t lf = text.find('\n', read);
+        if (lf == std::string_view::npos) break;
+        const std::string_view line = text.substr(read, lf + 1 - read);
+        if (TrimRight(line).empty()) break;
+        if (line.front() != ' ' && line.front() != '\t') {
+            const std::string_view name = Trim(line.substr(0, line.find(':')));
+            isDropped = std::any_of(dropped.begin(), dropped.end(),
+                                    [&](std::string_view each) { return EqualNoCase(each, name); });
+        }
+        if (!isDropped) kept += line;
+        read = lf + 1;
+    }
+    return kept;
 }
 
 // A name that could not be flushed is taken back: the caller will try again.
@@ -74,16 +108,27 @@ bool CopyMessageFile(std::string_view source, std::string_view target, std::stri
         !copy.FinishWriting()) {
         return false;
     }
-    if (!Platform::RenameReplacing(copy.GetTemporaryPath(), target)) {
+    return ReplaceBy(copy, target);
+}
+
+bool RewriteMessageHeader(std::string_view path, std::string_view extraHeaders,
+                          std::span<const std::string_view> dropped) {
+    Platform::FileStatus status;
+    if (!Platform::GetFileStatus(path, status)) {
         SetLastErrorFromSystem();
         return false;
     }
-    copy.Keep();
-    if (!Platform::FlushFolder(folder.empty() ? "." : folder)) {
-        SetLastErrorFromSystem();
+    std::string start;
+    std::size_t read = 0;
+    CNewFile file;
+    if (!ReadFileStart(path, LargestHeader, start)) return false;
+    const std::string kept = KeepFields(start, dropped, read);
+    if (!file.Create(ParentFolder(path), MessageExtension) || !file.Write(extraHeaders) || !file.Write(kept) ||
+        !AppendFile(path, read, file) || !file.FinishWriting()) {
         return false;
     }
-    return true;
+    Platform::SetFileTimes(file.GetTemporaryPath(), status.times);  // a failure costs no message
+    return ReplaceBy(file, path);
 }
 
 bool CopyMessageToFolder(std::string_view source, std::string_view folder, std::string_view extraHeaders,

@@ -12,11 +12,17 @@
 #ifndef LISTHAVEN_SENDDAEMON_MESSAGEFILE_H
 #define LISTHAVEN_SENDDAEMON_MESSAGEFILE_H
 
+#include <span>
 #include <string>
 #include <string_view>
 
 // Replaces "target".
 bool CopyMessageFile(std::string_view source, std::string_view target, std::string_view extraHeaders);
+
+// Leaves out the fields of the names "dropped", and keeps the times.  The file
+// is the old or the new one.
+bool RewriteMessageHeader(std::string_view path, std::string_view extraHeaders,
+                          std::span<const std::string_view> dropped);
 
 // These make the folder when it is missing; "" as folder fails.
 bool CopyMessageToFolder(std::string_view source, std::string_view folder, std::string_view extraHeaders,

@@ -1,6 +1,7 @@
 #include "senddaemon/messageinfo.h"
 
 #include <array>
+#include <set>
 #include <span>
 #include <vector>
 
@@ -103,6 +104,15 @@ bool ReadMessageInfo(std::string_view path, CMessageInfo& info) {
     }
     if (info.recipients.empty()) return FailFor(path, "names no usable recipient.");
     return true;
+}
+
+std::vector<std::string> SplitRecipients(std::string_view joined) {
+    std::vector<std::string> recipients;
+    std::set<std::string_view> seen;
+    for (const std::string_view recipient : Split(joined, ',')) {
+        if (!recipient.empty() && seen.insert(recipient).second) recipients.emplace_back(recipient);
+    }
+    return recipients;
 }
 
 bool ReadMessageTitle(std::string_view path, std::string& subject, std::string& recipient) {

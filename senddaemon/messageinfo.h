@@ -8,6 +8,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace SendDaemon {
 
@@ -23,6 +24,8 @@ struct CMessageInfo {
 // without a sender or without a recipient; messageId and broadcast are then set
 // as far as the file could be read.
 bool ReadMessageInfo(std::string_view path, CMessageInfo& info);
+
+std::vector<std::string> SplitRecipients(std::string_view joined);  // each once
 
 // The decoded Subject and To, for log lines.  Fails when either is missing.
 bool ReadMessageTitle(std::string_view path, std::string& subject, std::string& recipient);

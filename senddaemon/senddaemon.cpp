@@ -87,6 +87,7 @@ void CSendDaemon::CState::DropAccount(std::string_view folder) {
             formerTotals.failed += totals.failed;
             formerTotals.parked += totals.parked;
             formerTotals.expired += totals.expired;
+            formerTotals.deferred += totals.deferred;
             ended.erase(dispatcher->second.get());
         }
         dispatchers.erase(dispatcher);
@@ -265,6 +266,9 @@ CDispatchRound CSendDaemon::CState::Round(CDispatcher::Walk walk) {
             case DispatchStep::AllBusy:
                 ++round.allBusy;
                 break;
+            case DispatchStep::BackedOff:
+                ++round.backedOff;
+                break;
             case DispatchStep::Failed:
             case DispatchStep::NotParked:
                 ++round.failed;
@@ -316,8 +320,20 @@ CDispatchTotals CSendDaemon::GetTotals() const {
         sum.failed += totals.failed;
         sum.parked += totals.parked;
         sum.expired += totals.expired;
+        sum.deferred += totals.deferred;
     }
     return sum;
+}
+
+std::vector<CBackedOffAccount> CSendDaemon::GetBackedOff() const {
+    std::vector<CBackedOffAccount> found;
+    for (const auto& [folder, dispatcher] : m_state->dispatchers) {
+        const CBackOffNotice notice = dispatcher->GetBackOff();
+        if (notice.host.empty()) continue;
+        const std::uint64_t waiting = CountAccountMessages(folder).waiting;
+        if (waiting > 0) found.push_back({.rootFolder = folder, .notice = notice, .waiting = waiting});
+    }
+    return found;
 }
 
 void CSendDaemon::CancelSenders() {

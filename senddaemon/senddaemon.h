@@ -35,8 +35,16 @@ struct CDispatchRound {
     std::uint32_t handedOn = 0;
     std::uint32_t allBusy = 0;
     std::uint32_t failed = 0;
+    std::uint32_t backedOff = 0;
     std::string reason;       // of the last failure
     bool isPassOver = false;  // each has come to the end of its queue since this was set last
+};
+
+// An account whose messages wait since its host takes none now.
+struct CBackedOffAccount {
+    std::string rootFolder;
+    CBackOffNotice notice;
+    std::uint64_t waiting = 0;
 };
 
 class CSendDaemon : public IDispatcher_SendMessageEvents {
@@ -81,7 +89,8 @@ public:
     bool IsAnySending();
     bool GetSentCount(std::uint32_t& count) const;
     CDispatchTotals GetTotals() const;
-    void CancelSenders();  // of all accounts; waits until nothing is being sent
+    std::vector<CBackedOffAccount> GetBackedOff() const;  // counts files: O(messages) of those accounts
+    void CancelSenders();                                 // of all accounts; waits until nothing is being sent
 
     // A number that grows whenever a sender has become free.  The wait returns
     // when it has passed "seen", at the latest after "limit".

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "senddaemon/senddaemon.h"
+#include "utility/formattext.h"
 
 namespace SendDaemon {
 
@@ -26,6 +27,7 @@ public:
 private:
     bool IsStopRequested() const { return m_options.stopRequested && m_options.stopRequested(); }
     void UpdateResult();
+    void FindWaiting();
     void Report();
     void Pause(milliseconds length);
     bool EndPass(bool isSending);
@@ -48,6 +50,19 @@ void CSendLoop::UpdateResult() {
     m_result.failed = totals.failed - m_before.failed;
     m_result.heldBack = totals.parked - m_before.parked;
     m_result.expired = totals.expired - m_before.expired;
+    m_result.deferred = totals.deferred - m_before.deferred;
+}
+
+void CSendLoop::FindWaiting() {
+    for (const CBackedOffAccount& account : m_daemon.GetBackedOff()) {
+        const CBackOffNotice& notice = account.notice;
+        if (m_result.waiting == 0 || notice.until < m_result.waitingUntil) m_result.waitingUntil = notice.until;
+        if (m_result.waiting == 0) {
+            m_result.waitingFor =
+                FormatText("The host \"%s\" takes no messages now: %s", notice.host.c_str(), notice.reason.c_str());
+        }
+        m_result.waiting += account.waiting;
+    }
 }
 
 void CSendLoop::Report() {
@@ -121,6 +136,7 @@ CSendResult CSendLoop::Run() {
         Report();
     }
     UpdateResult();
+    if (!m_result.wasStopped) FindWaiting();
     if (!m_result.gaveUp) m_result.reason.clear();
     return m_result;
 }

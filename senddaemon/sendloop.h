@@ -5,6 +5,9 @@
 // which nothing but that happened is followed by a pause that grows.  After
 // failureLimit such passes in a row the loops that end by themselves give up.
 //
+// Messages for a host that takes none now (RetryTemporary) are no reason to go
+// on for the loops that end by themselves.
+//
 // Threads  Runs on the caller's thread, and calls back on it.
 
 #ifndef LISTHAVEN_SENDDAEMON_SENDLOOP_H
@@ -24,6 +27,10 @@ struct CSendResult {
     std::uint64_t failed = 0;
     std::uint64_t heldBack = 0;
     std::uint64_t expired = 0;
+    std::uint64_t deferred = 0;
+    std::uint64_t waiting = 0;      // at the end, for hosts that take no messages now
+    std::int64_t waitingUntil = 0;  // seconds since 1970: when the first of these is asked again
+    std::string waitingFor;         // which, and why: a sentence
     bool wasStopped = false;
     bool gaveUp = false;
     std::string reason;  // of giving up
