@@ -40,13 +40,13 @@ bool ParseDeliveryStatus(std::string_view name, DeliveryStatus& status);
 struct CDeliveryLine {
     std::int64_t time = 0;  // seconds since 1970
     DeliveryStatus status = DeliveryStatus::Accepted;
-    std::string broadcast;  // X-Lhv-Broadcast; "" without
-    std::string message;    // the Message-ID without <>, or the name of the queue file
-    std::string recipient;
-    std::string host;
+    std::string broadcast{};  // X-Lhv-Broadcast; "" without
+    std::string message{};    // the Message-ID without <>, or the number of the queue file
+    std::string recipient{};
+    std::string host{};
     int code = 0;  // 0: none
-    std::string enhanced;
-    std::string text;
+    std::string enhanced{};
+    std::string text{};
 };
 
 // One line with LF; tabs, CR, LF, NUL and other control characters of the values
