@@ -4,6 +4,7 @@
 
 #include <boost/asio.hpp>
 
+#include "tests/servers/mailserver.h"
 #include "tests/servers/nameserver.h"
 #include "tests/servers/smtpsink.h"
 
@@ -67,4 +68,39 @@ TEST(Servers, TheNameServerStarts) {
     names.AddAddress("mx1.lists.example", "127.0.0.2");
     ASSERT_TRUE(names.Start()) << names.WhyNot();
     EXPECT_EQ(names.CountQueries("MX", "lists.example"), 0u);
+}
+
+TEST(Servers, TheMailServerAnswersAsToldAndDelivers) {
+    CMailServer server;
+    if (!server.IsInstalled()) GTEST_SKIP() << server.WhyNot();
+    server.AddUser("alice", "alice pw");
+    server.AnswerRecipient("busy@there.example", "450 4.2.1 Try again later");
+    ASSERT_TRUE(server.Start()) << server.WhyNot();
+    const auto send = [&](std::uint16_t port, const std::string& to, const std::string& header = "Subject: one") {
+        return Converse("127.0.0.1", port,
+                        {"EHLO here.example", "MAIL FROM:<a@here.example>", "RCPT TO:<" + to + ">", "DATA",
+                         header + "\r\n\r\ntext\r\n."})
+            .substr(0, 3);
+    };
+    const auto envelope = [&](std::uint16_t port, const std::string& to) {
+        return Converse("127.0.0.1", port, {"EHLO here.example", "MAIL FROM:<a@here.example>", "RCPT TO:<" + to + ">"})
+            .substr(0, 3);
+    };
+    EXPECT_EQ(send(server.GetPort(), "b@there.example"), "250");
+    EXPECT_EQ(send(server.GetPort(), "b@there.example", "X-Refuse-Me: yes"), "550");
+    EXPECT_EQ(envelope(server.GetPort(), "b@elsewhere.test"), "554");
+    EXPECT_EQ(envelope(server.GetAuthPort(), "b@there.example"), "554");
+    EXPECT_EQ(
+        Converse("127.0.0.1", server.GetAuthPort(), {"EHLO here.example", "AUTH LOGIN", "YWxpY2U=", "YWxpY2UgcHc="})
+            .substr(0, 3),
+        "235");
+    EXPECT_EQ(envelope(server.GetPort(), "busy@there.example"), "450");
+    server.AnswerRecipient("busy@there.example", "");
+    server.AnswerRecipient("b@there.example", "550 5.1.1 Unknown");
+    EXPECT_EQ(send(server.GetPort(), "busy@there.example"), "250");
+    EXPECT_EQ(envelope(server.GetPort(), "b@there.example"), "550");
+    ASSERT_TRUE(server.WaitForMessages(2)) << server.GetLog();
+    EXPECT_EQ(server.CountMessages(), 2u);
+    server.Stop();
+    EXPECT_FALSE(CanConnect("127.0.0.1", server.GetPort()));
 }

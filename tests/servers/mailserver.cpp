@@ -1,0 +1,226 @@
+#include "tests/servers/mailserver.h"
+
+#include <filesystem>
+
+#include "utility/text.h"
+
+namespace TestServers {
+
+namespace {
+
+constexpr const char* AuthConfiguration = R"(
+base_dir = @/run
+state_dir = @/state
+instance_name = listhaven-test-auth
+log_path = /dev/stderr
+protocols =
+ssl = no
+disable_plaintext_auth = no
+auth_mechanisms = plain login
+auth_failure_delay = 0
+passdb {
+  driver = passwd-file
+  args = scheme=PLAIN username_format=%u @/users
+}
+userdb {
+  driver = static
+  args = uid=65534 gid=65534 home=/nonexistent
+}
+service auth {
+  unix_listener @/auth {
+    mode = 0666
+  }
+}
+)";
+
+constexpr const char* MainConfiguration = R"(
+compatibility_level = 3.6
+queue_directory = @/queue
+data_directory = @/data
+mail_owner = postfix
+maillog_file = @/log
+maillog_file_prefixes = @
+inet_interfaces = 127.0.0.1
+inet_protocols = ipv4
+myhostname = mx.local.example
+mydomain = local.example
+mynetworks =
+mydestination =
+alias_maps =
+alias_database =
+virtual_mailbox_domains = regexp:@/conf/domains
+virtual_mailbox_maps = regexp:@/conf/mailboxes
+virtual_mailbox_base = @/mail
+virtual_uid_maps = static:65534
+virtual_gid_maps = static:65534
+virtual_minimum_uid = 1
+default_transport = error:nothing leaves this machine
+disable_dns_lookups = yes
+message_size_limit = LIMIT
+virtual_mailbox_limit = 0
+header_checks = regexp:@/conf/headers
+smtpd_recipient_restrictions = check_recipient_access regexp:@/conf/recipients
+smtpd_relay_restrictions = permit_sasl_authenticated, reject_unauth_destination
+smtpd_tls_security_level = may
+smtpd_tls_cert_file = @/certificate.pem
+smtpd_tls_key_file = @/key.pem
+smtpd_tls_session_cache_database =
+smtpd_sasl_type = dovecot
+smtpd_sasl_path = AUTHSOCKET
+smtpd_sasl_auth_enable = no
+smtpd_sasl_security_options = noanonymous
+smtpd_client_connection_rate_limit = 0
+smtpd_client_connection_count_limit = 0
+smtpd_error_sleep_time = 0
+smtputf8_enable = yes
+)";
+
+// Each connection has a process of its own (max_use), which reads the answers to
+// recipients as they are then.
+constexpr const char* MasterConfiguration = R"(
+127.0.0.1:PLAIN inet n - n - - smtpd -o max_use=1
+127.0.0.1:CLEAR inet n - n - - smtpd -o max_use=1 -o smtpd_sasl_auth_enable=yes -o smtpd_tls_security_level=none
+  -o smtpd_relay_restrictions=permit_sasl_authenticated,reject
+127.0.0.1:TLS inet n - n - - smtpd -o max_use=1 -o smtpd_sasl_auth_enable=yes -o smtpd_tls_wrappermode=yes
+  -o smtpd_relay_restrictions=permit_sasl_authenticated,reject
+cleanup unix n - n - 0 cleanup
+qmgr unix n - n 300 1 qmgr
+tlsmgr unix - - n 1000? 1 tlsmgr
+rewrite unix - - n - - trivial-rewrite
+bounce unix - - n - 0 bounce
+defer unix - - n - 0 bounce
+trace unix - - n - 0 bounce
+proxymap unix - - n - - proxymap
+error unix - - n - - error
+retry unix - - n - - error
+virtual unix - n n - - virtual
+anvil unix - - n - 1 anvil
+postlog unix-dgram n - n - 1 postlogd
+)";
+
+}  // namespace
+
+void CAuthServer::Stop() {
+    int status = 0;
+    if (!m_child.AskToStop() || !m_child.WaitFor(std::chrono::seconds(20), status)) m_child.Kill();
+}
+
+void CAuthServer::AddUser(const std::string& login, const std::string& password) {
+    m_users += login + ":{PLAIN}" + password + '\n';
+}
+
+bool CAuthServer::Prepare(CCommand& command) {
+    std::string text = AuthConfiguration;
+    ReplaceAll(text, "@", m_folder.GetPath());
+    Put(m_folder / "users", m_users);
+    Put(m_folder / "dovecot.conf", text);
+    std::filesystem::create_directory(m_folder / "state");
+    command.arguments = {"-F", "-c", m_folder / "dovecot.conf"};
+    return true;
+}
+
+bool CAuthServer::IsReady(const CCommand&) {
+    return std::filesystem::exists(GetSocket());
+}
+
+bool CMailServer::IsInstalled() {
+    if (!CTestServer::IsInstalled()) return false;
+    if (!IsAdministrator()) return Fail("postfix runs for root only");
+    return m_auth.IsInstalled() || Fail(m_auth.WhyNot());
+}
+
+void CMailServer::Stop() {
+    int status = 0;
+    // The master ends its children when it is asked to, not when it is killed.
+    if (!m_child.AskToStop() || !m_child.WaitFor(std::chrono::seconds(20), status)) m_child.Kill();
+    m_auth.Stop();
+}
+
+void CMailServer::AnswerRecipient(const std::string& address, const std::string& answer) {
+    m_answers[address] = answer;
+    WriteAnswers();
+}
+
+void CMailServer::WriteAnswers() {
+    if (!std::filesystem::exists(m_folder / "conf")) return;
+    std::string text;
+    for (const auto& [address, answer] : m_answers) {
+        std::string pattern = address;
+        ReplaceAll(pattern, ".", "\\.");
+        ReplaceAll(pattern, "+", "\\+");
+        if (!answer.empty()) text += "/^" + pattern + "$/ " + answer + '\n';
+    }
+    Put(m_folder / "conf/recipients", text);
+}
+
+// The folders that Postfix wants, owned by its user.
+bool CMailServer::MakeQueue(std::string& output) const {
+    const std::string install = FindProgram("install");
+    std::vector<std::string> arguments = {"-d", "-o", "postfix", "-m", "0700", m_folder / "data"};
+    for (const char* part :
+         {"active", "bounce", "corrupt", "defer", "deferred", "flush", "hold", "incoming", "private", "saved", "trace"})
+        arguments.push_back(m_folder / (std::string("queue/") + part));
+    std::filesystem::create_directory(m_folder / "queue/pid");
+    return RunProgram(install, arguments, output) &&
+           RunProgram(install, {"-d", "-o", "postfix", "-g", "postdrop", "-m", "0730", m_folder / "queue/maildrop"},
+                      output) &&
+           RunProgram(install, {"-d", "-o", "postfix", "-g", "postdrop", "-m", "0710", m_folder / "queue/public"},
+                      output);
+}
+
+bool CMailServer::Prepare(CCommand& command) {
+    if (!m_auth.IsRunning() && !m_auth.Start()) return Fail(m_auth.WhyNot());
+    if (m_certificate.keyFile.empty() && !MakeCertificate(m_folder.GetPath(), m_certificate))
+        return Fail("openssl makes no certificate");
+    m_port = FindFreePort();
+    do {
+        m_authPort = FindFreePort();
+        m_tlsPort = FindFreePort();
+    } while (m_port == m_authPort || m_port == m_tlsPort || m_authPort == m_tlsPort);
+    for (const char* part : {"conf", "queue", "mail"})
+        std::filesystem::create_directory(m_folder / part);
+    std::filesystem::permissions(m_folder / "mail", std::filesystem::perms::all);
+
+    std::string text = MainConfiguration;
+    ReplaceAll(text, "@", m_folder.GetPath());
+    ReplaceAll(text, "LIMIT", std::to_string(SizeLimit));
+    ReplaceAll(text, "AUTHSOCKET", m_auth.GetSocket());
+    Put(m_folder / "conf/main.cf", text);
+    text = MasterConfiguration;
+    ReplaceAll(text, "PLAIN", std::to_string(m_port));
+    ReplaceAll(text, "CLEAR", std::to_string(m_authPort));
+    ReplaceAll(text, "TLS", std::to_string(m_tlsPort));
+    Put(m_folder / "conf/master.cf", text);
+    Put(m_folder / "conf/domains", "/\\.example$/ taken\n");
+    Put(m_folder / "conf/mailboxes", "/@/ all/\n");
+    Put(m_folder / "conf/headers", "/^X-Refuse-Me:/ REJECT This header is not wanted\n");
+    WriteAnswers();
+
+    std::string output;
+    if (!MakeQueue(output) ||
+        !RunProgram(FindProgram("postconf"), {"-c", m_folder / "conf", "-h", "daemon_directory"}, output))
+        return Fail("postfix cannot be set up: " + output);
+    command.program = std::string(Trim(output)) + "/master";
+    command.arguments = {"-c", m_folder / "conf", "-d"};
+    command.port = m_port;
+    return true;
+}
+
+std::vector<std::string> CMailServer::GetMessages() const {
+    std::vector<std::string> messages;
+    const std::string folder = m_folder / "mail/all/new";
+    if (!std::filesystem::exists(folder)) return messages;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        messages.push_back(Get(entry.path().string()));
+    return messages;
+}
+
+std::size_t CMailServer::CountMessages() const {
+    return GetMessages().size();
+}
+
+bool CMailServer::WaitForMessages(std::size_t count) const {
+    return WaitUntil([&] { return CountMessages() >= count; });
+}
+
+}  // namespace TestServers
