@@ -23,7 +23,9 @@ bool EndsBoundary(char c) noexcept {
     return byte <= 32 || byte == 127 || std::string_view("()<>@,;:\"/[]?=").find(c) != std::string_view::npos;
 }
 
-std::string BoundaryOf(std::string_view contentType) {
+}  // namespace
+
+std::string CMimeMultipart::BoundaryOf(std::string_view contentType) {
     const std::size_t semicolon = contentType.find(';');
     if (semicolon == std::string_view::npos) return {};
     const std::string_view parameters = Trim(contentType.substr(semicolon));
@@ -39,8 +41,6 @@ std::string BoundaryOf(std::string_view contentType) {
     }
     return std::string(Trim(value));
 }
-
-}  // namespace
 
 CMimeMultipart::CMimeMultipart(MimeClass kind, const char* contentType) : CMimeEntity(kind) {
     SetContentType(contentType);

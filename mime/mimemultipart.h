@@ -32,6 +32,7 @@ public:
     virtual Child CreatePart(const CMimeSource& text);
 
     std::string GetBoundary() const;  // "" when there is none
+    static std::string BoundaryOf(std::string_view contentType);  // an unfolded value
     void SetBoundary(const char* boundary);
     static std::string NewBoundary();
 
