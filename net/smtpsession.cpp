@@ -274,6 +274,10 @@ std::string CSmtpSession::GetLastCommand() const {
 const Failure& CSmtpSession::GetFailure() const noexcept {
     return m_state->failure;
 }
+bool CSmtpSession::IsAnswerDue() const noexcept {
+    return m_state->isAnswerDue;
+}
+
 void CSmtpSession::Cancel() noexcept {
     m_state->connection.Cancel();
 }

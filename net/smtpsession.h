@@ -105,6 +105,9 @@ public:
     const Failure& GetFailure() const noexcept;
 
     void Cancel() noexcept;
+    // The data has gone out whole, and the server has not answered yet: who
+    // cancels now will not know whether it has the message.  From any thread.
+    bool IsAnswerDue() const noexcept;
 
 private:
     struct CState;

@@ -4,6 +4,7 @@
 #ifndef LISTHAVEN_NET_SMTPSESSIONSTATE_H
 #define LISTHAVEN_NET_SMTPSESSIONSTATE_H
 
+#include <atomic>
 #include <chrono>
 #include <string>
 #include <string_view>
@@ -30,6 +31,7 @@ struct CSmtpSession::CState {
     bool neverNotify = false;
     bool isResetDue = false;  // RSET goes in front of the next MAIL
     bool isReused = false;    // a message was tried on this connection
+    std::atomic<bool> isAnswerDue = false;
 
     std::string line;  // these keep their memory from message to message
     std::string commands;

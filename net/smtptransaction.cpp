@@ -402,7 +402,10 @@ bool CSmtpSession::CTransaction::SendData() {
 }
 
 bool CSmtpSession::CTransaction::Conclude() {
-    if (!s.ReadReply(s.options.dataTimeout)) {
+    s.isAnswerDue = true;
+    const bool isAnswered = s.ReadReply(s.options.dataTimeout);
+    s.isAnswerDue = false;
+    if (!isAnswered) {
         m_result.mayBeTaken = true;
         s.failure.text += "; the message had gone out whole, the server may have it";
         Lose();
