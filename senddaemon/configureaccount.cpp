@@ -7,6 +7,7 @@
 #include "senddaemon/daemonlog.h"
 #include "senddaemon/nullmessagesender.h"
 #include "senddaemon/senddaemon.h"
+#include "utility/lasterror.h"
 
 namespace SendDaemon {
 
@@ -15,10 +16,10 @@ namespace {
 // Writes until the first failure; what follows it is not written.
 class CValueWriter {
 public:
-    CValueWriter(CSendDaemon& daemon, std::string_view account) : m_daemon(daemon), m_account(account) {}
+    explicit CValueWriter(CConfiguration& config) : m_config(config) {}
 
     CValueWriter& Write(std::string_view key, std::string_view value) {
-        m_isGood = m_isGood && m_daemon.SetAccountValue(m_account, key, value);
+        m_isGood = m_isGood && m_config.SetValue(key, value);
         return *this;
     }
     CValueWriter& Write(std::string_view key, std::int64_t value) { return Write(key, std::to_string(value)); }
@@ -28,8 +29,7 @@ public:
     bool IsGood() const noexcept { return m_isGood; }
 
 private:
-    CSendDaemon& m_daemon;
-    std::string m_account;
+    CConfiguration& m_config;
     bool m_isGood = true;
 };
 
@@ -68,24 +68,29 @@ bool WriteRelay(CValueWriter& writer, const CListSettings& settings) {
 
 }  // namespace
 
-bool ConfigureAccount(CSendDaemon& daemon, std::string_view accountRoot, const CListSettings& settings,
-                      ISendEvents* sink) {
-    Log(LogLevelTrace, "About to initialize the sending daemon.\n");
-    const CConfiguration* config = daemon.GetAccountConfig(accountRoot);
-    if (config != nullptr && config->GetText("SendMethod") == CNullMessageSender::MethodName) {
-        daemon.SetEventSink(sink);
-        return true;
-    }
-    CValueWriter writer(daemon, accountRoot);
+bool WriteListSettings(CConfiguration& config, const CListSettings& settings) {
+    if (config.GetText("SendMethod") == CNullMessageSender::MethodName) return true;
+    CValueWriter writer(config);
     writer.Write("MaxConnections", settings.maxConnections)
         .Write("MaxMessagesPerConnection", settings.maxMessagesPerConnection)
         .WriteSetting("Timeout", "SmtpTimeout", 60)
         .WriteSetting("Port", "SmtpPort", 25)
         .Write("TurnOffDeliveryNotifications", "False");
     if (!writer.IsGood()) return false;
-    if (ReadSetting("Execution", "DebugMode", 0) != 0) daemon.SetAccountValue(accountRoot, "EnableTrace", "1");
-    daemon.SetEventSink(sink);
+    if (ReadSetting("Execution", "DebugMode", 0) != 0) config.SetValue("EnableTrace", "1");
     return settings.directDelivery ? WriteDirectDelivery(writer, settings) : WriteRelay(writer, settings);
+}
+
+bool ConfigureAccount(CSendDaemon& daemon, std::string_view accountRoot, const CListSettings& settings,
+                      ISendEvents* sink) {
+    Log(LogLevelTrace, "About to initialize the sending daemon.\n");
+    CConfiguration* config = daemon.GetAccountConfig(accountRoot);
+    if (config == nullptr) {
+        SetLastErrorFormat("There is no account \"%s\".", std::string(accountRoot).c_str());
+        return false;
+    }
+    daemon.SetEventSink(sink);
+    return WriteListSettings(*config, settings);
 }
 
 }  // namespace SendDaemon

@@ -12,6 +12,7 @@
 
 namespace SendDaemon {
 
+class CConfiguration;
 class CSendDaemon;
 class ISendEvents;
 
@@ -44,6 +45,9 @@ struct CListSettings {
 // daemon or be replaced.
 bool ConfigureAccount(CSendDaemon& daemon, std::string_view accountRoot, const CListSettings& settings,
                       ISendEvents* sink);
+
+// The values alone, for those who have no daemon.
+bool WriteListSettings(CConfiguration& config, const CListSettings& settings);
 
 }  // namespace SendDaemon
 

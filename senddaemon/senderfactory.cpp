@@ -6,7 +6,9 @@
 #include <string>
 #include <utility>
 
+#include "senddaemon/directmessagesender.h"
 #include "senddaemon/nullmessagesender.h"
+#include "senddaemon/smtpmessagesender.h"
 #include "utility/lasterror.h"
 
 namespace SendDaemon {
@@ -20,10 +22,17 @@ struct CKinds {
 
 // The kinds that come with the daemon are entered here: registration by static
 // objects would be dropped when the library is linked.
+template <class Sender>
+std::unique_ptr<CMessageSender> MakeSender() {
+    return std::make_unique<Sender>();
+}
+
 CKinds& GetKinds() {
-    static CKinds kinds = {.lock = {}, .creators = {{std::string(CNullMessageSender::MethodName), [] {
-                                                         return std::make_unique<CNullMessageSender>();
-                                                     }}}};
+    static CKinds kinds = {
+        .lock = {},
+        .creators = {{std::string(SmtpMessageSender2::MethodName), MakeSender<SmtpMessageSender2>},
+                     {std::string(CDirectMessageSender::MethodName), MakeSender<CDirectMessageSender>},
+                     {std::string(CNullMessageSender::MethodName), MakeSender<CNullMessageSender>}}};
     return kinds;
 }
 

@@ -1,0 +1,32 @@
+// popclient.h - logs in to a POP3 server and out again: for SMTP servers that
+// let in whoever has fetched his mail.
+//
+// Errors   false, with the reason in the last-error text.
+// Threads  One; Cancel() from any other at any moment.
+
+#ifndef LISTHAVEN_SENDDAEMON_POPCLIENT_H
+#define LISTHAVEN_SENDDAEMON_POPCLIENT_H
+
+#include <string>
+
+#include "net/pop3session.h"
+#include "senddaemon/smtpsettings.h"
+
+namespace SendDaemon {
+
+class CPopClient {
+public:
+    bool Authenticate(const CSmtpSettings& settings);  // APOP first, then USER and PASS
+    void Cancel() noexcept { m_session.Cancel(); }
+
+private:
+    bool Connect(const CSmtpSettings& settings, const std::string& traceFile);
+    bool Login(Net::Pop3Login method, const CSmtpSettings& settings);
+    void Disconnect();
+
+    Net::CPop3Session m_session;
+};
+
+}  // namespace SendDaemon
+
+#endif  // LISTHAVEN_SENDDAEMON_POPCLIENT_H

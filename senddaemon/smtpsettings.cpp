@@ -1,0 +1,137 @@
+#include "senddaemon/smtpsettings.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "app/datafolder.h"
+#include "app/settings.h"
+#include "senddaemon/configuration.h"
+#include "utility/lasterror.h"
+#include "utility/paths.h"
+#include "utility/text.h"
+
+namespace SendDaemon {
+
+namespace {
+
+constexpr std::int32_t DefaultPort = 25;
+constexpr std::int32_t DefaultPopPort = 110;
+constexpr std::int32_t DefaultTimeout = 60;
+constexpr std::int32_t LongestTimeout = 86400;
+constexpr std::int32_t DefaultMessagesPerConnection = 999;
+
+// RFC 5321, 4.5.3.2.6: who waits less for the reply to the data sends twice
+// what a slow server takes.
+constexpr std::int32_t LeastDataTimeout = 600;
+
+// A missing or empty value is the default.
+bool ReadNumber(const CConfiguration& config, std::string_view key, std::int32_t lowest, std::int32_t highest,
+                std::int32_t defaultValue, std::int32_t& value) {
+    std::string text;
+    if (!config.GetValue(key, text)) return false;
+    value = defaultValue;
+    if (Trim(text).empty()) return true;
+    const auto number = ParseNumber(Trim(text));
+    if (!number || *number < lowest || *number > highest) {
+        SetLastErrorFormat("%s is \"%s\"; it must be a number from %d to %d.", std::string(key).c_str(), text.c_str(),
+                           lowest, highest);
+        return false;
+    }
+    value = static_cast<std::int32_t>(*number);
+    return true;
+}
+
+bool ReadPort(const CConfiguration& config, std::string_view key, std::int32_t defaultValue, std::uint16_t& port) {
+    std::int32_t value = 0;
+    if (!ReadNumber(config, key, 1, 65535, defaultValue, value)) return false;
+    port = static_cast<std::uint16_t>(value);
+    return true;
+}
+
+bool ReadTlsMode(const CConfiguration& config, std::string_view key, Net::TlsMode& mode) {
+    std::string text;
+    if (!config.GetValue(key, text)) return false;
+    if (Net::ParseTlsMode(Trim(text), mode)) return true;
+    SetLastErrorFormat("%s is \"%s\"; it must be None, Opportunistic, Required or Implicit.", std::string(key).c_str(),
+                       text.c_str());
+    return false;
+}
+
+bool ReadTimeouts(const CConfiguration& config, CSmtpSettings& settings) {
+    if (!ReadNumber(config, "Timeout", 1, LongestTimeout, DefaultTimeout, settings.timeout)) return false;
+    return ReadNumber(config, "DataTimeout", 1, LongestTimeout, std::max(settings.timeout, LeastDataTimeout),
+                      settings.dataTimeout);
+}
+
+bool ReadPop(const CConfiguration& config, CSmtpSettings& settings) {
+    settings.popHostName = Trim(config.GetText("PopHostName"));
+    if (settings.popHostName.empty()) return true;
+    settings.popLogin = config.GetText("PopLogin");
+    settings.popPassword = config.GetText("PopPassword");
+    const int port = std::clamp(ReadSetting("Service", "Pop3Port", DefaultPopPort), 1, 65535);
+    return ReadPort(config, "PopPort", port, settings.popPort) &&
+           ReadTlsMode(config, "PopTlsMode", settings.popTlsMode);
+}
+
+}  // namespace
+
+bool CSmtpSettings::ReadFor(const CConfiguration& config, const std::string& exchanger) {
+    *this = {};
+    hostName = exchanger;
+    if (!ReadPort(config, "Port", DefaultPort, port) || !ReadTimeouts(config, *this) ||
+        !ReadTlsMode(config, "TlsMode", tlsMode)) {
+        return false;
+    }
+    tlsCaFile = config.GetText("TlsCaFile");
+    heloName = Trim(config.GetText("HeloName"));
+    maxMessagesPerConnection = config.GetNumber("MaxMessagesPerConnection");
+    if (maxMessagesPerConnection <= 0) maxMessagesPerConnection = DefaultMessagesPerConnection;
+    turnOffNotifications = config.GetText("TurnOffDeliveryNotifications") == "True";
+    isTraced = config.GetNumber("EnableTrace") > 0;
+    keepHeaders = config.GetText("KeepHeaders");
+    return true;
+}
+
+bool CSmtpSettings::Read(const CConfiguration& config) {
+    std::string host;
+    if (!config.GetValue("HostName", host)) return false;
+    host = Trim(host);
+    if (host.empty()) {
+        SetLastErrorText("No SMTP server is set for this account.");
+        return false;
+    }
+    if (!ReadFor(config, host) || !ReadPort(config, "HostPort", port, port) || !ReadPop(config, *this)) return false;
+    login = config.GetText("Login");
+    password = config.GetText("Password");
+    return true;
+}
+
+Net::SmtpOptions CSmtpSettings::MakeSmtpOptions(Net::Resolver resolver) const {
+    Net::SmtpOptions options;
+    options.connect.host = hostName;
+    options.connect.port = port;
+    options.connect.timeout = std::chrono::seconds(timeout);
+    options.connect.resolver = std::move(resolver);
+    options.connect.tlsMode = tlsMode;
+    options.connect.tlsCaFile = tlsCaFile;
+    options.heloName = heloName;
+    options.replyTimeout = std::chrono::seconds(timeout);
+    options.dataTimeout = std::chrono::seconds(dataTimeout);
+    if (isTraced) options.traceFile = JoinPath(GetLogFolder(), "SmtpTrace.txt");
+    return options;
+}
+
+Net::Pop3Options CSmtpSettings::MakePop3Options(const std::string& traceFile) const {
+    Net::Pop3Options options;
+    options.connect.host = popHostName;
+    options.connect.port = popPort;
+    options.connect.timeout = std::chrono::seconds(timeout);
+    options.connect.tlsMode = popTlsMode;
+    options.connect.tlsCaFile = tlsCaFile;
+    options.replyTimeout = std::chrono::seconds(timeout);
+    options.traceFile = traceFile;
+    return options;
+}
+
+}  // namespace SendDaemon
