@@ -47,6 +47,7 @@ struct CDaemonHost::CState {
     std::shared_ptr<SendDaemon::IMessageHandler> formerHandler;
     SendDaemon::CSendDaemon daemon;
     std::map<std::uint32_t, std::string> accounts;  // list number: root folder
+    std::map<std::uint32_t, std::string> names;
     std::string catalogueStamp;
 
     void AddLists();
@@ -65,6 +66,15 @@ CDaemonHost::~CDaemonHost() {
 
 SendDaemon::CSendDaemon& CDaemonHost::GetDaemon() {
     return m_state->daemon;
+}
+
+std::vector<CListProgress> CDaemonHost::GetProgress() const {
+    std::vector<CListProgress> progress;
+    for (const auto& [number, root] : m_state->accounts) {
+        const SendDaemon::CDispatcher* dispatcher = m_state->daemon.GetDispatcher(root);
+        if (dispatcher != nullptr) progress.push_back({number, m_state->names[number], dispatcher->GetTotals()});
+    }
+    return progress;
 }
 
 bool CDaemonHost::Start() {
@@ -99,6 +109,7 @@ void CDaemonHost::CState::AddLists() {
         if (!GetCatalogue().GetFlag(index, ListColumn::Enabled)) continue;
         const std::uint32_t number = GetCatalogue().GetListNumber(index);
         wanted[number] = GetAccountRoot(number);
+        names[number] = GetCatalogue().GetName(index);
     }
     RemoveLists(wanted);
     for (const auto& [number, root] : wanted) {

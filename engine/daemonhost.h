@@ -17,10 +17,21 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
+#include <vector>
+
+#include "senddaemon/dispatcher.h"
 
 namespace SendDaemon {
 class CSendDaemon;
 }
+
+// What became of a list's messages since the start.
+struct CListProgress {
+    std::uint32_t number = 0;
+    std::string name;
+    SendDaemon::CDispatchTotals totals;
+};
 
 class CDaemonHost {
 public:
@@ -33,6 +44,7 @@ public:
     void FollowCatalogue();  // lists that came, went or changed; costs a few file stats when nothing did
 
     SendDaemon::CSendDaemon& GetDaemon();
+    std::vector<CListProgress> GetProgress() const;  // of every list, by number
 
 private:
     struct CState;

@@ -2,6 +2,8 @@
 
 #include "app/datafolder.h"
 #include "engine/catalogue.h"
+#include "senddaemon/accountfolders.h"
+#include "senddaemon/configuration.h"
 #include "senddaemon/senddaemon.h"
 #include "utility/lasterror.h"
 #include "utility/lhvexception.h"
@@ -71,4 +73,11 @@ bool SetUpAccount(SendDaemon::CSendDaemon& daemon, std::uint32_t listNumber, Sen
     if (!ReadListSettings(listNumber, settings)) return false;
     const std::string root = GetAccountRoot(listNumber);
     return daemon.AddAccount(root) && ConfigureAccount(daemon, root, settings, sink);
+}
+
+bool RefreshAccount(std::uint32_t listNumber) {
+    SendDaemon::CListSettings settings;
+    if (!ReadListSettings(listNumber, settings)) return false;
+    SendDaemon::CConfiguration config(SendDaemon::GetAccountConfigPath(GetAccountRoot(listNumber)));
+    return SendDaemon::WriteListSettings(config, settings);
 }

@@ -20,4 +20,7 @@ bool ReadListSettings(std::uint32_t listNumber, SendDaemon::CListSettings& setti
 // Adds the account to the daemon and writes its configuration from the list's settings.
 bool SetUpAccount(SendDaemon::CSendDaemon& daemon, std::uint32_t listNumber, SendDaemon::ISendEvents* sink);
 
+// Brings account.cfg up to the list's settings, as the start of sending does; needs no daemon.
+bool RefreshAccount(std::uint32_t listNumber);
+
 #endif  // LISTHAVEN_ENGINE_LISTACCOUNT_H

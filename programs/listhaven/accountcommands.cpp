@@ -1,18 +1,18 @@
 #include <CLI/CLI.hpp>
-#include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <string>
-#include <string_view>
 
 #include "engine/catalogue.h"
 #include "engine/listaccount.h"
-#include "platform/profilefile.h"
 #include "programs/listhaven/command.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
+#include "senddaemon/accountcheck.h"
 #include "senddaemon/accountfolders.h"
+#include "senddaemon/accountkeys.h"
 #include "senddaemon/configuration.h"
-#include "utility/text.h"
+#include "senddaemon/nullmessagesender.h"
 
 namespace {
 
@@ -20,56 +20,72 @@ struct CArguments {
     std::string list;
     std::string key;
     std::string value;
+    std::string domain;
     bool json = false;
 };
 
-bool IsSecret(const std::string& key) {
-    return FindNoCase(key, "Password") != std::string::npos;
-}
-
-// A key that nobody reads is a slip of the pen.
-bool IsKnownKey(std::string_view key) {
-    constexpr std::string_view Keys =
-        "SendMethod MaxConnections MaxMessagesPerConnection Timeout Port TurnOffDeliveryNotifications EnableTrace "
-        "HostName Login Password PopHostName PopLogin PopPassword DnsHostAddress DnsPort DnsTimeout DnsRetries "
-        "DnsUseFallback SaveSentMessages BeingUnregistered TargetFolder NullSenderWait";
-    const auto keys = Split(Keys, ' ');
-    return std::any_of(keys.begin(), keys.end(), [&](std::string_view known) { return EqualNoCase(known, key); });
-}
-
-bool IsSendMethod(const std::string& name) {
-    return name == "NullMessageSender" || name == "SmtpMessageSender2" || name == "DirectMessageSender";
-}
-
-// The account's file; it is written from the list's settings before each sending.
+// What sending would use: the values that come from the list and from Lhv.cfg
+// are brought up to date first.
 std::string OpenAccount(const std::string& list) {
     OpenDataFolder();
-    return SendDaemon::GetAccountConfigPath(GetAccountRoot(GetCatalogue().GetListNumber(FindList(list))));
+    const std::uint32_t number = GetCatalogue().GetListNumber(FindList(list));
+    if (!RefreshAccount(number)) FailWithLastError("account.cfg");
+    return SendDaemon::GetAccountConfigPath(GetAccountRoot(number));
+}
+
+std::string ShownValue(const SendDaemon::CConfiguration& config, const SendDaemon::CAccountKey& key) {
+    const std::string value = config.GetText(key.name);
+    return key.kind == SendDaemon::AccountValueKind::Secret && !value.empty() ? "*" : value;
 }
 
 void Show(const CArguments& arguments) {
-    const std::string path = OpenAccount(arguments.list);
-    const SendDaemon::CConfiguration config(path);
+    const SendDaemon::CConfiguration config(OpenAccount(arguments.list));
     boost::json::object document;
-    CTablePrinter table({"Key", "Value"});
-    for (const std::string& key : Platform::ReadProfileKeys(path, "Configuration")) {
-        if (!SendDaemon::CConfiguration::IsValidKey(key)) continue;
-        std::string value = config.GetText(key);
-        if (IsSecret(key) && !value.empty()) value = "*";
-        document[JsonText(key)] = JsonText(value);
-        table.AddRow({key, value});
+    CTablePrinter table({"Key", "Value", "Meaning"});
+    for (const SendDaemon::CAccountKey& key : SendDaemon::GetAccountKeys()) {
+        const std::string value = ShownValue(config, key);
+        document[JsonText(key.name)] = JsonText(value);
+        const std::string shown =
+            value.empty() && !key.defaultValue.empty() ? "(" + std::string(key.defaultValue) + ")" : value;
+        const std::string unit = key.unit.empty() ? std::string() : std::string(key.unit) + ": ";
+        const std::string source = key.source.empty() ? std::string() : " <- " + std::string(key.source);
+        table.AddRow({std::string(key.name), shown, unit + std::string(key.meaning) + source});
     }
     arguments.json ? PrintJson(document) : table.Print();
 }
 
 void Set(const CArguments& arguments) {
-    if (!SendDaemon::CConfiguration::IsValidKey(arguments.key))
-        throw CUsageFailure("KEY: " + arguments.key + ": a key begins with a letter and has only letters and digits");
-    if (!IsKnownKey(arguments.key)) throw CCommandFailure("an account has no setting " + arguments.key);
-    if (EqualNoCase(arguments.key, "SendMethod") && !IsSendMethod(arguments.value))
-        throw CCommandFailure("SendMethod: there is no sender " + arguments.value);
+    const SendDaemon::CAccountKey* key = SendDaemon::FindAccountKey(arguments.key);
+    if (key == nullptr) throw CCommandFailure("an account has no setting " + arguments.key);
+    const std::string name(key->name);
+    std::string reason;
+    if (!SendDaemon::IsAccountValue(*key, arguments.value, reason)) throw CCommandFailure(name + ": " + reason);
     SendDaemon::CConfiguration config(OpenAccount(arguments.list));
-    if (!config.SetValue(arguments.key, arguments.value)) FailWithLastError(arguments.key);
+    const bool isNull = config.GetText("SendMethod") == SendDaemon::CNullMessageSender::MethodName;
+    if (!key->source.empty() && !isNull && name != "SendMethod") {
+        throw CCommandFailure(
+            name + " is written anew each time sending starts; change it there: " + std::string(key->source));
+    }
+    if (!config.SetValue(name, arguments.value)) FailWithLastError(name);
+}
+
+void Check(const CArguments& arguments) {
+    const SendDaemon::CConfiguration config(OpenAccount(arguments.list));
+    std::string domain = arguments.domain;
+    if (domain.empty()) {
+        const std::string address = GetCatalogue().GetListAddress(FindList(arguments.list), "List");
+        domain = address.substr(address.find('@') + 1);
+    }
+    boost::json::array document;
+    const bool isGood = SendDaemon::CheckAccount(config, domain, [&](const SendDaemon::CAccountCheckStep& step) {
+        document.push_back({{"step", JsonText(step.name)}, {"good", step.isGood}, {"text", JsonText(step.text)}});
+        if (!arguments.json) {
+            std::printf("%-8s %s%s\n", step.name.c_str(), step.isGood ? "" : "FAILED: ", Printable(step.text).c_str());
+            std::fflush(stdout);
+        }
+    });
+    if (arguments.json) PrintJson(document);
+    if (!isGood) throw CCommandFailure("the account cannot send");
 }
 
 }  // namespace
@@ -79,10 +95,17 @@ void AddAccountCommands(CLI::App& app) {
     CLI::App* account = app.add_subcommand("account", "The sending side of a list (account.cfg)");
     account->require_subcommand(1);
 
-    CLI::App* show = account->add_subcommand("show", "Print its settings");
+    CLI::App* show = account->add_subcommand("show", "Print every setting with its value and meaning");
     show->add_option("LIST", arguments->list)->required();
     show->add_flag("--json", arguments->json);
     show->callback([arguments] { Show(*arguments); });
+
+    CLI::App* check = account->add_subcommand("check", "Connect and log in as sending would, and say what is wrong");
+    check->add_option("LIST", arguments->list)->required();
+    check->add_option("--domain", arguments->domain,
+                      "direct delivery: whose mail exchangers are tried (default: those of the list's address)");
+    check->add_flag("--json", arguments->json);
+    check->callback([arguments] { Check(*arguments); });
 
     CLI::App* set = account->add_subcommand("set", "Change one; a list that is sent by the null sender keeps them all");
     set->add_option("LIST", arguments->list)->required();

@@ -43,6 +43,7 @@ void AddBlockedCommands(CLI::App& app);
 void AddBroadcastCommands(CLI::App& app);
 void AddRunCommand(CLI::App& app);
 void AddSendCommand(CLI::App& app);
+void AddTestSendCommand(CLI::App& app);
 void AddAccountCommands(CLI::App& app);
 void AddLimitCommands(CLI::App& app);
 void AddQueueCommands(CLI::App& app);

@@ -31,6 +31,7 @@ void AddCommands(CLI::App& app) {
     AddBroadcastCommands(app);
     AddRunCommand(app);
     AddSendCommand(app);
+    AddTestSendCommand(app);
     AddAccountCommands(app);
     AddLimitCommands(app);
     AddQueueCommands(app);

@@ -18,12 +18,21 @@ void CProgressBar::Show(std::uint64_t done, std::uint64_t total) {
     Show(done);
 }
 
-void CProgressBar::Show(std::uint64_t done) {
-    if (!m_onTerminal) return;
+bool CProgressBar::IsDue() {
+    if (!m_onTerminal) return false;
     const std::uint32_t now = Platform::ClockMilliseconds();
-    if (m_drawn && now - m_lastDrawn < 100) return;
+    if (m_drawn && now - m_lastDrawn < 100) return false;
     m_lastDrawn = now;
     m_drawn = true;
+    return true;
+}
+
+void CProgressBar::Show(const std::function<std::string()>& text) {
+    if (IsDue()) std::fprintf(stderr, "\r\033[K%s %s", m_caption.c_str(), text().c_str());
+}
+
+void CProgressBar::Show(std::uint64_t done) {
+    if (!IsDue()) return;
     if (m_total == 0) {
         std::fprintf(stderr, "\r\033[K%s %llu", m_caption.c_str(), static_cast<unsigned long long>(done));
         return;

@@ -4,6 +4,7 @@
 #define LISTHAVEN_PROGRAMS_LISTHAVEN_PROGRESSBAR_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 class CProgressBar {
@@ -16,8 +17,12 @@ public:
 
     void Show(std::uint64_t done);  // redraws at most ten times a second
     void Show(std::uint64_t done, std::uint64_t total);
+    // A line made by "text", which is asked for only when it is drawn.
+    void Show(const std::function<std::string()>& text);
 
 private:
+    bool IsDue();
+
     std::string m_caption;
     std::uint64_t m_total;
     std::uint32_t m_lastDrawn = 0;
