@@ -179,7 +179,6 @@ bool CConnection::CState::WriteAtOnce(std::string_view& bytes, ErrorCode& error)
 
 // The reason may have come in before, so that is read first.
 bool CConnection::CState::FailWriting(const ErrorCode& error) {
-    ErrorCode ignored;
     canWrite = false;
     for (std::size_t before = end + 1; !readError && before != end;) {
         before = end;
