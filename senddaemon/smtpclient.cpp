@@ -120,6 +120,7 @@ bool CSmtpClient::Connect() {
     }
     m_sentOnSession = 0;
     m_closeAfterMessage = false;
+    m_connectCode = 0;
     LogFormat(LogLevelNotice, "Connecting to %s", m_settings.hostName.c_str());
     if (!m_settings.popHostName.empty()) AuthenticateByPop();
     if (!OpenSession() || !Authenticate()) {
@@ -158,8 +159,7 @@ bool CSmtpClient::OpenSession() {
     const bool isOpen = m_session.Open(m_settings.MakeSmtpOptions(m_resolver));
     if (isOpen) m_session.NeverNotify(false);
     LogTrace("RegisterEvent()");
-    if (!isOpen) SetLastErrorText(DescribeFailure());
-    return isOpen;
+    return isOpen || FailToConnect();
 }
 
 bool CSmtpClient::Authenticate() {
@@ -176,7 +176,13 @@ bool CSmtpClient::Authenticate() {
                   m_settings.hostName.c_str());
     }
     LogTrace("Authenticate ()");
-    if (m_session.Authenticate(m_settings.login, m_settings.password)) return true;
+    return m_session.Authenticate(m_settings.login, m_settings.password) || FailToConnect();
+}
+
+bool CSmtpClient::FailToConnect() {
+    constexpr int LowestRefusal = 400;
+    const int code = m_session.GetLastCode();
+    m_connectCode = code >= LowestRefusal ? code : 0;
     SetLastErrorText(DescribeFailure());
     return false;
 }
@@ -195,6 +201,7 @@ std::string CSmtpClient::DescribeFailure() const {
 bool CSmtpClient::PrepareSession(const CConfiguration& config) {
     CSmtpSettings settings;
     m_connectFailure.clear();
+    m_connectCode = 0;
     if (!settings.Read(config)) {
         m_connectFailure = DescribeLastError();
         return false;
@@ -310,12 +317,14 @@ void CSmtpClient::ReportUntried(const CJob& job, Obstacle obstacle, const std::s
     if (m_isCancelled) return;
     CDeliveryReport report;
     report.isHostUnavailable = obstacle == Obstacle::Server;
+    std::string_view enhanced = report.isHostUnavailable ? "4.4.1" : "4.3.0";
+    if (m_connectCode != 0) enhanced = {};  // the text holds the one of the reply
     for (const std::string& recipient : job.envelope.recipients) {
         report.recipients.push_back({.recipient = recipient,
                                      .outcome = RecipientOutcome::Deferred,
                                      .host = m_settings.hostName,
-                                     .code = 0,
-                                     .enhanced = report.isHostUnavailable ? "4.4.1" : "4.3.0",
+                                     .code = m_connectCode,
+                                     .enhanced = std::string(enhanced),
                                      .text = reason});
     }
     if (*job.settled) (*job.settled)(report);

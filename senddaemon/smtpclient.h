@@ -76,12 +76,14 @@ private:
     enum class Obstacle : std::uint8_t { Server, Message };
     void ReportUntried(const CJob& job, Obstacle obstacle, const std::string& reason) const;
     std::string DescribeFailure() const;
+    bool FailToConnect();
 
     Net::CSmtpSession m_session;
     CPopClient m_pop;
     Net::Resolver m_resolver;
     CSmtpSettings m_settings;
     std::string m_connectFailure;
+    int m_connectCode = 0;  // of the reply that was it; 0 without
     std::int32_t m_sentOnSession = 0;
     bool m_closeAfterMessage = false;
     std::atomic<bool> m_isCancelled = false;

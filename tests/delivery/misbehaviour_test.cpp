@@ -1,0 +1,345 @@
+// Servers that do wrong, each with its account, in one daemon: no message is
+// lost, none is sent twice, and the ledger says why.
+
+#include "tests/delivery/deliveryfixture.h"
+#include "tests/servers/testserver.h"
+#include "tests/smtpscript/scriptedserver.h"
+
+namespace SendDaemon {
+
+namespace {
+
+using SmtpScript::CScript;
+using SmtpScript::CScriptedServer;
+using SmtpScript::CTakenMessage;
+using SmtpScript::CTurn;
+using SmtpScript::Does;
+using SmtpScript::Step;
+
+struct CExpected {
+    std::string folders = {};
+    std::string ledger = {};
+    std::string word = {};        // of a ledger line's text
+    std::size_t taken = 0;        // messages that the server accepted
+    std::size_t connections = 0;  // 0: any number
+
+    std::string Describe() const {
+        return folders + ": " + ledger + "; " + std::to_string(taken) + " taken on " + std::to_string(connections);
+    }
+};
+
+CExpected Sent(std::size_t messages = 1, std::size_t connections = 1) {
+    CExpected expected = {"Sent", "sent 250", "", messages, connections};
+    for (std::size_t i = 1; i < messages; ++i)
+        expected.ledger += ", sent 250";
+    if (messages > 1) expected.folders += "*" + std::to_string(messages);
+    return expected;
+}
+CExpected Deferred(const std::string& word, int code = 0) {
+    return {"Deferred", code == 0 ? "deferred" : "deferred " + std::to_string(code), word};
+}
+CExpected Failed(const std::string& word, int code = 0) {
+    return {"Errors", code == 0 ? "failed" : "failed " + std::to_string(code), word};
+}
+
+enum class Tls : std::uint8_t { None, Offered, Implicit, OtherName };
+
+struct CSetup {
+    CSettings settings = {};  // "CA" as a value: the file of the server's certificate
+    int messages = 1;
+    std::vector<std::string> recipients = {"a@there.example"};
+    std::string body = "Text\r\n";
+    std::vector<std::string> capabilities = CScript().capabilities;
+    Tls tls = Tls::None;
+};
+
+struct CRow {
+    const char* name;
+    std::vector<CTurn> turns;
+    CExpected expected;
+    CSetup setup = {};
+    const char* neverSaid = nullptr;  // by the client
+};
+
+const CSettings Required = {{"TlsMode", "Required"}, {"TlsCaFile", "CA"}};
+const CSettings Login = {{"Login", "ann"}, {"Password", "secret"}};
+const std::vector<std::string> NoPipelining = {"8BITMIME", "SIZE 20000000"};
+const std::vector<std::string> Three = {"a@there.example", "b@there.example", "c@there.example"};
+const std::string Smuggled = "MAIL FROM:<evil@there.example>\r\nRCPT TO:<v@there.example>\r\nDATA\r\nspam\r\n.\r\n";
+
+std::string Repeat(const std::string& line, int count) {
+    std::string text;
+    while (count-- > 0)
+        text += line;
+    return text;
+}
+
+std::vector<CTurn> AtEveryStep(Does does) {
+    std::vector<CTurn> turns;
+    for (int step = static_cast<int>(Step::Greeting); step <= static_cast<int>(Step::Quit); ++step) {
+        const auto at = static_cast<Step>(step);
+        if (at != Step::Handshake && at != Step::Body) turns.push_back({at, does});
+    }
+    return turns;
+}
+
+// Connecting, greeting, capabilities, encryption, log-in.
+std::vector<CRow> MakeSessionRows() {
+    return {
+        {"refuses connections", {{Step::Connect, Does::Refuse}}, Deferred("refused")},
+        {"closes at once", {{Step::Connect, Does::Close}}, Deferred("closed")},
+        {"everything late", AtEveryStep(Does::Late), Sent()},
+        {"everything byte by byte", AtEveryStep(Does::Bytewise), Sent(), {.capabilities = NoPipelining}},
+        {"greets 554", {{Step::Greeting, Does::ReplyAndClose, "554 5.7.1 not you"}}, Deferred("not you", 554)},
+        {"greets 421", {{Step::Greeting, Does::ReplyAndClose, "421 4.3.2 too busy"}}, Deferred("too busy", 421)},
+        {"greets nonsense", {{Step::Greeting, Does::Reply, "HTTP/1.1 400 Bad"}}, Deferred("is no reply")},
+        {"greeting stalls", {{Step::Greeting, Does::Stall}}, Deferred("within 1 second")},
+        {"closes at EHLO", {{Step::Ehlo, Does::Close}}, Deferred("closed")},
+        {"stalls at EHLO", {{Step::Ehlo, Does::Stall}}, Deferred("within 1 second")},
+        {"knows no EHLO", {{Step::Ehlo, Does::Reply, "500 5.5.1 what?"}}, Sent()},
+        {"endless EHLO", {{Step::Ehlo, Does::Endless}}, Deferred("is no reply")},
+        {"no PIPELINING", {}, Sent(3), {.messages = 3, .capabilities = NoPipelining}},
+        {"TLS works", {}, Sent(), {.settings = Required, .tls = Tls::Offered}},
+        {"TLS from the start",
+         {},
+         Sent(),
+         {.settings = {{"TlsMode", "Implicit"}, {"TlsCaFile", "CA"}}, .tls = Tls::Implicit}},
+        {"untrusted, opportunistic", {}, Sent(), {.tls = Tls::Offered}},
+        {"untrusted", {}, Deferred("ertificate"), {.settings = {{"TlsMode", "Required"}}, .tls = Tls::Offered}, "MAIL"},
+        {"certificate of another", {}, Deferred("ertificate"), {.settings = Required, .tls = Tls::OtherName}, "MAIL"},
+        {"STARTTLS not offered", {}, Deferred("TLS"), {.settings = Required}, "MAIL"},
+        {"STARTTLS refused",
+         {{Step::StartTls, Does::Reply, "454 4.7.0 not now"}},
+         Deferred("not now", 454),
+         {.settings = Required, .tls = Tls::Offered},
+         "MAIL"},
+        {"STARTTLS refused, opportunistic",
+         {{Step::StartTls, Does::Reply, "454 4.7.0 not now"}},
+         Sent(),
+         {.tls = Tls::Offered}},
+        {"STARTTLS stalls", {{Step::StartTls, Does::Stall}}, Deferred("within 1 second"), {.tls = Tls::Offered}},
+        {"no handshake",
+         {{Step::Handshake, Does::Close}},
+         Deferred("TLS"),
+         {.settings = Required, .tls = Tls::Offered},
+         "MAIL"},
+        {"no handshake, opportunistic", {{Step::Handshake, Does::Close}}, Sent(1, 2), {.tls = Tls::Offered}},
+        {"plaintext behind STARTTLS",
+         {{Step::StartTls, Does::Reply, "220 go ahead\n250 injected"}},
+         Deferred("unencrypted text"),
+         {.settings = Required, .tls = Tls::Offered},
+         "MAIL"},
+        {"no AUTH", {}, Deferred("does not support AUTH LOGIN"), {.settings = Login}, "MAIL"},
+        {"no AUTH LOGIN",
+         {},
+         Deferred("does not support AUTH LOGIN"),
+         {.settings = Login, .capabilities = {"AUTH PLAIN CRAM-MD5"}},
+         "AUTH"},
+        {"wrong password",
+         {{Step::Auth, Does::Reply, "535 5.7.8 wrong"}},
+         Deferred("wrong", 535),
+         {.settings = Login, .capabilities = {"AUTH LOGIN"}},
+         "MAIL"},
+        {"AUTH stalls",
+         {{Step::Auth, Does::Stall}},
+         Deferred("within 1 second"),
+         {.settings = Login, .capabilities = {"AUTH LOGIN"}}},
+    };
+}
+
+// One message, or several one after the other.
+std::vector<CRow> MakeMessageRows() {
+    std::vector<CRow> rows = {
+        {"huge reply", {{Step::Rcpt, Does::HugeLine}}, Deferred("line")},
+        {"nonsense", {{Step::Rcpt, Does::Reply, "\x01\x7f yes"}}, Deferred("is no reply")},
+        {"250 to DATA", {{Step::Data, Does::Reply, "250 2.0.0 ok"}}, Deferred("answers DATA with 250")},
+        {"354 to MAIL", {{Step::Mail, Does::Reply, "354 go on"}}, Deferred("answers MAIL with 354")},
+        {"354 at the end", {{Step::EndOfData, Does::Reply, "354 more"}}, Deferred("may have the message")},
+        {"251 to RCPT", {{Step::Rcpt, Does::Reply, "251 2.1.5 will forward"}}, Sent()},
+        {"taken before it was sent",
+         {{Step::Data, Does::Reply, "354 go on\n250 2.0.0 taken"}, {Step::EndOfData, Does::Reply, "554 5.6.0 no"}},
+         Deferred("before it had all of it")},
+        {"closes in the data", {{Step::Body, Does::Close}}, Deferred("closed")},
+        {"stops reading",
+         {{Step::Body, Does::Stall}},
+         Deferred("within 1 second"),
+         {.body = Repeat("1234567\r\n", 1'500'000)}},
+        {"closes after the reply", {{Step::EndOfData, Does::ReplyAndClose, "250 2.0.0 taken"}}, Sent()},
+        {"dead between messages",
+         {{Step::EndOfData, Does::ReplyAndClose, "250 2.0.0 taken"}},
+         Sent(3, 3),
+         {.messages = 3}},
+        {"says 421 and closes between messages",
+         {{Step::EndOfData, Does::ReplyAndClose, "250 2.0.0 taken\n421 4.4.2 idle"}},
+         Sent(2, 2),
+         {.messages = 2}},
+        {"closes at RSET", {{Step::Rset, Does::Close}}, Sent(2, 2), {.messages = 2, .capabilities = NoPipelining}},
+        {"refuses RSET",
+         {{Step::Rset, Does::Reply, "500 5.5.1 what?"}},
+         Sent(2, 2),
+         {.messages = 2, .capabilities = NoPipelining}},
+        {"stalls at RSET", {{Step::Rset, Does::Stall}}, Sent(2, 2), {.messages = 2, .capabilities = NoPipelining}},
+        {"stalls at QUIT", {{Step::Quit, Does::Stall}}, Sent()},
+        {"two messages per connection",
+         {},
+         Sent(3, 2),
+         {.settings = {{"MaxMessagesPerConnection", "2"}}, .messages = 3}},
+        {"421 for the first of three",
+         {{Step::Mail, Does::ReplyAndClose, "421 4.3.2 too busy"}},
+         {"Deferred waiting*2", "deferred 421", "too busy", 0, 1},
+         {.messages = 3}},
+        {"no retries",
+         {{Step::Mail, Does::Reply, "451 4.3.0 later"}},
+         Failed("later", 451),
+         {.settings = {{"RetryTemporary", "0"}}}},
+        {"message too large",
+         {},
+         Failed("at most 999"),
+         {.body = Repeat("1234567\r\n", 1000), .capabilities = {"SIZE 999"}}},
+        {"no SMTPUTF8", {}, Failed("SMTPUTF8"), {.recipients = {"j\xc3\xb6rg@there.example"}}, "DATA"},
+        {"one of three refused",
+         {{Step::Rcpt, Does::Reply, "550 5.1.1 unknown", "<b@"}},
+         {"Errors Sent", "sent 250, failed 550, sent 250", "unknown", 1, 1},
+         {.recipients = Three}},
+        {"too many recipients",
+         {{Step::Rcpt, Does::Reply, "452 4.5.3 too many", "<c@"}},
+         {"Deferred Sent", "sent 250, sent 250, deferred 452", "too many", 1, 1},
+         {.recipients = Three}},
+        {"taken, refused and deferred",
+         {{Step::Rcpt, Does::Reply, "550 5.1.1 unknown", "<a@"}, {Step::Rcpt, Does::Reply, "450 4.2.0 grey", "<b@"}},
+         {"Deferred Errors Sent", "failed 550, deferred 450, sent 250", "grey", 1, 1},
+         {.recipients = Three}},
+        {"refused and deferred",
+         {{Step::Rcpt, Does::Reply, "550 5.1.1 unknown", "<a@"}, {Step::Rcpt, Does::Reply, "450 4.2.0 grey"}},
+         {"Deferred Errors", "failed 550, deferred 450, deferred 450", "unknown", 0, 1},
+         {.recipients = Three}},
+        {"lines that end the data elsewhere",
+         {},
+         Sent(),
+         {.body = "one\r\n.\r\n" + Smuggled + "two\n.\n" + Smuggled + "three\r.\r" + Smuggled + "four\n.\r\n" +
+                  Smuggled + "five\r\n.\n" + Smuggled + ".\r\n..\r\n.x\r\n."}},
+    };
+    for (const auto& [at, name] : {std::pair(Step::Mail, "MAIL"), std::pair(Step::Rcpt, "RCPT"),
+                                   std::pair(Step::Data, "DATA"), std::pair(Step::EndOfData, "the end")}) {
+        rows.push_back({name, {{at, Does::Close}}, Deferred("closed")});
+        rows.push_back({name, {{at, Does::Stall}}, Deferred("within 1 second")});
+        rows.push_back({name, {{at, Does::Reply, "451-4.3.0 not\n451 4.3.0 now"}}, Deferred("now", 451)});
+        rows.push_back({name, {{at, Does::Reply, "550 5.7.1 not here"}}, Failed("not here", 550)});
+        rows.push_back({name, {{at, Does::ReplyAndClose, "421 4.3.2 closing"}}, Deferred("closing", 421)});
+        rows.push_back({name, {{at, Does::Close}}, Deferred("closed"), {.capabilities = NoPipelining}});
+    }
+    return rows;
+}
+
+class Misbehaviour : public CDeliveryFixture {
+protected:
+    struct CCase {
+        CRow row;
+        std::unique_ptr<CScriptedServer> server;
+        std::string account;
+    };
+
+    void SetUp() override {
+        CDeliveryFixture::SetUp();
+        ASSERT_TRUE(TestServers::MakeCertificate(m_folder, m_certificate));
+    }
+
+    void Prepare(const CRow& row) {
+        const CSetup& setup = row.setup;
+        CScript script;
+        script.turns = row.turns;
+        script.capabilities = setup.capabilities;
+        if (setup.tls != Tls::None) {
+            script.certificateFile = m_certificate.certificateFile;
+            script.keyFile = m_certificate.keyFile;
+        }
+        script.isTlsImplicit = setup.tls == Tls::Implicit;
+        const std::string host = setup.tls == Tls::OtherName ? "127.0.0.2" : "127.0.0.1";
+        CSettings settings = setup.settings;
+        for (auto& [key, value] : settings)
+            value = value == "CA" ? m_certificate.certificateFile : value;
+        CCase made = {row, std::make_unique<CScriptedServer>(std::move(script), host), ""};
+        made.account = MakeAccount(host, made.server->GetPort(), settings);
+        for (int i = 0; i < setup.messages; ++i) {
+            std::string to;
+            for (const std::string& recipient : setup.recipients)
+                to += (to.empty() ? "" : ", ") + recipient;
+            Queue(made.account, "From: news@harbour.example\r\nTo: " + to + "\r\nSubject: " + std::to_string(i) +
+                                    "\r\nMessage-ID: <" + std::to_string(i) + "@harbour.example>\r\n\r\n" + setup.body);
+        }
+        m_cases.push_back(std::move(made));
+    }
+
+    // For each message and recipient: how often the server took it.
+    static std::map<std::string, int> CountTaken(const CScriptedServer& server) {
+        std::map<std::string, int> counts;
+        for (const CTakenMessage& message : server.GetMessages()) {
+            const std::size_t at = message.text.find("Subject: ");
+            EXPECT_NE(at, std::string::npos) << message.text.substr(0, 1000);
+            for (const std::string& to : message.recipients) {
+                ++counts[message.text.substr(at + 9, 1) + " " + to.substr(0, to.find('>') + 1)];
+            }
+        }
+        return counts;
+    }
+
+    static void Check(const CCase& it) {
+        const CExpected& expected = it.row.expected;
+        std::string texts;
+        const CExpected actual = {DescribeFolders(it.account), DescribeLedger(it.account, texts), "",
+                                  it.server->GetMessages().size(),
+                                  expected.connections == 0 ? 0 : it.server->CountConnections()};
+        EXPECT_EQ(actual.Describe(), expected.Describe()) << texts << it.server->GetTranscript().substr(0, 3000);
+        EXPECT_NE(texts.find(expected.word), std::string::npos) << texts;
+        EXPECT_EQ(it.server->CountBareLineEnds(), 0U);
+        if (it.row.neverSaid == nullptr) return;
+        EXPECT_EQ(it.server->GetTranscript().find("C: " + std::string(it.row.neverSaid)), std::string::npos);
+    }
+
+    TestServers::CTestCertificate m_certificate;
+    std::vector<CCase> m_cases;
+};
+
+// Each row is an account and its server; afterwards all servers are good ones,
+// an hour has passed, and what was deferred goes out, once.
+TEST_F(Misbehaviour, LosesAndDoublesNothing) {
+    for (const auto& rows : {MakeSessionRows(), MakeMessageRows()}) {
+        for (const CRow& row : rows)
+            Prepare(row);
+    }
+    Run();
+    for (const CCase& it : m_cases) {
+        SCOPED_TRACE(it.row.name);
+        Check(it);
+        it.server->SetScript({});
+        if (!it.row.setup.settings.empty()) Set(it.account, {{"TlsMode", "None"}, {"Login", ""}});
+    }
+    m_shift = 3600;
+    Run();
+    for (const CCase& it : m_cases) {
+        SCOPED_TRACE(it.row.name);
+        std::string texts;
+        const std::string folders = DescribeFolders(it.account);
+        EXPECT_EQ(folders.find("Deferred"), std::string::npos) << folders;
+        EXPECT_EQ(folders.find("waiting"), std::string::npos) << folders;
+        std::size_t taken = 0;
+        for (const auto& [what, count] : CountTaken(*it.server)) {
+            EXPECT_EQ(count, 1) << what;
+            ++taken;
+        }
+        const std::string ledger = DescribeLedger(it.account, texts);
+        std::size_t sent = 0;
+        for (std::size_t at = 0; (at = ledger.find("sent", at)) != std::string::npos; ++at)
+            ++sent;
+        std::size_t failed = 0;
+        for (std::size_t at = 0; (at = ledger.find("failed", at)) != std::string::npos; ++at)
+            ++failed;
+        EXPECT_EQ(sent, taken) << ledger;
+        EXPECT_EQ(sent + failed, it.row.setup.recipients.size() * static_cast<std::size_t>(it.row.setup.messages))
+            << ledger;
+    }
+}
+
+}  // namespace
+
+}  // namespace SendDaemon
