@@ -25,6 +25,23 @@ if [ "$(id -u)" != 0 ]; then
 fi
 echo "setup.sh: installing$missing"
 export DEBIAN_FRONTEND=noninteractive
+# The tests start servers of their own, on ports of their own: none is to run,
+# or to be started with the machine, because it was installed here.
+policy=/usr/sbin/policy-rc.d
+if [ ! -e "$policy" ]; then
+  printf '#!/bin/sh\nexit 101\n' | $as_root tee "$policy" >/dev/null
+  $as_root chmod 755 "$policy"
+  trap '$as_root rm -f "$policy"' EXIT
+fi
+case "$missing" in *" postfix"*)
+  echo "postfix postfix/main_mailer_type select Local only" | $as_root debconf-set-selections ;;
+esac
 $as_root apt-get update -qq
+# Another mail server that is there stays: apt refuses instead of removing it.
 # shellcheck disable=SC2086
-$as_root apt-get install -y -qq --no-install-recommends $missing >/dev/null
+$as_root apt-get install -y -qq --no-install-recommends --no-remove $missing >/dev/null
+for service in postfix dovecot; do
+  case "$missing" in *" $service"*)
+    if command -v systemctl >/dev/null; then $as_root systemctl disable --quiet "$service" 2>/dev/null || true; fi ;;
+  esac
+done
