@@ -100,11 +100,6 @@ postlog unix-dgram n - n - 1 postlogd
 
 }  // namespace
 
-void CAuthServer::Stop() {
-    int status = 0;
-    if (!m_child.AskToStop() || !m_child.WaitFor(std::chrono::seconds(20), status)) m_child.Kill();
-}
-
 void CAuthServer::AddUser(const std::string& login, const std::string& password) {
     m_users += login + ":{PLAIN}" + password + '\n';
 }
@@ -127,13 +122,6 @@ bool CMailServer::IsInstalled() {
     if (!CTestServer::IsInstalled()) return false;
     if (!IsAdministrator()) return Fail("postfix runs for root only");
     return m_auth.IsInstalled() || Fail(m_auth.WhyNot());
-}
-
-void CMailServer::Stop() {
-    int status = 0;
-    // The master ends its children when it is asked to, not when it is killed.
-    if (!m_child.AskToStop() || !m_child.WaitFor(std::chrono::seconds(20), status)) m_child.Kill();
-    m_auth.Stop();
 }
 
 void CMailServer::AnswerRecipient(const std::string& address, const std::string& answer) {

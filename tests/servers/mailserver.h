@@ -13,9 +13,7 @@ namespace TestServers {
 // Answers to log-ins on a socket file.
 class CAuthServer : public CTestServer {
 public:
-    CAuthServer() : CTestServer("dovecot") {}
-    ~CAuthServer() override { Stop(); }
-    void Stop() override;
+    CAuthServer() : CTestServer("dovecot", Ending::Ask) {}
 
     void AddUser(const std::string& login, const std::string& password);  // before Start()
     std::string GetSocket() const { return m_folder / "auth"; }
@@ -34,9 +32,7 @@ class CMailServer : public CTestServer {
 public:
     static constexpr std::uint64_t SizeLimit = 200000;
 
-    CMailServer() : CTestServer("postfix") {}
-    ~CMailServer() override { Stop(); }
-    void Stop() override;
+    CMailServer() : CTestServer("postfix", Ending::Ask) {}
 
     bool IsInstalled() override;
     void AddUser(const std::string& login, const std::string& password) { m_auth.AddUser(login, password); }

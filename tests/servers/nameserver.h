@@ -12,7 +12,6 @@ namespace TestServers {
 class CNameServer : public CTestServer {
 public:
     CNameServer() : CTestServer("dnsmasq") {}
-    ~CNameServer() override { Stop(); }
 
     // Before Start().
     void AddExchanger(const std::string& domain, const std::string& host, int preference);

@@ -82,12 +82,6 @@ bool CPopServer::IsInstalled() {
     return std::filesystem::exists("/usr/lib/dovecot/pop3") || Fail("dovecot is installed without POP3");
 }
 
-void CPopServer::Stop() {
-    int status = 0;
-    // Asked nicely first: the master takes its children with it.
-    if (!m_child.AskToStop() || !m_child.WaitFor(std::chrono::seconds(20), status)) m_child.Kill();
-}
-
 void CPopServer::AddUser(const std::string& login, const std::string& password) {
     m_users += login + ":{PLAIN}" + password + '\n';
     MakeOpenFolder(m_folder / "mail");

@@ -12,9 +12,7 @@ namespace TestServers {
 // clients wait for 4 seconds: have that as the last thing of a test.
 class CPopServer : public CTestServer {
 public:
-    CPopServer() : CTestServer("dovecot") {}
-    ~CPopServer() override { Stop(); }
-    void Stop() override;
+    CPopServer() : CTestServer("dovecot", Ending::Ask) {}
 
     bool IsInstalled() override;
     void AddUser(const std::string& login, const std::string& password);  // before Start()

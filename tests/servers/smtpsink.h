@@ -17,7 +17,6 @@ public:
     // can have one port.
     explicit CSmtpSink(std::vector<std::string> options = {}, SinkKeeps keeps = SinkKeeps::Messages,
                        std::string address = "127.0.0.1", std::uint16_t port = 0);
-    ~CSmtpSink() override { Stop(); }
 
     std::uint16_t GetPort() const { return m_port; }
     const std::string& GetAddress() const { return m_address; }

@@ -86,7 +86,8 @@ bool MakeCertificate(const std::string& folder, CTestCertificate& certificate) {
                       output);
 }
 
-CTestServer::CTestServer(std::string_view program) : m_program(FindProgram(program)), m_programName(program) {}
+CTestServer::CTestServer(std::string_view program, Ending ending)
+    : m_program(FindProgram(program)), m_programName(program), m_ending(ending) {}
 
 bool CTestServer::IsInstalled() {
     return !m_program.empty() || Fail(m_programName + " is not installed");
@@ -115,7 +116,9 @@ bool CTestServer::Start() {
 }
 
 void CTestServer::Stop() {
-    m_child.Kill();
+    int status = 0;
+    const bool isAsked = m_ending == Ending::Ask && m_child.AskToStop();
+    if (!isAsked || !m_child.WaitFor(std::chrono::seconds(20), status)) m_child.Kill();
 }
 
 }  // namespace TestServers

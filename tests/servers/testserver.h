@@ -48,11 +48,11 @@ class CTestServer {
 public:
     CTestServer(const CTestServer&) = delete;
     CTestServer& operator=(const CTestServer&) = delete;
-    virtual ~CTestServer() = default;  // derived classes call Stop()
+    virtual ~CTestServer() { Stop(); }
 
     virtual bool IsInstalled();
     bool Start();  // returns when the server answers
-    virtual void Stop();
+    void Stop();
     bool IsRunning() { return m_child.IsRunning(); }
 
     const std::string& WhyNot() const { return m_whyNot; }
@@ -67,7 +67,11 @@ protected:
         std::uint16_t port = 0;  // answers when the server is ready
     };
 
-    explicit CTestServer(std::string_view program);
+    // Masters of several processes are asked to stop: killed, they leave their
+    // children behind.
+    enum class Ending : std::uint8_t { Kill, Ask };
+
+    explicit CTestServer(std::string_view program, Ending ending = Ending::Kill);
 
     // Picks ports, writes the configuration and says what to run.  Called
     // again when another program was quicker to take a port.
@@ -81,6 +85,7 @@ protected:
 
 private:
     std::string m_programName;
+    Ending m_ending;
     std::string m_whyNot;
 };
 
