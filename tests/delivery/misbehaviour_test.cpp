@@ -61,18 +61,19 @@ struct CRow {
     const char* neverSaid = nullptr;  // by the client
 };
 
-const CSettings Required = {{"TlsMode", "Required"}, {"TlsCaFile", "CA"}};
-const CSettings Login = {{"Login", "ann"}, {"Password", "secret"}};
-const std::vector<std::string> NoPipelining = {"8BITMIME", "SIZE 20000000"};
-const std::vector<std::string> Three = {"a@there.example", "b@there.example", "c@there.example"};
-const std::string Smuggled = "MAIL FROM:<evil@there.example>\r\nRCPT TO:<v@there.example>\r\nDATA\r\nspam\r\n.\r\n";
-
 std::string Repeat(const std::string& line, int count) {
     std::string text;
     while (count-- > 0)
         text += line;
     return text;
 }
+
+const std::string Large = Repeat("1234567\r\n", 1'500'000);
+const CSettings Required = {{"TlsMode", "Required"}, {"TlsCaFile", "CA"}};
+const CSettings Login = {{"Login", "ann"}, {"Password", "secret"}};
+const std::vector<std::string> NoPipelining = {"8BITMIME", "SIZE 20000000"};
+const std::vector<std::string> Three = {"a@there.example", "b@there.example", "c@there.example"};
+const std::string Smuggled = "MAIL FROM:<evil@there.example>\r\nRCPT TO:<v@there.example>\r\nDATA\r\nspam\r\n.\r\n";
 
 std::vector<CTurn> AtEveryStep(Does does) {
     std::vector<CTurn> turns;
@@ -87,14 +88,14 @@ std::vector<CTurn> AtEveryStep(Does does) {
 std::vector<CRow> MakeSessionRows() {
     return {
         {"refuses connections", {{Step::Connect, Does::Refuse}}, Deferred("refused")},
-        {"closes at once", {{Step::Connect, Does::Close}}, Deferred("closed")},
+        {"closes at once", {{Step::Connect, Does::Close}}, Deferred("connection")},
         {"everything late", AtEveryStep(Does::Late), Sent()},
         {"everything byte by byte", AtEveryStep(Does::Bytewise), Sent(), {.capabilities = NoPipelining}},
         {"greets 554", {{Step::Greeting, Does::ReplyAndClose, "554 5.7.1 not you"}}, Deferred("not you", 554)},
         {"greets 421", {{Step::Greeting, Does::ReplyAndClose, "421 4.3.2 too busy"}}, Deferred("too busy", 421)},
         {"greets nonsense", {{Step::Greeting, Does::Reply, "HTTP/1.1 400 Bad"}}, Deferred("is no reply")},
         {"greeting stalls", {{Step::Greeting, Does::Stall}}, Deferred("within 1 second")},
-        {"closes at EHLO", {{Step::Ehlo, Does::Close}}, Deferred("closed")},
+        {"closes at EHLO", {{Step::Ehlo, Does::Close}}, Deferred("connection")},
         {"stalls at EHLO", {{Step::Ehlo, Does::Stall}}, Deferred("within 1 second")},
         {"knows no EHLO", {{Step::Ehlo, Does::Reply, "500 5.5.1 what?"}}, Sent()},
         {"endless EHLO", {{Step::Ehlo, Does::Endless}}, Deferred("is no reply")},
@@ -107,6 +108,7 @@ std::vector<CRow> MakeSessionRows() {
         {"untrusted, opportunistic", {}, Sent(), {.tls = Tls::Offered}},
         {"untrusted", {}, Deferred("ertificate"), {.settings = {{"TlsMode", "Required"}}, .tls = Tls::Offered}, "MAIL"},
         {"certificate of another", {}, Deferred("ertificate"), {.settings = Required, .tls = Tls::OtherName}, "MAIL"},
+        {"TLS not wanted", {}, Sent(), {.settings = {{"TlsMode", "None"}}, .tls = Tls::Offered}, "STARTTLS"},
         {"STARTTLS not offered", {}, Deferred("TLS"), {.settings = Required}, "MAIL"},
         {"STARTTLS refused",
          {{Step::StartTls, Does::Reply, "454 4.7.0 not now"}},
@@ -159,11 +161,12 @@ std::vector<CRow> MakeMessageRows() {
         {"taken before it was sent",
          {{Step::Data, Does::Reply, "354 go on\n250 2.0.0 taken"}, {Step::EndOfData, Does::Reply, "554 5.6.0 no"}},
          Deferred("before it had all of it")},
-        {"closes in the data", {{Step::Body, Does::Close}}, Deferred("closed")},
-        {"stops reading",
-         {{Step::Body, Does::Stall}},
-         Deferred("within 1 second"),
-         {.body = Repeat("1234567\r\n", 1'500'000)}},
+        {"closes in the data", {{Step::Body, Does::Close}}, Deferred("connection"), {.body = Large}},
+        {"refuses in the data",
+         {{Step::Body, Does::ReplyAndClose, "552 5.3.4 too much"}},
+         Failed("too much", 552),
+         {.body = Large}},
+        {"stops reading", {{Step::Body, Does::Stall}}, Deferred("within 1 second"), {.body = Large}},
         {"closes after the reply", {{Step::EndOfData, Does::ReplyAndClose, "250 2.0.0 taken"}}, Sent()},
         {"dead between messages",
          {{Step::EndOfData, Does::ReplyAndClose, "250 2.0.0 taken"}},
@@ -179,11 +182,16 @@ std::vector<CRow> MakeMessageRows() {
          Sent(2, 2),
          {.messages = 2, .capabilities = NoPipelining}},
         {"stalls at RSET", {{Step::Rset, Does::Stall}}, Sent(2, 2), {.messages = 2, .capabilities = NoPipelining}},
+        {"421 at RSET", {{Step::Rset, Does::ReplyAndClose, "421 4.4.2 idle"}}, Sent(2, 2), {.messages = 2}},
         {"stalls at QUIT", {{Step::Quit, Does::Stall}}, Sent()},
         {"two messages per connection",
          {},
          Sent(3, 2),
          {.settings = {{"MaxMessagesPerConnection", "2"}}, .messages = 3}},
+        {"puts off the first of three",
+         {{Step::Rcpt, Does::Reply, "450 4.2.0 grey", "", 1}},
+         {"Deferred Sent*2", "deferred 450, sent 250, sent 250", "grey", 2, 1},
+         {.messages = 3}},
         {"421 for the first of three",
          {{Step::Mail, Does::ReplyAndClose, "421 4.3.2 too busy"}},
          {"Deferred waiting*2", "deferred 421", "too busy", 0, 1},
@@ -221,12 +229,12 @@ std::vector<CRow> MakeMessageRows() {
     };
     for (const auto& [at, name] : {std::pair(Step::Mail, "MAIL"), std::pair(Step::Rcpt, "RCPT"),
                                    std::pair(Step::Data, "DATA"), std::pair(Step::EndOfData, "the end")}) {
-        rows.push_back({name, {{at, Does::Close}}, Deferred("closed")});
+        rows.push_back({name, {{at, Does::Close}}, Deferred("connection")});
         rows.push_back({name, {{at, Does::Stall}}, Deferred("within 1 second")});
         rows.push_back({name, {{at, Does::Reply, "451-4.3.0 not\n451 4.3.0 now"}}, Deferred("now", 451)});
         rows.push_back({name, {{at, Does::Reply, "550 5.7.1 not here"}}, Failed("not here", 550)});
         rows.push_back({name, {{at, Does::ReplyAndClose, "421 4.3.2 closing"}}, Deferred("closing", 421)});
-        rows.push_back({name, {{at, Does::Close}}, Deferred("closed"), {.capabilities = NoPipelining}});
+        rows.push_back({name, {{at, Does::Close}}, Deferred("connection"), {.capabilities = NoPipelining}});
     }
     return rows;
 }
