@@ -84,6 +84,21 @@ private:
 bool ForEachDeliveryLine(std::string_view accountRoot, const std::function<bool(const CDeliveryLine&)>& visit,
                          std::uint64_t* skipped = nullptr);
 
+// The same, of the lines that there are at Open(), as often as needed.
+class CDeliverySnapshot {
+public:
+    CDeliverySnapshot();
+    CDeliverySnapshot(const CDeliverySnapshot&) = delete;
+    CDeliverySnapshot& operator=(const CDeliverySnapshot&) = delete;
+    ~CDeliverySnapshot();
+    bool Open(std::string_view accountRoot);
+    bool ForEach(const std::function<bool(const CDeliveryLine&)>& visit, std::uint64_t* skipped = nullptr) const;
+
+private:
+    struct CState;
+    std::unique_ptr<CState> m_state;
+};
+
 // The accepted ones that no other line for the same message and recipient
 // follows: what a program that died had handed over and not filed.  Looks at
 // the last two files, and at more of them while they are small.

@@ -31,6 +31,7 @@ using LineVisit = std::function<bool(const CDeliveryLine&)>;
 struct COpenLog {
     std::string path;
     Platform::CFile file;
+    std::uint64_t size = 0;  // when it was opened
 };
 
 bool Fail(const std::string& path) {
@@ -40,21 +41,22 @@ bool Fail(const std::string& path) {
     return false;
 }
 
+enum class Files { All, Last };
+
 // The oldest first.  All are open before one is read, so that a rotation
 // meanwhile neither hides lines nor shows them twice.
-bool OpenLogs(const std::string& root, bool onlyLast, std::vector<COpenLog>& logs) {
+bool OpenLogs(const std::string& root, Files files, std::vector<COpenLog>& logs) {
     Platform::CNamedMutex mutex(GetDeliveryLogMutexName(root));
     const CMutexGuard guard(mutex);
     std::vector<std::uint32_t> numbers;
     if (!ListDeliveryLogs(root, numbers)) return false;
     std::uint64_t bytes = 0;
     for (const std::uint32_t number : numbers) {
-        if (onlyLast && logs.size() >= UnfiledFiles && bytes >= UnfiledBytes) break;
+        if (files == Files::Last && logs.size() >= UnfiledFiles && bytes >= UnfiledBytes) break;
         COpenLog log;
         log.path = GetDeliveryLogPath(root, number);
-        std::uint64_t size = 0;
-        if (!log.file.Open(log.path, Platform::FileMode::Read) || !log.file.GetSize(size)) return Fail(log.path);
-        bytes += size;
+        if (!log.file.Open(log.path, Platform::FileMode::Read) || !log.file.GetSize(log.size)) return Fail(log.path);
+        bytes += log.size;
         logs.push_back(std::move(log));
     }
     std::reverse(logs.begin(), logs.end());
@@ -86,10 +88,14 @@ bool CLineReader::Read(const COpenLog& log) {
     m_isTooLong = false;
     for (bool isEnd = false; !isEnd && !m_isStopped;) {
         const std::size_t kept = m_rest.size();
+        const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(ReadSize, log.size - offset));
         std::size_t got = 0;
-        m_rest.resize(kept + ReadSize);
-        isEnd = !log.file.ReadAt(offset, m_rest.data() + kept, ReadSize, &got);
-        if (isEnd && Platform::LastSystemError() != 0) return Fail(log.path);
+        m_rest.resize(kept + size);
+        isEnd = size < ReadSize;
+        if (!log.file.ReadAt(offset, m_rest.data() + kept, size, &got)) {
+            if (Platform::LastSystemError() != 0) return Fail(log.path);
+            isEnd = true;
+        }
         m_rest.resize(kept + got);
         offset += got;
         TakeLines(isEnd);
@@ -123,9 +129,7 @@ void CLineReader::TakeLine(std::string_view text) {
     m_isTooLong = false;
 }
 
-bool ReadLogs(std::string_view accountRoot, bool onlyLast, const LineVisit& visit, std::uint64_t& skipped) {
-    std::vector<COpenLog> logs;
-    if (!OpenLogs(WithoutSeparator(accountRoot), onlyLast, logs)) return false;
+bool ReadLogs(const std::vector<COpenLog>& logs, const LineVisit& visit, std::uint64_t& skipped) {
     CLineReader reader(visit, skipped);
     for (const COpenLog& log : logs) {
         if (!reader.Read(log)) return false;
@@ -169,8 +173,25 @@ bool ListDeliveryLogs(std::string_view accountRoot, std::vector<std::uint32_t>& 
 }
 
 bool ForEachDeliveryLine(std::string_view accountRoot, const LineVisit& visit, std::uint64_t* skipped) {
+    CDeliverySnapshot snapshot;
+    return snapshot.Open(accountRoot) && snapshot.ForEach(visit, skipped);
+}
+
+struct CDeliverySnapshot::CState {
+    std::vector<COpenLog> logs;
+};
+
+CDeliverySnapshot::CDeliverySnapshot() : m_state(std::make_unique<CState>()) {}
+CDeliverySnapshot::~CDeliverySnapshot() = default;
+
+bool CDeliverySnapshot::Open(std::string_view accountRoot) {
+    m_state->logs.clear();
+    return OpenLogs(WithoutSeparator(accountRoot), Files::All, m_state->logs);
+}
+
+bool CDeliverySnapshot::ForEach(const LineVisit& visit, std::uint64_t* skipped) const {
     std::uint64_t count = 0;
-    const bool isRead = ReadLogs(accountRoot, false, visit, count);
+    const bool isRead = ReadLogs(m_state->logs, visit, count);
     if (skipped) *skipped = count;
     return isRead;
 }
@@ -196,7 +217,8 @@ bool CUnfiledDeliveries::Load(std::string_view accountRoot) {
         }
         return true;
     };
-    return ReadLogs(accountRoot, true, visit, skipped);
+    std::vector<COpenLog> logs;
+    return OpenLogs(WithoutSeparator(accountRoot), Files::Last, logs) && ReadLogs(logs, visit, skipped);
 }
 
 bool CUnfiledDeliveries::Contains(std::string_view message, std::string_view recipient) const {

@@ -47,6 +47,7 @@ void AddTestSendCommand(CLI::App& app);
 void AddAccountCommands(CLI::App& app);
 void AddLimitCommands(CLI::App& app);
 void AddQueueCommands(CLI::App& app);
+void AddDeliveryCommands(CLI::App& app);
 void AddMessageCommands(CLI::App& app);
 void AddSettingsCommands(CLI::App& app);
 void AddLogCommands(CLI::App& app);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "engine/catalogue.h"
+#include "engine/listcreation.h"
 #include "engine/listremoval.h"
 #include "engine/memberstore.h"
 #include "mime/mailbox.h"
@@ -54,7 +55,7 @@ void Create(const CArguments& arguments) {
         list.listAddresses += std::string(entry.key) + ": " + entry.address + "\n";
     }
     OpenDataFolder();
-    const std::int32_t index = GetCatalogue().Create(list);
+    const std::int32_t index = CreateList(list);
     const std::uint32_t number = GetCatalogue().GetListNumber(index);
     if (arguments.json)
         PrintJson({{"number", number}});

@@ -35,6 +35,7 @@ void AddCommands(CLI::App& app) {
     AddAccountCommands(app);
     AddLimitCommands(app);
     AddQueueCommands(app);
+    AddDeliveryCommands(app);
     AddMessageCommands(app);
     AddSettingsCommands(app);
     AddLogCommands(app);

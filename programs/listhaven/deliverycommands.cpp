@@ -1,0 +1,180 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/catalogue.h"
+#include "engine/deliveries.h"
+#include "engine/listaccount.h"
+#include "platform/filestatus.h"
+#include "programs/listhaven/command.h"
+#include "programs/listhaven/jsonoutput.h"
+#include "programs/listhaven/tableprinter.h"
+
+namespace {
+
+using SendDaemon::CDeliveryLine;
+
+struct CArguments {
+    std::string list;
+    std::string broadcast;
+    std::string recipient;
+    std::vector<std::string> statuses;
+    bool all = false;
+    bool expired = false;
+    bool json = false;
+};
+
+std::uint32_t OpenList(const std::string& list) {
+    OpenDataFolder();
+    return GetCatalogue().GetListNumber(FindList(list));
+}
+
+std::string Number(std::uint64_t number) {
+    return std::to_string(number);
+}
+
+boost::json::object LineAsJson(const CDeliveryLine& line) {
+    return {{"time", line.time},
+            {"status", JsonText(GetDeliveryStatusName(line.status))},
+            {"broadcast", JsonText(line.broadcast)},
+            {"message", JsonText(line.message)},
+            {"recipient", JsonText(line.recipient)},
+            {"host", JsonText(line.host)},
+            {"code", line.code},
+            {"enhanced", JsonText(line.enhanced)},
+            {"text", JsonText(line.text)}};
+}
+
+// A ledger has no bounded length: lines are printed as they come.
+void PrintLine(const CDeliveryLine& line) {
+    std::string reason = line.code == 0 ? std::string() : std::to_string(line.code) + " ";
+    if (!line.enhanced.empty()) reason += line.enhanced + " ";
+    reason += line.text;
+    if (!line.host.empty()) reason += " [" + line.host + "]";
+    std::printf("%s  %-8s  %s  %s  %s\n", PrintableTime(line.time).c_str(),
+                std::string(GetDeliveryStatusName(line.status)).c_str(),
+                line.broadcast.empty() ? "-" : Printable(line.broadcast).c_str(), Printable(line.recipient).c_str(),
+                Printable(reason).c_str());
+}
+
+void Show(const CArguments& arguments) {
+    if (arguments.list.empty()) throw CUsageFailure("LIST is required");
+    CDeliveryFilter filter{
+        .broadcast = arguments.broadcast, .recipient = arguments.recipient, .everyLine = arguments.all};
+    for (const std::string& name : arguments.statuses) {
+        SendDaemon::DeliveryStatus status{};
+        if (!ParseDeliveryStatus(name, status))
+            throw CUsageFailure("--status: \"" + name +
+                                "\" is none; use accepted, sent, deferred, failed, expired, parked or requeued");
+        filter.statuses.push_back(status);
+    }
+    const std::string root = GetAccountRoot(OpenList(arguments.list));
+    bool isFirst = true;
+    std::uint64_t skipped = 0;
+    if (arguments.json) std::fputs("[", stdout);
+    const bool isRead = ForEachDelivery(
+        root, filter,
+        [&](const CDeliveryLine& line) {
+            if (!arguments.json) {
+                PrintLine(line);
+            } else {
+                std::printf("%s\n%s", isFirst ? "" : ",", boost::json::serialize(LineAsJson(line)).c_str());
+            }
+            isFirst = false;
+            return true;
+        },
+        &skipped);
+    if (arguments.json) std::fputs("\n]\n", stdout);
+    if (!isRead) FailWithLastError("the delivery log could not be read");
+    if (skipped != 0) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "%llu lines of the delivery log could not be read.\n",
+                     static_cast<unsigned long long>(skipped));
+    }
+}
+
+void Summarize(const CArguments& arguments) {
+    std::vector<CBroadcastDeliveries> broadcasts;
+    if (!SummarizeDeliveries(OpenList(arguments.list), broadcasts))
+        FailWithLastError("the deliveries could not be counted");
+    boost::json::array document;
+    CTablePrinter table(
+        {"Broadcast", "Subject", "Copies", "Sent", "Deferred", "Failed", "Expired", "Parked", "Waiting"});
+    for (const CBroadcastDeliveries& counts : broadcasts) {
+        document.push_back({{"broadcast", JsonText(counts.broadcast)},
+                            {"subject", JsonText(counts.subject)},
+                            {"copies", counts.copies},
+                            {"sent", counts.sent},
+                            {"deferred", counts.deferred},
+                            {"failed", counts.failed},
+                            {"expired", counts.expired},
+                            {"parked", counts.parked},
+                            {"waiting", counts.waiting}});
+        table.AddRow({counts.broadcast.empty() ? "-" : counts.broadcast, counts.subject, Number(counts.copies),
+                      Number(counts.sent), Number(counts.deferred), Number(counts.failed), Number(counts.expired),
+                      Number(counts.parked), Number(counts.waiting)});
+    }
+    arguments.json ? PrintJson(document) : table.Print();
+}
+
+void Retry(const CArguments& arguments) {
+    const std::string root = GetAccountRoot(OpenList(arguments.list));
+    const RetryScope scope = arguments.expired ? RetryScope::FailedAndExpired : RetryScope::Failed;
+    CRetryResult result;
+    if (!RetryFailed(root, arguments.broadcast, scope, Platform::SecondsSince1970(), result))
+        FailWithLastError("the messages could not be put back into the queue");
+    if (arguments.json)
+        PrintJson({{"messages", result.messages},
+                   {"recipients", result.recipients},
+                   {"settled", result.settled},
+                   {"doubles", result.doubles},
+                   {"failures", result.failures}});
+    else
+        std::printf("%s messages for %s recipients are in the queue again.\n", Number(result.messages).c_str(),
+                    Number(result.recipients).c_str());
+    std::fflush(stdout);
+    if (result.settled != 0 && !arguments.json)
+        std::printf("%s messages stay where they are: a recipient has got, or may yet get, the message.\n",
+                    Number(result.settled).c_str());
+    if (result.doubles != 0 && !arguments.json)
+        std::printf("%s messages stay where they are: another one for the same recipient was put back.\n",
+                    Number(result.doubles).c_str());
+    if (result.failures != 0)
+        throw CCommandFailure(Number(result.failures) +
+                              " messages could not be put back into the queue: " + result.failure);
+}
+
+}  // namespace
+
+void AddDeliveryCommands(CLI::App& app) {
+    auto arguments = std::make_shared<CArguments>();
+    CLI::App* delivery = app.add_subcommand("delivery", "Who got what, and what became of the rest");
+    delivery->add_option("LIST", arguments->list);
+    delivery->add_option("--broadcast", arguments->broadcast, "Only copies of this broadcast")->type_name("ID");
+    delivery->add_option("--recipient", arguments->recipient, "Only this recipient")->type_name("ADDRESS");
+    delivery
+        ->add_option("--status", arguments->statuses, "accepted, sent, deferred, failed, expired, parked or requeued")
+        ->type_name("NAME")
+        ->allow_extra_args(false);
+    delivery->add_flag("--all", arguments->all, "Every line, rather than the last of each recipient");
+    delivery->add_flag("--json", arguments->json);
+    delivery->require_subcommand(0, 1);
+
+    CLI::App* summary = delivery->add_subcommand("summary", "Count the recipients of each broadcast by state");
+    summary->add_option("LIST", arguments->list)->required();
+    summary->add_flag("--json", arguments->json);
+    summary->callback([arguments] { Summarize(*arguments); });
+
+    CLI::App* retry = delivery->add_subcommand("retry", "Put what failed back into the queue");
+    retry->add_option("LIST", arguments->list)->required();
+    retry->add_option("--broadcast", arguments->broadcast)->required()->type_name("ID");
+    retry->add_flag("--expired", arguments->expired, "Also what expired");
+    retry->add_flag("--json", arguments->json);
+    retry->callback([arguments] { Retry(*arguments); });
+
+    delivery->callback([arguments, delivery] {
+        if (delivery->get_subcommands().empty()) Show(*arguments);
+    });
+}
