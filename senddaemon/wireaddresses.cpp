@@ -38,7 +38,7 @@ void AppendSpelledOut(const CHeaderWord& word, std::string& out) {
         const CHeaderWord one{.charset = word.charset, .text = word.text.substr(i, length)};
         const std::string bytes = DecodeHeaderWord(one);
         const bool isHidden = length == 3 && bytes.size() == 1 && Specials.find(bytes[0]) != std::string_view::npos;
-        out += isHidden ? " " : bytes;
+        out += isHidden ? " " : OneLine(bytes);
         i += length;
     }
 }
@@ -151,19 +151,17 @@ bool CNameDecoder::Decode(std::string_view name) {
 
 // Words of other charsets stay words; what is between them must not end the name.
 std::string NameOfOtherCharset(std::string_view name) {
+    const std::string text = WireText(name, 0);
     std::string result;
-    for (const std::string_view token : Split(WireText(name, 0), ' ')) {
+    for (const std::string_view token : Split(text, ' ')) {
         CHeaderWord word;
+        const bool isWord = ReadHeaderWord(token, word) && word.size == token.size();
+        const std::string_view inside = isWord && !word.isBase64 ? word.text : token;
         if (!result.empty()) result += ' ';
-        if (!token.starts_with("=?") && token.find_first_of(Specials) != std::string_view::npos)
-            AppendQuoted(token, result);
-        else if (ReadHeaderWord(token, word) && word.size == token.size() &&
-                 (word.isBase64 || word.text.find_first_of(Specials) == std::string_view::npos))
+        if (inside.find_first_of(Specials) == std::string_view::npos)
             result += token;
-        else if (token.find_first_of(Specials) != std::string_view::npos)
-            AppendQuoted(token, result);
         else
-            result += token;
+            AppendQuoted(token, result);
     }
     return result;
 }

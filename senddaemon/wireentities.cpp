@@ -11,6 +11,8 @@ namespace SendDaemon {
 
 namespace {
 
+constexpr std::size_t LongestBoundary = LongestWireLine - 4;  // its delimiters are lines
+
 WireEncoding EncodingOf(std::string_view value) {
     const std::string_view name = value.substr(0, value.find_first_of(" \t;("));
     if (name.empty()) return WireEncoding::None;
@@ -57,6 +59,7 @@ void CEntityWalk::OpenEntity(std::string_view header) {
     if (m_containers.size() >= MaxDepth) return;
     if (isMultipart) {
         m_entity.boundary = CMimeMultipart::BoundaryOf(type);
+        if (m_entity.boundary.size() > LongestBoundary) m_entity.boundary.clear();
         m_entity.isDigest = EqualNoCase(bareType, "multipart/digest");
         m_entity.isContainer = !m_entity.boundary.empty();
     } else if (isMessage) {

@@ -316,6 +316,7 @@ void AppendWireField(std::string_view name, std::string_view raw, CWireHeaderRul
     out.append(name).append(":");
     const bool hasWord = raw.find("=?") != std::string_view::npos;
     if (!hasWord && IsPlainField(name, raw, longest)) {
+        if (!raw.empty() && std::string_view(" \t\r\n").find(raw.front()) == std::string_view::npos) out += ' ';
         AppendRawLines(raw, out);
         return;
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "senddaemon/wireheader.h"
 #include "utility/lasterror.h"
@@ -60,6 +61,8 @@ bool CMessageReader::Open(std::string_view path) {
     }
     m_headerEnd = end.header;
     m_bodyStart = end.body;
+    const std::vector<CWireField> fields = SplitWireFields(GetHeader());
+    if (fields.size() == 1 && fields.front().name.empty()) m_headerEnd = m_bodyStart = 0;
     Rewind();
     return true;
 }

@@ -22,7 +22,9 @@ public:
     static constexpr std::size_t BlockSize = 256 * 1024;
     static constexpr std::size_t LargestHeader = 1024 * 1024;
 
-    bool Open(std::string_view path);  // reads the header; fails when it is too large
+    // Reads the header; fails when it is too large.  Lines that are no field
+    // at all are body.
+    bool Open(std::string_view path);
 
     std::string_view GetHeader() const noexcept;  // with its last line end
     std::uint64_t GetBodySize() const noexcept { return m_size - m_bodyStart; }
