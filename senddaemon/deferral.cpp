@@ -148,7 +148,7 @@ DispatchStep CDispatcher::CState::Postpone(const std::string& path, const CDeliv
                                 .text = "Not tried: " + backOff.GetReason(GetDomain(recipient))});
         }
     }
-    AppendOutcomes(delivery.info, outcomes, DeliveryStatus::Deferred, CDeliveryLog::Flush::No);
+    AppendOutcomes(delivery.info, outcomes, DeliveryStatus::Deferred, CDeliveryLog::Flush::Yes);
     if (MoveTo(AccountFolder::Deferred, path, CBatchFolder::Times::Keep, FormatQueueName(name)) == Moved::No) {
         MoveTo(AccountFolder::Waiting, path, CBatchFolder::Times::Keep);
         return DispatchStep::Failed;

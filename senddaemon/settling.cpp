@@ -133,17 +133,15 @@ void CDispatcher::CState::RecordReport(const std::string& messageFile, const CDe
     }
     const std::int64_t now = clock();
     std::vector<CDeliveryLine> lines;
-    auto flush = CDeliveryLog::Flush::No;
     for (CRecipientReport outcome : report.recipients) {
         if (isCancelled && outcome.outcome != RecipientOutcome::Accepted) continue;
         if (outcome.outcome == RecipientOutcome::Deferred && !retries) outcome.outcome = RecipientOutcome::Refused;
-        if (outcome.outcome != RecipientOutcome::Deferred) flush = CDeliveryLog::Flush::Yes;
         auto& known = delivery->outcomes[outcome.recipient];
         if (!known.recipient.empty() && known.outcome == RecipientOutcome::Accepted) continue;
         known = outcome;
         lines.push_back(MakeLine(delivery->info, outcome, GetStatus(outcome.outcome), now));
     }
-    AppendLines(std::move(lines), flush);
+    AppendLines(std::move(lines), CDeliveryLog::Flush::Yes);
     if (retries && !isCancelled) UpdateBackOff(*delivery, report);
 }
 
