@@ -8,6 +8,7 @@
 #include "platform/file.h"
 #include "platform/filestatus.h"
 #include "senddaemon/daemonlog.h"
+#include "senddaemon/directmessagesender.h"
 #include "senddaemon/dispatcherstate.h"
 #include "senddaemon/senderfactory.h"
 #include "utility/lasterror.h"
@@ -15,19 +16,13 @@
 
 namespace SendDaemon {
 
-namespace {
-
-constexpr std::string_view DirectMethod = "DirectMessageSender";
-
-}  // namespace
-
 void CDispatcher::CState::RefreshSettings() {
     if (config == nullptr) return;
     const std::int32_t connections = config->GetNumber("MaxConnections");
     settings.maxSenders = connections > 0 ? std::min(connections, MaxSenders) : 1;
     settings.sendMethod = config->GetText("SendMethod");
     settings.hostName = config->GetText("HostName");
-    settings.isDirect = settings.sendMethod == DirectMethod;
+    settings.isDirect = settings.sendMethod == CDirectMessageSender::MethodName;
     settings.retriesTemporary = config->GetNumber("RetryTemporary") > 0;
     settings.isBeingUnregistered = !config->GetText("BeingUnregistered").empty();
 }

@@ -3,13 +3,19 @@
 #ifndef LISTHAVEN_TESTS_SENDDAEMON_DAEMONFIXTURE_H
 #define LISTHAVEN_TESTS_SENDDAEMON_DAEMONFIXTURE_H
 
+#include <set>
+
 #include "senddaemon/batchfolder.h"
 #include "senddaemon/configuration.h"
+#include "senddaemon/deliverylog.h"
 #include "senddaemon/dispatchcheck.h"
+#include "senddaemon/messageinfo.h"
+#include "senddaemon/messageiterator.h"
 #include "senddaemon/senddaemon.h"
 #include "senddaemon/sendloop.h"
 #include "tests/senddaemon/gatedsender.h"
 #include "tests/senddaemon/sendfixture.h"
+#include "utility/text.h"
 
 namespace SendDaemon {
 
@@ -60,6 +66,50 @@ protected:
             text += (text.empty() ? "" : " ") + std::to_string(count);
         }
         return text;
+    }
+
+    std::uint64_t CountDeferred() const { return CountAccountMessages(m_account).deferred; }
+
+    // A kind that reports per recipient, on an account that retries.
+    std::shared_ptr<CGate> UseReportingKind() {
+        auto gate = RegisterGatedKind("Gate");
+        gate->isReporting = true;
+        gate->Open();
+        Set("SendMethod", "Gate");
+        Set("RetryTemporary", "1");
+        Set("HostName", "relay.example");
+        return gate;
+    }
+
+    void QueueFor(const std::string& recipients) {
+        CBatchFolder queue;
+        std::string newPath;
+        ASSERT_TRUE(queue.Open(m_account) && queue.AddMessageText(Message(recipients), newPath));
+    }
+
+    // Whom the messages of a folder name, sorted, in parentheses those of one.
+    std::string NamedIn(AccountFolder folder) const {
+        std::multiset<std::string> messages;
+        CMessageIterator walk;
+        std::string path;
+        walk.Start(GetAccountFolderPath(m_account, folder));
+        for (bool isThere = walk.PeekCurrent(path); isThere; isThere = walk.Next() && walk.PeekCurrent(path)) {
+            CMessageInfo info;
+            EXPECT_TRUE(ReadMessageInfo(path, info));
+            messages.insert("(" + info.recipients + ")");
+        }
+        return Join({messages.begin(), messages.end()}, "");
+    }
+    std::string Deliverable() const { return NamedIn(AccountFolder::Waiting) + NamedIn(AccountFolder::Deferred); }
+
+    // The delivery log as "status recipient" in its order.
+    std::string LogLines() const {
+        std::vector<std::string> lines;
+        EXPECT_TRUE(ForEachDeliveryLine(m_account, [&](const CDeliveryLine& line) {
+            lines.push_back(std::string(GetDeliveryStatusName(line.status)) + " " + line.recipient);
+            return true;
+        }));
+        return Join(lines, ", ");
     }
 
     std::string m_root;
