@@ -1,0 +1,50 @@
+// The commands about deliveries, after copies went through the null sender.
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <string>
+
+#include "tests/programs/programrunner.h"
+
+namespace {
+
+std::size_t Count(const std::string& text, const std::string& what) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
+        ++count;
+    return count;
+}
+
+}  // namespace
+
+TEST(DeliveryCommands, SayWhoGotWhat) {
+    CProgramRunner runner;
+    runner.MakeNullList("summary");
+    EXPECT_EQ(runner.MustRun({"delivery", "1", "--json"}), "[\n]\n");
+    runner.MustRun({"member", "add", "summary", "anna@b.example"});
+    runner.MustRun({"member", "add", "summary", "carl@b.example"});
+    const std::string message = runner.WriteFile("m.eml", "From: a@b.example\r\nSubject: Tide\r\n\r\nHigh\r\n");
+    const std::string made = runner.MustRun({"broadcast", message, "--list", "summary", "--json"});
+    std::smatch id;
+    ASSERT_TRUE(std::regex_search(made, id, std::regex("\"id\":\"([0-9]+)\""))) << made;
+    EXPECT_EQ(Count(runner.MustRun({"delivery", "summary", "summary", "--json"}), "\"waiting\":2}"), 1U);
+    runner.MustRun({"send"});
+
+    const std::string all = runner.MustRun({"delivery", "1", "--broadcast", id[1], "--json"});
+    EXPECT_EQ(Count(all, "\"status\":\"sent\""), 2U) << all;
+    EXPECT_EQ(Count(runner.MustRun({"delivery", "1", "--recipient", "ANNA@b.example"}), "\n"), 1U);
+    EXPECT_EQ(Count(runner.MustRun({"delivery", "1", "--status", "sent", "--status", "accepted", "--all"}), "\n"), 4U);
+    EXPECT_EQ(runner.MustRun({"delivery", "1", "--status", "failed"}), "");
+    const std::string counts = runner.MustRun({"delivery", "summary", "1", "--json"});
+    EXPECT_EQ(Count(counts, "\"subject\":\"Tide\",\"copies\":2,\"sent\":2,"), 1U) << counts;
+    EXPECT_EQ(Count(runner.MustRun({"delivery", "retry", "1", "--broadcast", id[1], "--json"}), "\"messages\":0"), 1U);
+
+    const std::vector<std::string> wrong[] = {
+        {"delivery"}, {"delivery", "1", "--status", "lost"}, {"delivery", "retry", "1"}, {"delivery", "summary"}};
+    for (const auto& arguments : wrong)
+        EXPECT_EQ(runner.Run(arguments).status, 2) << arguments.back();
+    const CRunResult none = runner.Run({"delivery", "Nobody"});
+    EXPECT_EQ(none.status, 1);
+    EXPECT_EQ(none.errors, "listhaven: there is no list \"Nobody\"\n");
+}
