@@ -218,13 +218,11 @@ void Settling::CrashAtEveryStep(const std::string& recipients, bool isBeforeRepo
 
 TEST_F(Settling, ACrashAtAnyStepLosesNobodyAndDoublesNobody) {
     m_gate = UseReportingKind();
-    for (const char* keeps : {"0", "1"}) {
-        Set("SaveSentMessages", keeps);
-        for (const char* recipients :
-             {"a@x", "defer@x", "refuse@x,defer@x", "a@x,b@x,refuse@x", "a@x,refuse@x,defer@x"}) {
-            CrashAtEveryStep(recipients, false);
-        }
-    }
+    for (const char* recipients : {"a@x", "a@x,b@x,refuse@x", "refuse@x,defer@x"})
+        CrashAtEveryStep(recipients, false);
+    Set("SaveSentMessages", "0");
+    for (const char* recipients : {"a@x", "defer@x", "a@x,refuse@x,defer@x"})
+        CrashAtEveryStep(recipients, false);
     CrashAtEveryStep("a@x,b@x,defer@x", true);
 }
 
