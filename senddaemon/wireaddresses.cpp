@@ -141,7 +141,8 @@ bool CNameDecoder::Decode(std::string_view name) {
         Add(run);
         Add(run.empty() ? std::string_view() : blanks);
         run.clear();
-        const std::size_t next = std::min(name.find("=?", 1), name.size());
+        const std::size_t tokenEnd = name.starts_with("=?") ? name.find_first_of(" \t") : 0;
+        const std::size_t next = std::min(name.find("=?", std::max<std::size_t>(tokenEnd, 1)), name.size());
         Add(name.substr(0, next));
         name.remove_prefix(next);
     }

@@ -115,6 +115,7 @@ CTextPiece TakeWords(std::string_view& text) {
     bool isSound = true;
     std::string bytes;
     std::size_t size = 0;
+    std::size_t end = 0;
     while (ReadHeaderWord(text.substr(size), word)) {
         if (piece.charset.empty()) piece.charset = word.charset;
         if (!EqualNoCase(piece.charset, word.charset)) break;
@@ -123,12 +124,12 @@ CTextPiece TakeWords(std::string_view& text) {
         const std::string decoded = DecodeHeaderWord(word);
         if (word.IsUtf8()) isSound = isSound && IsValidUtf8(decoded);
         bytes += decoded;
-        const std::size_t end = size + word.size;
-        piece.text = text.substr(0, end);
-        piece.isWord = true;
+        end = size + word.size;
         size = std::min(text.find_first_not_of(" \t", end), text.size());
     }
-    if (!piece.isWord) return {};
+    if (end == 0) return {};
+    piece.isWord = true;
+    piece.text = text.substr(0, end);
     text.remove_prefix(piece.text.size());
     const CHeaderWord named{.charset = piece.charset, .text = {}};
     if (named.IsLatin1() && HasHighBytes(bytes) && IsValidUtf8(bytes)) {

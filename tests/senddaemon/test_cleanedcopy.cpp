@@ -1,6 +1,7 @@
 // The form in which messages go to a server: which fields, how their values
 // are written, what becomes of the body.
 
+#include "platform/clock.h"
 #include "platform/faultplan.h"
 #include "senddaemon/cleanedcopy.h"
 #include "senddaemon/wireheader.h"
@@ -171,6 +172,22 @@ TEST(WireHeader, LongValues) {
         if (value == tight) {
             EXPECT_EQ(unfolded.size(), value.size() + 4);  // blanks behind four commas
         }
+    }
+}
+
+// The bound is a hundred times what it takes, and far below what quadratic work would.
+TEST(WireHeader, HostileValuesTakeNoLongerThanOthers) {
+    for (const std::string_view piece : {"=?x?Q?", "=?x?Q?a?=b", "=?utf-8?Q?a?= ", "=?utf-8?Q?a@b?= ",
+                                         "\xE1 =?utf-8?Q?a?= ", "\"", "(", "<", ",", "\xE1 <a@b>,"}) {
+        const std::string value = Repeat(piece, static_cast<int>(900000 / piece.size())) + "\xE1 <a@b>";
+        const std::uint32_t start = Platform::ClockMilliseconds();
+        for (const std::string_view name : {"To", "Subject"}) {
+            CWireHeaderRules rules;
+            std::string written;
+            AppendWireField(name, value, rules, written);
+            EXPECT_FALSE(HasHighBytes(written));
+        }
+        EXPECT_LT(Platform::ClockMilliseconds() - start, 20000U) << piece;
     }
 }
 
