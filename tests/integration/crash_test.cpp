@@ -8,33 +8,16 @@
 #include <string>
 #include <thread>
 
+#include "tests/integration/crashlist.h"
 #include "tests/programs/programrunner.h"
-#include "utility/text.h"
 
 namespace {
+
+using namespace CrashList;
 
 constexpr int Members = 2000;
 constexpr int Kills = 100;
 constexpr int Connections = 4;
-constexpr const char* LastLine = "That was all, and nothing is missing.";
-
-std::string MemberAddress(int i) {
-    return "member" + std::to_string(i) + "@example.net";
-}
-
-std::string MakeMembers() {
-    std::string csv = "E-mail,Name\n";
-    for (int i = 0; i < Members; ++i)
-        csv += MemberAddress(i) + ",Member " + std::to_string(i) + "\n";
-    return csv;
-}
-
-std::string MakeMessage() {
-    std::string text = "From: list@lists.example\nTo: list@lists.example\nSubject: To $(To-Name)\n\n";
-    for (int line = 0; line < 40; ++line)
-        text += "Dear $(To-First-Name), this is line " + std::to_string(line) + ".\n";
-    return LfToCrLf(text + LastLine + "\n");
-}
 
 // How many copies each member got; a copy that is not whole fails the test.
 std::map<std::string, int> CountCopies(const std::string& folder) {
@@ -43,10 +26,7 @@ std::map<std::string, int> CountCopies(const std::string& folder) {
         if (entry.path().extension() != ".eml") continue;
         const std::string message = CProgramRunner::ReadFile(entry.path().string());
         EXPECT_NE(message.find(LastLine), std::string::npos) << entry.path() << " is not whole";
-        const std::size_t open = message.find("<member");
-        const std::size_t close = message.find('>', open);
-        EXPECT_NE(close, std::string::npos) << entry.path() << " has no recipient";
-        if (close != std::string::npos) ++copies[message.substr(open + 1, close - open - 1)];
+        ++copies[FindMember(message, "<")];
     }
     return copies;
 }
@@ -61,7 +41,7 @@ TEST(Crash, EveryMemberHasItsCopyAfterAHundredKills) {
     runner.MustRun({"account", "set", "Crash", "NullSenderWait", "5"});
     runner.MustRun({"account", "set", "Crash", "MaxConnections", std::to_string(Connections)});
     runner.MustRun({"settings", "set", "Execution", "GenerationPause", "2"});
-    runner.MustRun({"member", "import", "Crash", runner.WriteFile("members.csv", MakeMembers())});
+    runner.MustRun({"member", "import", "Crash", runner.WriteFile("members.csv", MakeMembers(Members))});
     const std::string message = runner.WriteFile("message.eml", MakeMessage());
 
     std::mt19937 random(20261121);
