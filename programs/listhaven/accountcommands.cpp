@@ -55,11 +55,14 @@ void Show(const CArguments& arguments) {
 }
 
 void Set(const CArguments& arguments) {
+    if (!SendDaemon::CConfiguration::IsValidKey(arguments.key))
+        throw CUsageFailure("KEY: " + arguments.key + ": a key begins with a letter and has only letters and digits");
     const SendDaemon::CAccountKey* key = SendDaemon::FindAccountKey(arguments.key);
     if (key == nullptr) throw CCommandFailure("an account has no setting " + arguments.key);
     const std::string name(key->name);
     std::string reason;
-    if (!SendDaemon::IsAccountValue(*key, arguments.value, reason)) throw CCommandFailure(name + ": " + reason);
+    if (!SendDaemon::IsAccountValue(*key, arguments.value, reason))
+        throw CCommandFailure(name + ": " + arguments.value + ": " + reason);
     SendDaemon::CConfiguration config(OpenAccount(arguments.list));
     const bool isNull = config.GetText("SendMethod") == SendDaemon::CNullMessageSender::MethodName;
     if (!key->source.empty() && !isNull && name != "SendMethod") {
