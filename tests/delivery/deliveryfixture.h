@@ -7,7 +7,6 @@
 #include <chrono>
 #include <utility>
 
-#include "senddaemon/configuration.h"
 #include "senddaemon/deliverylog.h"
 #include "senddaemon/senddaemon.h"
 #include "senddaemon/sendloop.h"
@@ -19,38 +18,34 @@ using CSettings = std::vector<std::pair<std::string, std::string>>;
 
 class CDeliveryFixture : public CSendFixture {
 protected:
-    static constexpr std::chrono::seconds Patience{90};  // for a whole run, each of whose waits is a second
+    static constexpr std::chrono::seconds Patience{90};  // for a whole run
 
     void TearDown() override {
         m_daemon.reset();
         CSendFixture::TearDown();
     }
 
-    // A relay account whose time-outs are a second; returns its root folder.
+    // A relay account that tries again; returns its root folder.
     std::string MakeAccount(const std::string& host, std::uint16_t port, const CSettings& settings) {
-        const std::string folder = JoinPath("SendDaemon", std::to_string(m_accounts.size() + 1));
-        CSettings all = {{"SendMethod", "SmtpMessageSender2"},
-                         {"HostName", host},
-                         {"HostPort", std::to_string(port)},
-                         {"Port", std::to_string(port)},
-                         {"Timeout", "1"},
-                         {"DataTimeout", "1"},
-                         {"RetryTemporary", "1"},
-                         {"SaveSentMessages", "1"}};
-        for (const auto& setting : settings) {
-            std::erase_if(all, [&](const auto& known) { return known.first == setting.first; });
-            all.push_back(setting);
-        }
+        m_accounts.push_back(InFolder("SendDaemon/" + std::to_string(m_accounts.size() + 1)));
+        Configure(m_accounts.back(), host, port, settings);
+        return m_accounts.back();
+    }
+    static void Configure(const std::string& account, const std::string& host, std::uint16_t port,
+                          const CSettings& settings) {
+        std::map<std::string, std::string> all = {{"SendMethod", "SmtpMessageSender2"},
+                                                  {"HostName", host},
+                                                  {"Port", std::to_string(port)},
+                                                  {"Timeout", "30"},
+                                                  {"DataTimeout", "30"},
+                                                  {"RetryTemporary", "1"},
+                                                  {"SaveSentMessages", "1"}};
+        for (const auto& [key, value] : settings)
+            all[key] = value;
         std::string text = "[Configuration]\n";
         for (const auto& [key, value] : all)
             text += key + "=" + value + "\n";
-        m_accounts.push_back(ParentFolder(MakeFile(JoinPath(folder, AccountConfigFileName), text)));
-        return m_accounts.back();
-    }
-    static void Set(const std::string& account, const CSettings& settings) {
-        CConfiguration config(GetAccountConfigPath(account));
-        for (const auto& [key, value] : settings)
-            ASSERT_TRUE(config.SetValue(key, value));
+        ASSERT_TRUE(EnsureFolder(account) && WriteFileAtomically(GetAccountConfigPath(account), text));
     }
     static void Queue(const std::string& account, const std::string& text) {
         CBatchFolder queue;

@@ -68,7 +68,7 @@ std::string Repeat(const std::string& line, int count) {
     return text;
 }
 
-const std::string Large = Repeat("1234567\r\n", 1'500'000);
+const std::string Large = Repeat(std::string(78, 'x') + "\r\n", 150'000);
 const CSettings Required = {{"TlsMode", "Required"}, {"TlsCaFile", "CA"}};
 const CSettings Login = {{"Login", "ann"}, {"Password", "secret"}};
 const std::vector<std::string> NoPipelining = {"8BITMIME", "SIZE 20000000"};
@@ -243,6 +243,7 @@ class Misbehaviour : public CDeliveryFixture {
 protected:
     struct CCase {
         CRow row;
+        std::string host;
         std::unique_ptr<CScriptedServer> server;
         std::string account;
     };
@@ -264,9 +265,12 @@ protected:
         script.isTlsImplicit = setup.tls == Tls::Implicit;
         const std::string host = setup.tls == Tls::OtherName ? "127.0.0.2" : "127.0.0.1";
         CSettings settings = setup.settings;
+        const bool stalls =
+            std::any_of(row.turns.begin(), row.turns.end(), [](const CTurn& turn) { return turn.does == Does::Stall; });
+        if (stalls) settings.insert(settings.end(), {{"Timeout", "1"}, {"DataTimeout", "1"}});
         for (auto& [key, value] : settings)
             value = value == "CA" ? m_certificate.certificateFile : value;
-        CCase made = {row, std::make_unique<CScriptedServer>(std::move(script), host), ""};
+        CCase made = {row, host, std::make_unique<CScriptedServer>(std::move(script), host), ""};
         made.account = MakeAccount(host, made.server->GetPort(), settings);
         for (int i = 0; i < setup.messages; ++i) {
             std::string to;
@@ -320,7 +324,7 @@ TEST_F(Misbehaviour, LosesAndDoublesNothing) {
         SCOPED_TRACE(it.row.name);
         Check(it);
         it.server->SetScript({});
-        if (!it.row.setup.settings.empty()) Set(it.account, {{"TlsMode", "None"}, {"Login", ""}});
+        Configure(it.account, it.host, it.server->GetPort(), {});
     }
     m_shift = 3600;
     Run();

@@ -41,7 +41,6 @@ TEST_F(RealServers, RelayThroughPostfix) {
     server.AnswerRecipient("gone@there.example", "550 5.1.1 Unknown here");
     ASSERT_TRUE(server.Start()) << server.WhyNot();
 
-    const CSettings patient = {{"Timeout", "30"}, {"DataTimeout", "30"}};
     struct CRow {
         const char* recipients;
         std::uint16_t port;
@@ -103,9 +102,7 @@ TEST_F(RealServers, RelayThroughPostfix) {
     };
     std::vector<std::string> accounts;
     for (const CRow& row : rows) {
-        CSettings settings = patient;
-        settings.insert(settings.end(), row.settings.begin(), row.settings.end());
-        accounts.push_back(MakeAccount("127.0.0.1", row.port, settings));
+        accounts.push_back(MakeAccount("127.0.0.1", row.port, row.settings));
         Queue(accounts.back(), Message(row.recipients, row.more));
     }
     Run();
@@ -147,8 +144,7 @@ TEST_F(RealServers, PopBeforeSmtp) {
     ASSERT_TRUE(pop.Start() && sink.Start()) << pop.WhyNot() << sink.WhyNot();
     for (const char* password : {"ann pw", "wrong"}) {
         const std::string account = MakeAccount("127.0.0.1", sink.GetPort(),
-                                                {{"Timeout", "30"},
-                                                 {"PopHostName", "127.0.0.1"},
+                                                {{"PopHostName", "127.0.0.1"},
                                                  {"PopPort", std::to_string(pop.GetPort())},
                                                  {"PopLogin", "ann"},
                                                  {"PopPassword", password}});

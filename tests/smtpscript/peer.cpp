@@ -18,13 +18,15 @@ void CPeer::Take(boost::asio::ip::tcp::socket socket) {
 bool CPeer::Handshake(boost::asio::ssl::context& context) {
     m_tls.emplace(m_socket, context);
     m_input.clear();
+    m_start = 0;
     return m_waiter.Run(
         [this](auto done) { m_tls->async_handshake(boost::asio::ssl::stream_base::server, std::move(done)); });
 }
 
 bool CPeer::ReadLine(std::string& line, bool& isBare) {
     std::size_t end = 0;
-    for (std::size_t seen = 0; (end = m_input.find('\n', seen)) == std::string::npos;) {
+    for (std::size_t seen = m_start; (end = m_input.find('\n', seen)) == std::string::npos;) {
+        m_input.erase(0, std::exchange(m_start, 0));
         seen = m_input.size();
         if (seen > LongestLine) return false;
         const bool isGood = m_waiter.Run([this](auto done) {
@@ -34,8 +36,8 @@ bool CPeer::ReadLine(std::string& line, bool& isBare) {
         if (!isGood) return false;
         m_input.append(m_chunk.data(), m_waiter.GetCount());
     }
-    line = m_input.substr(0, end);
-    m_input.erase(0, end + 1);
+    line = m_input.substr(m_start, end - m_start);
+    m_start = end + 1;
     const bool isWhole = !line.empty() && line.back() == '\r';
     if (isWhole) line.pop_back();
     isBare = !isWhole || line.find('\r') != std::string::npos;

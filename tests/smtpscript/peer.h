@@ -66,6 +66,7 @@ private:
     std::optional<boost::asio::ssl::stream<boost::asio::ip::tcp::socket&>> m_tls;
     std::array<char, 16384> m_chunk{};
     std::string m_input;
+    std::size_t m_start = 0;  // of what has not been read yet
 };
 
 }  // namespace SmtpScript
