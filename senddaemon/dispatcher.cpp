@@ -86,6 +86,7 @@ DispatchStep CDispatcher::Step(Walk walk, bool& endOfQueue) {
         for (const auto& sender : m_state->senders) {
             if (sender) sender->OnIdle();
         }
+        m_state->AppendUnsaid();
         SetLastErrorText(reason);
     }
     return result;

@@ -104,6 +104,7 @@ struct CDispatcher::CState {
 
     CDeliveryLog deliveryLog;
     std::mutex unwrittenLock;
+    std::vector<CDeliveryLine> unsaid;     // "sent" lines that go with the next write
     std::vector<CDeliveryLine> unwritten;  // lines that the log did not take
     std::atomic<bool> isAnyUnwritten = false;
 
@@ -139,7 +140,9 @@ struct CDispatcher::CState {
     void AppendOutcomes(const CMessageInfo& info, std::span<const CRecipientReport> outcomes, DeliveryStatus status,
                         CDeliveryLog::Flush flush);
     void AppendForAll(const CMessageInfo& info, DeliveryStatus status, const std::string& text);
+    void AppendSent(const CMessageInfo& info, std::span<const CRecipientReport> accepted);
     void AppendLines(std::vector<CDeliveryLine> lines, CDeliveryLog::Flush flush);
+    void AppendUnsaid();     // what waits for another line
     bool AppendUnwritten();  // false when the log still takes none
 
     // deferral.cpp

@@ -199,6 +199,7 @@ void CDispatcher::CState::CancelSenders() {
     }
     guard.unlock();
     senders.clear();  // waits for their threads
+    AppendUnsaid();
     guard.lock();
     isCancelling = false;
 }

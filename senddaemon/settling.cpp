@@ -89,8 +89,26 @@ bool CDispatcher::CState::AppendUnwritten() {
     return true;
 }
 
+// One write for what was filed and what is accepted next.  A crash in between
+// costs nothing: the next start finds the file gone, and says so.
+void CDispatcher::CState::AppendSent(const CMessageInfo& info, std::span<const CRecipientReport> accepted) {
+    const std::int64_t now = clock();
+    const std::lock_guard guard(unwrittenLock);
+    for (const CRecipientReport& outcome : accepted)
+        unsaid.push_back(MakeLine(info, outcome, DeliveryStatus::Sent, now));
+}
+
+void CDispatcher::CState::AppendUnsaid() {
+    AppendLines({}, CDeliveryLog::Flush::No);
+}
+
 // Lines keep their order: behind one that could not be written the others wait.
 void CDispatcher::CState::AppendLines(std::vector<CDeliveryLine> lines, CDeliveryLog::Flush flush) {
+    {
+        const std::lock_guard guard(unwrittenLock);
+        if (!unsaid.empty()) lines.insert(lines.begin(), unsaid.begin(), unsaid.end());
+        unsaid.clear();
+    }
     if (lines.empty()) return;
     if (!isAnyUnwritten && deliveryLog.Append(lines, flush)) return;
     std::string reason;
@@ -233,7 +251,7 @@ bool CDispatcher::CState::FileSent(const std::string& messageFile, const CMessag
                                    std::span<const CRecipientReport> accepted) {
     const bool isFiled = KeepsSent() ? MoveTo(AccountFolder::Sent, messageFile, CBatchFolder::Times::Keep) == Moved::Yes
                                      : RemoveSent(messageFile);
-    if (isFiled) AppendOutcomes(info, accepted, DeliveryStatus::Sent, CDeliveryLog::Flush::No);
+    if (isFiled) AppendSent(info, accepted);
     return isFiled;
 }
 
@@ -254,7 +272,7 @@ bool CDispatcher::CState::Settle(const std::string& messageFile, const CDelivery
                   messageFile.c_str(), DescribeLastError().c_str());
         return false;
     }
-    AppendOutcomes(delivery.info, outcome.accepted, DeliveryStatus::Sent, CDeliveryLog::Flush::No);
+    AppendSent(delivery.info, outcome.accepted);
     return FileRest(messageFile, delivery.info, outcome);
 }
 
