@@ -45,6 +45,7 @@ is_alive() { [ -n "$1" ] && kill -0 "$1" 2>/dev/null; }
 note() { echo "$1 $2 $3" >>"$results"; }  # case, what, figure
 
 cleanup() {
+  set +e
   stop_postfix
   for pid in $sink_pid $proxy_pid; do kill "$pid" 2>/dev/null || true; done
   rm -rf "$work"
