@@ -54,7 +54,7 @@ struct CSetup {
 };
 
 struct CRow {
-    const char* name;
+    std::string name;
     std::vector<CTurn> turns;
     CExpected expected;
     CSetup setup = {};
@@ -182,6 +182,8 @@ std::vector<CRow> MakeMessageRows() {
          Sent(2, 2),
          {.messages = 2, .capabilities = NoPipelining}},
         {"stalls at RSET", {{Step::Rset, Does::Stall}}, Sent(2, 2), {.messages = 2, .capabilities = NoPipelining}},
+        {"closes at RSET, PIPELINING", {{Step::Rset, Does::Close}}, Sent(2, 2), {.messages = 2}},
+        {"stalls at RSET, PIPELINING", {{Step::Rset, Does::Stall}}, Sent(2, 2), {.messages = 2}},
         {"421 at RSET", {{Step::Rset, Does::ReplyAndClose, "421 4.4.2 idle"}}, Sent(2, 2), {.messages = 2}},
         {"stalls at QUIT", {{Step::Quit, Does::Stall}}, Sent()},
         {"two messages per connection",
@@ -229,12 +231,16 @@ std::vector<CRow> MakeMessageRows() {
     };
     for (const auto& [at, name] : {std::pair(Step::Mail, "MAIL"), std::pair(Step::Rcpt, "RCPT"),
                                    std::pair(Step::Data, "DATA"), std::pair(Step::EndOfData, "the end")}) {
-        rows.push_back({name, {{at, Does::Close}}, Deferred("connection")});
-        rows.push_back({name, {{at, Does::Stall}}, Deferred("within 1 second")});
-        rows.push_back({name, {{at, Does::Reply, "451-4.3.0 not\n451 4.3.0 now"}}, Deferred("now", 451)});
-        rows.push_back({name, {{at, Does::Reply, "550 5.7.1 not here"}}, Failed("not here", 550)});
-        rows.push_back({name, {{at, Does::ReplyAndClose, "421 4.3.2 closing"}}, Deferred("closing", 421)});
-        rows.push_back({name, {{at, Does::Close}}, Deferred("connection"), {.capabilities = NoPipelining}});
+        const std::string to = std::string(" ") + name;
+        rows.push_back({"closes at" + to, {{at, Does::Close}}, Deferred("connection")});
+        rows.push_back({"stalls at" + to, {{at, Does::Stall}}, Deferred("within 1 second")});
+        rows.push_back({"451 to" + to, {{at, Does::Reply, "451-4.3.0 not\n451 4.3.0 now"}}, Deferred("now", 451)});
+        rows.push_back({"550 to" + to, {{at, Does::Reply, "550 5.7.1 not here"}}, Failed("not here", 550)});
+        rows.push_back({"421 to" + to, {{at, Does::ReplyAndClose, "421 4.3.2 closing"}}, Deferred("closing", 421)});
+        rows.push_back({"no PIPELINING, closes at" + to,
+                        {{at, Does::Close}},
+                        Deferred("connection"),
+                        {.capabilities = NoPipelining}});
     }
     return rows;
 }
