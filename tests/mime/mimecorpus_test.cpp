@@ -1,53 +1,14 @@
-// Real and broken messages of other projects: the folder "mime" of the folder
-// named by LISTHAVEN_CORPUS.
-
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "mime/mimemessage.h"
-#include "mime/mimewalk.h"
 #include "mime/transferencoding.h"
-#include "utility/files.h"
-#include "utility/paths.h"
+#include "tests/mime/messagecorpus.h"
 #include "utility/text.h"
 
 namespace {
-
-std::string CorpusFolder() {
-    const char* folder = std::getenv("LISTHAVEN_CORPUS");
-    return JoinPath(folder ? folder : LISTHAVEN_SOURCE_DIR "/../shared/corpus", "mime");
-}
-
-void CollectMessages(const std::string& folder, std::vector<std::string>& paths) {
-    ListFolder(folder, "*", [&](const std::string& name, bool isFolder) {
-        const std::string path = JoinPath(folder, name);
-        if (isFolder)
-            CollectMessages(path, paths);
-        else if (name.ends_with(".eml") || name.ends_with(".msg") || name.ends_with(".raw") || name.ends_with(".txt"))
-            paths.push_back(path);
-        return true;
-    });
-}
-
-struct CContents {
-    std::vector<std::string> attachments;  // decoded
-    std::vector<std::string> texts;        // decoded
-};
-
-CContents ContentsOf(const CMimeMessage& message) {
-    CContents contents;
-    VisitEntities(*message.GetRoot(), [&contents](const CMimeEntity& entity, int) {
-        if (const auto* attachment = dynamic_cast<const CMimeAttachment*>(&entity))
-            contents.attachments.push_back(attachment->GetContent());
-        else if (entity.GetKind() == MimeClass::Text)
-            contents.texts.emplace_back(TrimRight(entity.GetBody()));
-        return true;
-    });
-    return contents;
-}
 
 // Every line of the texts, wherever it is now.
 void ExpectLines(const std::vector<std::string>& texts, const std::vector<std::string>& in) {

@@ -1,7 +1,3 @@
-// Cleaned copies of real and broken messages of other projects: the folder
-// "mime" of the folder named by LISTHAVEN_CORPUS.
-
-#include <cstdlib>
 #include <set>
 
 #include "mime/headerwords.h"
@@ -10,28 +6,13 @@
 #include "mime/mimewalk.h"
 #include "senddaemon/cleanedcopy.h"
 #include "senddaemon/wireheader.h"
+#include "tests/mime/messagecorpus.h"
 #include "tests/senddaemon/sendfixture.h"
 #include "utility/text.h"
 
 namespace SendDaemon {
 
 namespace {
-
-std::string CorpusFolder() {
-    const char* folder = std::getenv("LISTHAVEN_CORPUS");
-    return JoinPath(folder ? folder : LISTHAVEN_SOURCE_DIR "/../shared/corpus", "mime");
-}
-
-void CollectMessages(const std::string& folder, std::vector<std::string>& paths) {
-    ListFolder(folder, "*", [&](const std::string& name, bool isFolder) {
-        const std::string path = JoinPath(folder, name);
-        if (isFolder)
-            CollectMessages(path, paths);
-        else if (name.ends_with(".eml") || name.ends_with(".msg") || name.ends_with(".raw") || name.ends_with(".txt"))
-            paths.push_back(path);
-        return true;
-    });
-}
 
 std::string_view HeaderOf(std::string_view text) {
     for (std::size_t start = 0; start < text.size();) {
@@ -86,23 +67,6 @@ CHeaderFacts FactsOf(std::string_view header) {
         }
     }
     return facts;
-}
-
-struct CContents {
-    std::vector<std::string> attachments;  // decoded
-    std::vector<std::string> texts;        // decoded
-};
-
-CContents ContentsOf(const CMimeMessage& message) {
-    CContents contents;
-    VisitEntities(*message.GetRoot(), [&contents](const CMimeEntity& entity, int) {
-        if (const auto* attachment = dynamic_cast<const CMimeAttachment*>(&entity))
-            contents.attachments.push_back(attachment->GetContent());
-        else if (entity.GetKind() == MimeClass::Text)
-            contents.texts.emplace_back(TrimRight(entity.GetBody()));
-        return true;
-    });
-    return contents;
 }
 
 void ExpectFitForWire(std::string_view copy, bool has8BitMime) {
