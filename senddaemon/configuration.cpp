@@ -136,6 +136,21 @@ std::int32_t CConfiguration::GetNumber(std::string_view key) const {
     return LeadingNumber(GetText(key));
 }
 
+bool CConfiguration::GetNumberWithin(std::string_view key, std::int32_t lowest, std::int32_t highest,
+                                     std::int32_t& number) const {
+    std::string text;
+    if (!GetValue(key, text)) return false;
+    if (Trim(text).empty()) return true;
+    const auto value = ParseNumber(Trim(text));
+    if (!value || *value < lowest || *value > highest) {
+        SetLastErrorFormat("%s is \"%s\"; it must be a number from %d to %d.", std::string(key).c_str(), text.c_str(),
+                           lowest, highest);
+        return false;
+    }
+    number = static_cast<std::int32_t>(*value);
+    return true;
+}
+
 bool CConfiguration::SetValue(std::string_view key, std::string_view value) {
     if (!IsValidKey(key)) {
         SetLastErrorText(InternalErrorText(SourceName, __LINE__, InternalErrorKind::InvalidArguments));

@@ -34,8 +34,10 @@ public:
     // What this process writes is seen at once, through whatever object; what
     // another writes within 100 ms.
     bool GetValue(std::string_view key, std::string& value) const;
-    std::string GetText(std::string_view key) const;              // "" after a failure
-    std::int32_t GetNumber(std::string_view key) const;           // as far as it is decimal, else 0
+    std::string GetText(std::string_view key) const;     // "" after a failure
+    std::int32_t GetNumber(std::string_view key) const;  // as far as it is decimal, else 0
+    // The whole value must be a number in the range; one that is missing or empty leaves "number" as it is.
+    bool GetNumberWithin(std::string_view key, std::int32_t lowest, std::int32_t highest, std::int32_t& number) const;
     bool SetValue(std::string_view key, std::string_view value);  // makes the folder; tells the observers
 
     std::string GetPath() const;

@@ -17,21 +17,6 @@ namespace {
 
 constexpr std::size_t MaxExchangers = 20;  // whoever names more keeps a sender busy for hours
 
-bool ReadNumber(const CConfiguration& config, std::string_view key, std::int32_t lowest, std::int32_t highest,
-                std::int32_t& value) {
-    std::string text;
-    if (!config.GetValue(key, text)) return false;
-    if (Trim(text).empty()) return true;
-    const auto number = ParseNumber(Trim(text));
-    if (!number || *number < lowest || *number > highest) {
-        SetLastErrorFormat("%s is \"%s\"; it must be a number from %d to %d.", std::string(key).c_str(), text.c_str(),
-                           lowest, highest);
-        return false;
-    }
-    value = static_cast<std::int32_t>(*number);
-    return true;
-}
-
 // RFC 5321, 4.1.3: mail for an address literal goes to that host.
 bool IsAddressLiteral(std::string_view domain) {
     return domain.size() > 2 && domain.front() == '[' && domain.back() == ']';
@@ -51,8 +36,9 @@ std::string TraceFile() {
 bool CDnsSettings::Read(const CConfiguration& config) {
     *this = {};
     std::int32_t number = port;
-    if (!config.GetValue("DnsHostAddress", server) || !ReadNumber(config, "DnsPort", 0, 65535, number) ||
-        !ReadNumber(config, "DnsTimeout", 1, 86400, timeout) || !ReadNumber(config, "DnsRetries", 0, 100, retries))
+    if (!config.GetValue("DnsHostAddress", server) || !config.GetNumberWithin("DnsPort", 0, 65535, number) ||
+        !config.GetNumberWithin("DnsTimeout", 1, 86400, timeout) ||
+        !config.GetNumberWithin("DnsRetries", 0, 100, retries))
         return false;
     server = Trim(server);
     port = static_cast<std::uint16_t>(number);

@@ -25,26 +25,9 @@ constexpr std::int32_t DefaultMessagesPerConnection = 999;
 // what a slow server takes.
 constexpr std::int32_t LeastDataTimeout = 600;
 
-// A missing or empty value is the default.
-bool ReadNumber(const CConfiguration& config, std::string_view key, std::int32_t lowest, std::int32_t highest,
-                std::int32_t defaultValue, std::int32_t& value) {
-    std::string text;
-    if (!config.GetValue(key, text)) return false;
-    value = defaultValue;
-    if (Trim(text).empty()) return true;
-    const auto number = ParseNumber(Trim(text));
-    if (!number || *number < lowest || *number > highest) {
-        SetLastErrorFormat("%s is \"%s\"; it must be a number from %d to %d.", std::string(key).c_str(), text.c_str(),
-                           lowest, highest);
-        return false;
-    }
-    value = static_cast<std::int32_t>(*number);
-    return true;
-}
-
 bool ReadPort(const CConfiguration& config, std::string_view key, std::int32_t defaultValue, std::uint16_t& port) {
-    std::int32_t value = 0;
-    if (!ReadNumber(config, key, 1, 65535, defaultValue, value)) return false;
+    std::int32_t value = defaultValue;
+    if (!config.GetNumberWithin(key, 1, 65535, value)) return false;
     port = static_cast<std::uint16_t>(value);
     return true;
 }
@@ -59,9 +42,10 @@ bool ReadTlsMode(const CConfiguration& config, std::string_view key, Net::TlsMod
 }
 
 bool ReadTimeouts(const CConfiguration& config, CSmtpSettings& settings) {
-    if (!ReadNumber(config, "Timeout", 1, LongestTimeout, DefaultTimeout, settings.timeout)) return false;
-    return ReadNumber(config, "DataTimeout", 1, LongestTimeout, std::max(settings.timeout, LeastDataTimeout),
-                      settings.dataTimeout);
+    settings.timeout = DefaultTimeout;
+    if (!config.GetNumberWithin("Timeout", 1, LongestTimeout, settings.timeout)) return false;
+    settings.dataTimeout = std::max(settings.timeout, LeastDataTimeout);
+    return config.GetNumberWithin("DataTimeout", 1, LongestTimeout, settings.dataTimeout);
 }
 
 bool ReadPop(const CConfiguration& config, CSmtpSettings& settings) {
