@@ -93,7 +93,7 @@ struct CDirectMessageSender::CDomain {
 CDirectMessageSender::CDirectMessageSender() = default;
 
 CDirectMessageSender::~CDirectMessageSender() {
-    if (IsBusy()) Stop();
+    if (HasJob()) Stop();
     Shutdown();
 }
 

@@ -198,6 +198,10 @@ void CDispatcher::CState::CancelSenders() {
         jobEnded.wait_for(guard, std::chrono::milliseconds(50), [this] { return inProgress == 0; });
     }
     guard.unlock();
+    // Each takes leave of its server, all at the same time.
+    for (const auto& sender : senders) {
+        if (sender) sender->End();
+    }
     senders.clear();  // waits for their threads
     AppendUnsaid();
     guard.lock();

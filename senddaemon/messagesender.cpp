@@ -41,6 +41,11 @@ bool CMessageSender::IsBusy() const {
     return m_work || m_stop;
 }
 
+bool CMessageSender::HasJob() const {
+    const std::lock_guard guard(m_lock);
+    return m_work;
+}
+
 bool CMessageSender::Stop() {
     const std::lock_guard guard(m_lock);
     m_stop = true;
@@ -50,6 +55,7 @@ bool CMessageSender::Stop() {
 
 void CMessageSender::OnIdle() {}
 void CMessageSender::RunCustomJob() {}
+void CMessageSender::OnEnding() {}
 void CMessageSender::SetJobName(std::string_view name) {
     SetThreadJobName(name);
 }
@@ -86,9 +92,13 @@ bool CMessageSender::StartCustomJob() {
     return HandOver(JobState::Custom, {});
 }
 
-// The base does not call its own Stop() here: a kind's may mean something else.
-void CMessageSender::Shutdown() {
+// A kind's Stop() may mean something else.
+void CMessageSender::End() {
     CMessageSender::Stop();
+}
+
+void CMessageSender::Shutdown() {
+    End();
     if (m_thread.joinable()) m_thread.join();
 }
 
@@ -103,7 +113,7 @@ void CMessageSender::Work() {
     for (;;) {
         m_wake.wait(guard, [this] { return m_pending != JobState::Idle || m_stop; });
         const JobState state = std::exchange(m_pending, JobState::Idle);
-        if (state == JobState::Idle) return;
+        if (state == JobState::Idle) break;
         const CJob job = std::exchange(m_job, {});
         guard.unlock();
         RunJob(state, job);
@@ -115,6 +125,8 @@ void CMessageSender::Work() {
             std::this_thread::yield();
         guard.lock();
     }
+    guard.unlock();
+    OnEnding();
 }
 
 void CMessageSender::RunJob(JobState state, const CJob& job) {

@@ -60,13 +60,15 @@ public:
     virtual void OnIdle();  // there was nothing to dispatch
     virtual std::string_view GetMethodName() const = 0;
     virtual void RunCustomJob();
+    virtual void OnEnding();  // the last thing its thread does
     virtual void SetJobName(std::string_view name);
 
     // Returns at once.  config and events must outlive the job.
     bool Send(const CConfiguration& config, std::string_view returnPath, std::string_view recipients,
               std::string_view messageFile, IMessageSender_SendMessageEvents* events);
     bool StartCustomJob();
-    void Shutdown();  // waits for the running job; also several times
+    void End();       // after the running job; returns at once, so that many can end at the same time
+    void Shutdown();  // waits for that; also several times
     double GetLastDelivery() const;
 
 protected:
@@ -75,6 +77,8 @@ protected:
     // DoSend() holds for all of them; with one it is true when a recipient was
     // accepted.
     void Report(const CDeliveryReport& report) const;
+
+    bool HasJob() const;  // pending or running
 
     void LogTrace(std::string_view text) const;        // level 4
     void LogInformation(std::string_view text) const;  // level 3

@@ -8,7 +8,7 @@ SmtpMessageSender2::SmtpMessageSender2() {
 
 SmtpMessageSender2::~SmtpMessageSender2() {
     LogTrace("*** Destroying SmtpMessageSender");
-    if (IsBusy()) m_client.Cancel();
+    if (HasJob()) m_client.Cancel();
     Shutdown();
 }
 
@@ -32,6 +32,10 @@ bool SmtpMessageSender2::Stop() {
 // sender's own thread.
 void SmtpMessageSender2::OnIdle() {
     if (m_isConnected && !IsBusy() && GetLastDelivery() > IdleSeconds) StartCustomJob();
+}
+
+void SmtpMessageSender2::OnEnding() {
+    if (m_client.IsConnected()) m_client.Disconnect();
 }
 
 void SmtpMessageSender2::RunCustomJob() {

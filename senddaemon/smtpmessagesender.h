@@ -24,6 +24,7 @@ public:
     bool Stop() override;  // ends the delivery, not the thread
     void OnIdle() override;
     void RunCustomJob() override;
+    void OnEnding() override;
     std::string_view GetMethodName() const override { return MethodName; }
 
 private:

@@ -35,6 +35,9 @@ public:
     int mostRunning = 0;
     int cancelled = 0;
     int idleCalls = 0;
+    int ending = 0;       // threads that are about to end
+    int endTogether = 0;  // each waits for so many
+    int endedAlone = 0;
     std::vector<std::string> delivered;  // recipients; one by one when reporting
 
     // With isReporting "refuse" and "defer" in a recipient say what is reported
@@ -114,6 +117,13 @@ public:
     void OnIdle() override {
         const std::lock_guard guard(m_gate->lock);
         ++m_gate->idleCalls;
+    }
+    void OnEnding() override {
+        std::unique_lock guard(m_gate->lock);
+        ++m_gate->ending;
+        m_gate->changed.notify_all();
+        const auto isTogether = [this] { return m_gate->ending >= m_gate->endTogether; };
+        if (!m_gate->changed.wait_for(guard, CGate::Patience, isTogether)) ++m_gate->endedAlone;
     }
     std::string_view GetMethodName() const override { return m_name; }
 

@@ -174,6 +174,7 @@ TEST_F(Dispatcher, SendsOnAsManyConnectionsAsAllowed) {
     for (const CCase& each : {CCase{"0", 1}, CCase{"abc", 1}, CCase{"-3", 1}, CCase{"", 1}, CCase{"3", 3}}) {
         const auto gate = RegisterGatedKind("Gate");
         Set("SendMethod", "Gate");
+        gate->endTogether = each.expected;
         Set("MaxConnections", each.maxConnections);
         ASSERT_TRUE(Start());
         Queue(5);
@@ -186,6 +187,8 @@ TEST_F(Dispatcher, SendsOnAsManyConnectionsAsAllowed) {
         EXPECT_EQ(gate->mostRunning, each.expected) << each.maxConnections;
         EXPECT_GT(gate->idleCalls, 0);
         EXPECT_FALSE(m_daemon->IsAnySending());
+        m_daemon.reset();
+        EXPECT_EQ(gate->endedAlone, 0);
     }
 }
 
