@@ -279,9 +279,10 @@ protected:
         CCase made = {row, host, std::make_unique<CScriptedServer>(std::move(script), host), ""};
         made.account = MakeAccount(host, made.server->GetPort(), settings);
         for (int i = 0; i < setup.messages; ++i) {
-            std::string to;
-            for (const std::string& recipient : setup.recipients)
-                to += (to.empty() ? "" : ", ") + recipient;
+            std::string to = setup.recipients.front();
+            for (std::size_t n = 1; n < setup.recipients.size(); ++n) {
+                to += (n == 1 ? "\r\nCc: " : ", ") + setup.recipients[n];
+            }
             Queue(made.account, "From: news@harbour.example\r\nTo: " + to + "\r\nSubject: " + std::to_string(i) +
                                     "\r\nMessage-ID: <" + std::to_string(i) + "@harbour.example>\r\n\r\n" + setup.body);
         }

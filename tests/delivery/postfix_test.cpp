@@ -5,6 +5,7 @@
 #include "tests/servers/nameserver.h"
 #include "tests/servers/popserver.h"
 #include "tests/servers/smtpsink.h"
+#include "tests/smtpscript/scriptedserver.h"
 
 namespace SendDaemon {
 
@@ -22,6 +23,14 @@ protected:
         return "Received: from inside.example\r\nX-Lhv-Return-Path-Override: bounces@harbour.example\r\n" + more +
                "From: News <news@harbour.example>\r\nTo: " + to +
                "\r\nX-Secret: yes\r\nSubject: One\r\nMessage-ID: <1@harbour.example>\r\n\r\nText\r\n.\r\n";
+    }
+    std::string MakeDirectAccount(std::uint16_t port, const CNameServer& names) {
+        return MakeAccount("", port,
+                           {{"SendMethod", "DirectMessageSender"},
+                            {"DnsHostAddress", "127.0.0.1"},
+                            {"DnsPort", std::to_string(names.GetPort())},
+                            {"DnsTimeout", "5"},
+                            {"DnsRetries", "1"}});
     }
     static bool Has(const std::string& text, std::string_view part) { return text.find(part) != std::string::npos; }
     static void ExpectClean(const std::string& message) {
@@ -180,12 +189,7 @@ TEST_F(RealServers, DirectDeliveryPerDomain) {
     names.AddAddress("mx3.example", "127.0.0.4");
     ASSERT_TRUE(names.Start()) << names.WhyNot();
 
-    const std::string account = MakeAccount("", third.GetPort(),
-                                            {{"SendMethod", "DirectMessageSender"},
-                                             {"DnsHostAddress", "127.0.0.1"},
-                                             {"DnsPort", std::to_string(names.GetPort())},
-                                             {"DnsTimeout", "5"},
-                                             {"DnsRetries", "1"}});
+    const std::string account = MakeDirectAccount(third.GetPort(), names);
     Queue(account, Message("a@one.example, b@two.example, c@ONE.example, d@nowhere.example"));
     Run();
     std::string texts;
@@ -204,6 +208,33 @@ TEST_F(RealServers, DirectDeliveryPerDomain) {
     for (const std::string& line : m_log->GetLines(3))
         refusals += Has(line, "Cannot send message through the server.");
     EXPECT_EQ(refusals, 4);
+    EXPECT_EQ(second.CountMessages(), 0U);
+}
+
+// An exchanger that may have the message is the last one that is tried.
+TEST_F(RealServers, NoSecondExchangerForWhatMayBeTaken) {
+    SmtpScript::CScriptedServer first({.turns = {{SmtpScript::Step::EndOfData, SmtpScript::Does::Close}}}, "127.0.0.2");
+    CSmtpSink second({}, SinkKeeps::Messages, "127.0.0.3", first.GetPort());
+    if (!second.IsInstalled()) GTEST_SKIP() << second.WhyNot();
+    CNameServer names;
+    if (!names.IsInstalled()) GTEST_SKIP() << names.WhyNot();
+    names.AddExchanger("one.example", "mx1.example", 10);
+    names.AddExchanger("one.example", "mx2.example", 20);
+    names.AddAddress("mx1.example", "127.0.0.2");
+    names.AddAddress("mx2.example", "127.0.0.3");
+    ASSERT_TRUE(names.Start() && second.Start()) << names.WhyNot() << second.WhyNot();
+    const std::string account = MakeDirectAccount(first.GetPort(), names);
+    Queue(account, Message("a@one.example"));
+    Run();
+    std::string texts;
+    EXPECT_EQ(DescribeFolders(account), "Deferred");
+    EXPECT_EQ(DescribeLedger(account, texts), "deferred");
+    EXPECT_TRUE(Has(texts, "may have it")) << texts;
+    first.SetScript({});
+    m_shift = 3600;
+    Run();
+    EXPECT_EQ(DescribeFolders(account), "Sent");
+    EXPECT_EQ(first.GetMessages().size(), 1U);
     EXPECT_EQ(second.CountMessages(), 0U);
 }
 

@@ -55,8 +55,8 @@ struct CScript {
     std::vector<CTurn> turns;
     // With a certificate STARTTLS is among them, until it has been used.
     std::vector<std::string> capabilities = {"PIPELINING", "8BITMIME", "SIZE 20000000", "DSN", "ENHANCEDSTATUSCODES"};
-    std::string certificateFile;  // PEM; "": no TLS
-    std::string keyFile;
+    std::string certificateFile = {};  // PEM; "": no TLS
+    std::string keyFile = {};
     bool isTlsImplicit = false;
 };
 
