@@ -165,6 +165,10 @@ void CDispatcher::CState::UpdateBackOff(const CDelivery& delivery, const CDelive
         bool isAnswered = false;
         const std::string* failure = nullptr;
     };
+    if (!report.isHostUnavailable) {
+        const std::lock_guard guard(lock);
+        if (!backOff.IsAnyResting()) return;
+    }
     std::map<std::string, CNews> all;
     for (const CRecipientReport& recipient : report.recipients) {
         const bool isAccepted = recipient.outcome == RecipientOutcome::Accepted;

@@ -13,6 +13,7 @@
 #include <iterator>
 #include <utility>
 
+#include "platform/file.h"
 #include "senddaemon/daemonlog.h"
 #include "senddaemon/dispatcherstate.h"
 #include "senddaemon/messagefile.h"
@@ -110,6 +111,7 @@ void CDispatcher::CState::AppendLines(std::vector<CDeliveryLine> lines, CDeliver
         unsaid.clear();
     }
     if (lines.empty()) return;
+    if (!Platform::IsFlushEnabled()) flush = CDeliveryLog::Flush::No;  // saves the waiting for each other
     if (!isAnyUnwritten && deliveryLog.Append(lines, flush)) return;
     std::string reason;
     {
