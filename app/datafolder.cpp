@@ -99,7 +99,7 @@ std::string CheckDataFolder(std::string_view folder) {
     if (!isThere)
         return FormatText("Failed to create the data directory \"%s\". \n\nThe application will now shut down.",
                           path.c_str());
-    if (status.isReadOnly)
+    if (!Platform::MayWrite(path))
         return FormatText("The path \"%s\" is readonly. \n\nThe application will now shut down.", path.c_str());
     return {};
 }

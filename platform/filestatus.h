@@ -21,7 +21,6 @@ struct FileTimes {
 
 struct FileStatus {
     bool isFolder = false;
-    bool isReadOnly = false;  // this process may not write it
     std::uint64_t size = 0;
     std::uint64_t identity = 0;  // differs for two files that exist at one time on one volume
     FileTimes times;
@@ -29,6 +28,8 @@ struct FileStatus {
 
 bool GetFileStatus(std::string_view path, FileStatus& status);
 bool SetFileTimes(std::string_view path, const FileTimes& times);
+
+bool MayWrite(std::string_view path);  // this process, so far as the rights say
 
 bool FileIsThere(std::string_view path);    // a file, not a folder
 bool FolderIsThere(std::string_view path);  // a folder

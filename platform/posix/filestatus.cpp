@@ -33,11 +33,9 @@ timespec ToTimespec(std::int64_t nanoseconds) {
 }  // namespace
 
 bool GetFileStatus(std::string_view path, FileStatus& status) {
-    const std::string name = SystemPath(path);
     struct stat raw;
-    if (stat(name.c_str(), &raw) != 0) return false;
+    if (stat(SystemPath(path).c_str(), &raw) != 0) return false;
     status.isFolder = S_ISDIR(raw.st_mode);
-    status.isReadOnly = faccessat(AT_FDCWD, name.c_str(), W_OK, AT_EACCESS) != 0;
     status.size = static_cast<std::uint64_t>(raw.st_size);
     status.identity = raw.st_ino;
     status.times.modified = ToNanoseconds(raw.st_mtim);
@@ -48,6 +46,10 @@ bool GetFileStatus(std::string_view path, FileStatus& status) {
 bool SetFileTimes(std::string_view path, const FileTimes& times) {
     const timespec stamps[2] = {{0, UTIME_OMIT}, ToTimespec(times.modified)};
     return utimensat(AT_FDCWD, SystemPath(path).c_str(), stamps, 0) == 0;
+}
+
+bool MayWrite(std::string_view path) {
+    return faccessat(AT_FDCWD, SystemPath(path).c_str(), W_OK, AT_EACCESS) == 0;
 }
 
 bool FileIsThere(std::string_view path) {
