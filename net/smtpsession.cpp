@@ -268,6 +268,9 @@ int CSmtpSession::GetLastCode() const noexcept {
 std::string CSmtpSession::GetLastReplyText() const {
     return m_state->lastReply;
 }
+std::string CSmtpSession::GetLastEnhancedCode() const {
+    return m_state->lastCode != 0 ? m_state->Reply().enhanced : std::string();
+}
 std::string CSmtpSession::GetLastCommand() const {
     return m_state->lastCommand;
 }

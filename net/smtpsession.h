@@ -100,7 +100,8 @@ public:
     void Close() noexcept;  // QUIT, and waits a moment for the reply
 
     int GetLastCode() const noexcept;
-    std::string GetLastReplyText() const;  // at most 128 characters
+    std::string GetLastReplyText() const;  // at most 128 characters, with the codes
+    std::string GetLastEnhancedCode() const;
     std::string GetLastCommand() const;    // passwords masked
     const Failure& GetFailure() const noexcept;
 

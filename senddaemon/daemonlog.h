@@ -16,6 +16,7 @@
 
 namespace SendDaemon {
 
+inline constexpr int LogLevelWarning = 0;
 inline constexpr int LogLevelFailure = 2;  // moves that failed
 inline constexpr int LogLevelNotice = 3;   // for the operator
 inline constexpr int LogLevelTrace = 4;

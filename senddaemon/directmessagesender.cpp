@@ -123,6 +123,8 @@ bool CDirectMessageSender::DoSend(const CConfiguration& config, const std::strin
         const std::string recipient(each);
         std::string domain;
         if (!CMxRecordEnumerator::GetRecipientDomain(recipient, domain)) {
+            LogRecipient(recipient);
+            LogLookupFailure(config, DescribeLastError());
             Report({.recipients = {{.recipient = recipient,
                                     .outcome = RecipientOutcome::Refused,
                                     .host = {},
@@ -151,10 +153,20 @@ bool CDirectMessageSender::DoSend(const CConfiguration& config, const std::strin
     return isSent;
 }
 
+void CDirectMessageSender::LogRecipient(const std::string& recipient) const {
+    LogInformation(FormatText("Sending message directly to the following recipient: \"%s\".", recipient.c_str()));
+}
+
+void CDirectMessageSender::LogLookupFailure(const CConfiguration& config, const std::string& reason) const {
+    const std::string server = config.GetText("DnsHostAddress");
+    LogError(FormatText("Unable to read MX record using the following DNS server: \"%s\". %s", server.c_str(),
+                        reason.c_str()));
+}
+
 // False when it could not be delivered to everybody there.
 bool CDirectMessageSender::SendToDomain(const CMessage& message, CDomain& domain) {
     for (const std::string& recipient : domain.waiting)
-        LogInformation(FormatText("Sending message directly to the following recipient: \"%s\".", recipient.c_str()));
+        LogRecipient(recipient);
     std::vector<std::string> exchangers;
     {
         const std::lock_guard guard(m_cancelLock);
@@ -166,9 +178,7 @@ bool CDirectMessageSender::SendToDomain(const CMessage& message, CDomain& domain
     if (isFound) {
         isSent = SendThrough(message, exchangers, domain);
     } else if (!m_isCancelled) {
-        const std::string server = message.config.GetText("DnsHostAddress");
-        LogError(FormatText("Unable to read MX record using the following DNS server: \"%s\". %s", server.c_str(),
-                            reason.c_str()));
+        LogLookupFailure(message.config, reason);
         const bool useFallback = message.config.GetNumber("DnsUseFallback") > 0;
         for (const std::string& recipient : domain.waiting) {
             domain.lastAnswer[recipient] = {

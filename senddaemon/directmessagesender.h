@@ -37,6 +37,8 @@ private:
     struct CDomain;   // recipients at one domain, and what became of them
     struct CMessage;  // what is the same for all of them
 
+    void LogRecipient(const std::string& recipient) const;
+    void LogLookupFailure(const CConfiguration& config, const std::string& reason) const;
     bool SendToDomain(const CMessage& message, CDomain& domain);
     bool SendThrough(const CMessage& message, const std::vector<std::string>& exchangers, CDomain& domain);
     bool SendThroughOne(const CMessage& message, const std::string& exchanger, CDomain& domain);

@@ -27,6 +27,10 @@ bool CPopClient::Connect(const CSmtpSettings& settings, const std::string& trace
 
 bool CPopClient::Login(Net::Pop3Login method, const CSmtpSettings& settings) {
     LogStep("Login ()");
+    if (method == Net::Pop3Login::UserPass && !m_session.GetConnection().IsEncrypted()) {
+        LogFormat(LogLevelWarning, "The password for %s is sent to %s without encryption.", settings.popLogin.c_str(),
+                  settings.popHostName.c_str());
+    }
     if (m_session.Login(method, settings.popLogin, settings.popPassword)) return true;
     SetLastErrorText(m_session.GetFailure().text);
     return false;

@@ -18,7 +18,6 @@ namespace SendDaemon {
 
 namespace {
 
-constexpr int LogLevelWarning = 0;
 constexpr std::int64_t AnswerPatience = 5000;  // milliseconds
 
 std::int64_t SteadyMilliseconds() {
@@ -183,18 +182,19 @@ bool CSmtpClient::FailToConnect() {
     constexpr int LowestRefusal = 400;
     const int code = m_session.GetLastCode();
     m_connectCode = code >= LowestRefusal ? code : 0;
+    m_connectEnhanced = m_session.GetLastEnhancedCode();
     SetLastErrorText(DescribeFailure());
     return false;
 }
 
-// "COMMAND -> REPLY", as far as they are known.
+// "COMMAND -> REPLY", as far as they are known, and have to do with it.
 std::string CSmtpClient::DescribeFailure() const {
     if (m_isCancelled) return "User cancel";
     const Net::Failure& failure = m_session.GetFailure();
     std::string reason = failure.kind == Net::FailureKind::Reply ? m_session.GetLastReplyText() : failure.text;
     if (reason.empty()) reason = "Unknown error";
     const std::string command = m_session.GetLastCommand();
-    return command.empty() ? reason : command + " -> " + reason;
+    return command.empty() || failure.kind == Net::FailureKind::Local ? reason : command + " -> " + reason;
 }
 
 // An open session is used again unless the operator has changed the settings.
@@ -202,13 +202,13 @@ bool CSmtpClient::PrepareSession(const CConfiguration& config) {
     CSmtpSettings settings;
     m_connectFailure.clear();
     m_connectCode = 0;
-    if (!settings.Read(config)) {
-        m_connectFailure = DescribeLastError();
-        return false;
+    if (settings.Read(config)) {
+        if (m_session.IsOpen() && settings != m_settings) Disconnect();
+        m_settings = std::move(settings);
+        if (Reset() || Connect()) return true;
+    } else {
+        LogFormat(LogLevelFailure, "Error while connecting: %s", DescribeLastError().c_str());
     }
-    if (m_session.IsOpen() && settings != m_settings) Disconnect();
-    m_settings = std::move(settings);
-    if (Reset() || Connect()) return true;
     m_connectFailure = DescribeLastError();
     SetLastErrorText("Error while connecting to the server");
     return false;
@@ -317,15 +317,20 @@ void CSmtpClient::ReportUntried(const CJob& job, Obstacle obstacle, const std::s
     if (m_isCancelled) return;
     CDeliveryReport report;
     report.isHostUnavailable = obstacle == Obstacle::Server;
-    std::string_view enhanced = report.isHostUnavailable ? "4.4.1" : "4.3.0";
-    if (m_connectCode != 0) enhanced = {};  // the text holds the one of the reply
+    std::string enhanced = report.isHostUnavailable ? "4.4.1" : "4.3.0";
+    std::string text = reason;
+    if (m_connectCode != 0) {  // the codes have places of their own
+        enhanced = m_connectEnhanced;
+        const std::string codes = std::to_string(m_connectCode) + ' ' + enhanced + (enhanced.empty() ? "" : " ");
+        if (const std::size_t at = text.find(codes); at != std::string::npos) text.erase(at, codes.size());
+    }
     for (const std::string& recipient : job.envelope.recipients) {
         report.recipients.push_back({.recipient = recipient,
                                      .outcome = RecipientOutcome::Deferred,
                                      .host = m_settings.hostName,
                                      .code = m_connectCode,
-                                     .enhanced = std::string(enhanced),
-                                     .text = reason});
+                                     .enhanced = enhanced,
+                                     .text = text});
     }
     if (*job.settled) (*job.settled)(report);
 }

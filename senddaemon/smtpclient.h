@@ -84,6 +84,7 @@ private:
     CSmtpSettings m_settings;
     std::string m_connectFailure;
     int m_connectCode = 0;  // of the reply that was it; 0 without
+    std::string m_connectEnhanced;
     std::int32_t m_sentOnSession = 0;
     bool m_closeAfterMessage = false;
     std::atomic<bool> m_isCancelled = false;

@@ -155,6 +155,7 @@ TEST_F(RealServers, PopBeforeSmtp) {
         const std::string account = MakeAccount("127.0.0.1", sink.GetPort(),
                                                 {{"PopHostName", "127.0.0.1"},
                                                  {"PopPort", std::to_string(pop.GetPort())},
+                                                 {"PopTlsMode", "None"},
                                                  {"PopLogin", "ann"},
                                                  {"PopPassword", password}});
         Queue(account, Message("a@there.example"));
@@ -162,6 +163,7 @@ TEST_F(RealServers, PopBeforeSmtp) {
         EXPECT_EQ(DescribeFolders(account), "Sent");
         const bool isWrong = std::string_view(password) == "wrong";
         EXPECT_EQ(m_log->Contains(2, "POP3 authentication failed"), isWrong);
+        EXPECT_EQ(m_log->Contains(0, "The password for ann is sent"), isWrong);  // APOP sends none
         const std::string log = pop.GetLog();
         EXPECT_EQ(Has(log, "method=PLAIN"), isWrong) << log;  // USER and PASS, after APOP
         EXPECT_TRUE(Has(log, "Login: user=<ann>, method=APOP")) << log;
