@@ -22,6 +22,7 @@
 #include "senddaemon/messagesender.h"
 #include "senddaemon/senderfactory.h"
 #include "senddaemon/sendevents.h"
+#include "utility/files.h"
 #include "utility/lasterror.h"
 #include "utility/paths.h"
 
@@ -32,7 +33,8 @@ using SendDaemon::CRecipientReport;
 using SendDaemon::DeliveryStatus;
 using SendDaemon::RecipientOutcome;
 
-constexpr std::string_view TestFolder = ".Test";  // in the account's root folder: no queue walk looks there
+constexpr std::string_view TestFolder = ".Test";              // in the account's root folder: no queue walk looks there
+constexpr std::int64_t LongestDelivery = 86'400'000'000'000;  // nanoseconds, generously
 
 bool MakeCopy(std::uint32_t listNumber, std::string_view address, const CMimeMessage& message, std::string& text) {
     BroadcastList list;
@@ -142,6 +144,18 @@ struct CTemporaryMessage {
     }
 };
 
+// Of programs that died; a file of today may be another one's that runs.
+void RemoveLeftovers(const std::string& folder) {
+    const std::int64_t now = Platform::NanosecondsSince1970();
+    ListFolder(folder, "*", [&](const std::string& name, bool isFolder) {
+        const std::string path = JoinPath(folder, name);
+        Platform::FileStatus status;
+        if (!isFolder && Platform::GetFileStatus(path, status) && now - status.times.modified > LongestDelivery)
+            Platform::RemoveFile(path);
+        return true;
+    });
+}
+
 }  // namespace
 
 bool SendTestCopy(std::uint32_t listNumber, std::string_view address, const CMimeMessage& message,
@@ -150,6 +164,7 @@ bool SendTestCopy(std::uint32_t listNumber, std::string_view address, const CMim
     std::string text;
     CTemporaryMessage file;
     SendDaemon::CMessageInfo info;
+    RemoveLeftovers(JoinPath(root, TestFolder));
     if (!RefreshAccount(listNumber) || !MakeCopy(listNumber, address, message, text) ||
         !WriteMessageToFolder(text, JoinPath(root, TestFolder), file.path) ||
         !SendDaemon::ReadMessageInfo(file.path, info)) {

@@ -98,6 +98,27 @@ TEST(Commands, JsonNamesWhatTheTablesShow) {
     }
 }
 
+TEST(Commands, ATestCopyLeavesNothingBehind) {
+    CProgramRunner runner;
+    runner.MakeNullList("News");
+    runner.MustRun({"member", "add", "News", "anna@b.example", "--name", "Anna Berg"});
+    const std::filesystem::path folder = runner.DataFolder() + "/SendDaemon/1/.Test";
+    std::filesystem::create_directories(folder);
+    for (const char* left : {"1.eml", "1.eml.clean", "2.eml"})
+        std::ofstream(folder / left) << "From: a@b.example\r\n\r\n";
+    for (const char* old : {"1.eml", "1.eml.clean"})
+        std::filesystem::last_write_time(folder / old,
+                                         std::filesystem::file_time_type::clock::now() - std::chrono::hours(25));
+    const std::string message = runner.WriteFile("message.eml", Message);
+    EXPECT_EQ(runner.MustRun({"test-send", "News", "anna@b.example", message}), "Sent to anna@b.example.\n");
+    const std::vector<std::string> copies = DeliveredCopies(runner);
+    ASSERT_EQ(copies.size(), 1U);
+    EXPECT_TRUE(Contains(copies[0], "Subject: Hello Anna\r\n")) << copies[0];
+    std::filesystem::remove(folder / "2.eml");  // of a program that may still run
+    EXPECT_TRUE(std::filesystem::is_empty(folder));
+    EXPECT_TRUE(Contains(runner.MustRun({"delivery", "News"}), "sent "));
+}
+
 TEST(Commands, MessagesAreShownWithTheirTree) {
     CProgramRunner runner;
     const std::string file = runner.WriteFile("message.eml", Message);
