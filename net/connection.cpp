@@ -350,7 +350,8 @@ bool CConnection::CState::Handshake(std::chrono::milliseconds limit) {
         return FailIn(wait, "finish the TLS handshake", limit);
     }
     if (result.category() == asio::error::get_ssl_category())
-        return Fail(FailureKind::Tls, "The TLS handshake with " + options.host + " failed: " + result.message());
+        return Fail(FailureKind::Tls, "The TLS handshake with " + options.host + " failed: " +
+                                          DescribeHandshakeFailure(static_cast<unsigned long>(result.value())));
     if (result == asio::error::eof || result == asio::ssl::error::stream_truncated)
         return Fail(FailureKind::Tls, options.host + " has closed the connection during the TLS handshake");
     if (result)
@@ -408,8 +409,8 @@ bool CConnection::ReadLine(std::string& line, std::size_t maxLength, Millisecond
     CState& s = *m_state;
     bool isWhole = false;
     return s.ReadLine(line, maxLength, isWhole, limit) &&
-           (isWhole || s.Fail(FailureKind::Protocol,
-                              s.options.host + " has sent a line of more than " + std::to_string(maxLength) + " octets"));
+           (isWhole || s.Fail(FailureKind::Protocol, s.options.host + " has sent a line of more than " +
+                                                         std::to_string(maxLength) + " octets"));
 }
 
 bool CConnection::ReadPiece(std::string& piece, std::size_t maxLength, bool& endsLine, Milliseconds limit) {

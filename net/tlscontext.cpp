@@ -11,6 +11,7 @@
 
 #include "net/smtpgrammar.h"
 #include "platform/filestatus.h"
+#include "platform/systemerror.h"
 #include "utility/text.h"
 
 namespace Net {
@@ -36,6 +37,8 @@ struct CTrusted {
 std::string LastTlsError() {
     const unsigned long code = ERR_get_error();
     ERR_clear_error();
+    if (ERR_SYSTEM_ERROR(code))
+        return Platform::SystemErrorText(static_cast<Platform::SystemError>(ERR_GET_REASON(code)));
     const char* reason = code ? ERR_reason_error_string(code) : nullptr;
     return reason ? reason : "unknown error";
 }
@@ -173,6 +176,13 @@ SSL* MakeTls(const std::string& caFile, const std::string& host, std::string& er
     }
     SSL_set_verify(ssl.get(), SSL_VERIFY_NONE, nullptr);
     return ssl.release();
+}
+
+std::string DescribeHandshakeFailure(unsigned long code) {
+    // What a server that talks in the clear says is taken for a TLS record of some unheard-of version.
+    if (ERR_GET_REASON(code) == SSL_R_WRONG_VERSION_NUMBER) return "the server does not speak TLS on this port";
+    const char* reason = ERR_reason_error_string(code);
+    return reason ? reason : "unknown error";
 }
 
 bool CheckCertificate(SSL* ssl, const std::string& host, std::string& text) {

@@ -22,6 +22,9 @@ namespace Net {
 // is said.
 SSL* MakeTls(const std::string& caFile, const std::string& host, std::string& error);
 
+// code: an error number of OpenSSL, from a handshake.
+std::string DescribeHandshakeFailure(unsigned long code);
+
 // After the handshake.  text is the subject when it passes, else why it does not.
 bool CheckCertificate(SSL* ssl, const std::string& host, std::string& text);
 

@@ -65,10 +65,10 @@ TEST_F(Tls, ModesAndCertificates) {
         {TlsMode::Required, Good, "", "localhost", FailureKind::Certificate, false, false, "signed by itself"},
         {TlsMode::Required, Expired, Expired, "localhost", FailureKind::Certificate, false, false, "has expired on 20"},
         {TlsMode::Required, "", Good, "localhost", FailureKind::Tls, false, false, "does not offer"},
-        {TlsMode::Required, Good, Good + ".gone", "localhost", FailureKind::Local, false, false, "cannot be read"},
+        {TlsMode::Required, Good, Good + ".gone", "localhost", FailureKind::Local, false, false, ".gone: No such"},
         {TlsMode::Implicit, Good, Good, "localhost", FailureKind::None, true, true, ""},
         {TlsMode::Implicit, Good, Good, "mx.example", FailureKind::Certificate, false, false, "mx.example"},
-        {TlsMode::Implicit, "", Good, "localhost", FailureKind::Tls, false, false, "handshake"},
+        {TlsMode::Implicit, "", Good, "localhost", FailureKind::Tls, false, false, "does not speak TLS"},
     };
     for (const auto& test : Cases) {
         CScript script = Script();
