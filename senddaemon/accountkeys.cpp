@@ -53,7 +53,7 @@ constexpr auto Keys = std::to_array<CAccountKey>({
      "", TlsModes},
     {"TlsCaFile", Text, "", "", "PEM file of the authorities to trust; empty: those of the system", ""},
     {"HeloName", Text, "", "", "name that this host gives itself in EHLO; empty: its own", ""},
-    {"KeepHeaders", Text, "", "", "further header fields that go along, separated by commas", ""},
+    {"KeepHeaders", FieldNames, "", "", "further header fields that go along, separated by commas", ""},
     {"TurnOffDeliveryNotifications", Choice, "False", "",
      "True: servers are asked for no delivery status notifications", "(always False)", "False|True"},
     {"EnableTrace",
@@ -113,6 +113,15 @@ constexpr auto Keys = std::to_array<CAccountKey>({
     {"NullSenderWait", Number, "300", "milliseconds", "null sender: pause after each message", "", {}, 0, 3600000},
 });
 
+bool AreFieldNames(std::string_view value) {
+    for (const std::string_view each : Split(value, ',')) {
+        const std::string_view name = Trim(each);
+        const auto isOfName = [](char c) { return c > 32 && c < 127 && c != ':'; };  // RFC 5322, 3.6.8
+        if (!std::all_of(name.begin(), name.end(), isOfName)) return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 std::span<const CAccountKey> GetAccountKeys() noexcept {
@@ -147,6 +156,10 @@ bool IsAccountValue(const CAccountKey& key, std::string_view value, std::string&
     }
     if (key.kind == Schedule && !CRetrySchedule().Parse(value)) {
         reason = "must be times such as 5m,1h,8h";
+        return false;
+    }
+    if (key.kind == FieldNames && !AreFieldNames(value)) {
+        reason = "must be names of header fields, separated by commas";
         return false;
     }
     return true;

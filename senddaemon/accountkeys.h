@@ -19,6 +19,7 @@ enum class AccountValueKind : std::uint8_t {
     Number,  // in the range
     Choice,  // one of the names, separated by "|"
     Schedule,
+    FieldNames,  // of header fields, separated by commas
 };
 
 struct CAccountKey {

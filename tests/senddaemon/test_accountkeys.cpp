@@ -15,10 +15,20 @@ TEST(AccountKeys, ValuesAreCheckedByKey) {
         const char* key;
         const char* value;
         bool isGood;
-    } rows[] = {{"tlsmode", "Required", true},    {"TlsMode", "required", false}, {"TlsMode", "", true},
-                {"SendMethod", "", false},        {"Timeout", "0", false},        {"Timeout", "60", true},
-                {"Timeout", "60s", false},        {"HostPort", "65536", false},   {"RetrySchedule", "5m,1h", true},
-                {"RetrySchedule", "soon", false}, {"HeloName", "a\r\nb", false},  {"Password", "a b|c", true}};
+    } rows[] = {{"tlsmode", "Required", true},
+                {"TlsMode", "required", false},
+                {"TlsMode", "", true},
+                {"SendMethod", "", false},
+                {"Timeout", "0", false},
+                {"Timeout", "60", true},
+                {"Timeout", "60s", false},
+                {"HostPort", "65536", false},
+                {"RetrySchedule", "5m,1h", true},
+                {"RetrySchedule", "soon", false},
+                {"HeloName", "a\r\nb", false},
+                {"Password", "a b|c", true},
+                {"KeepHeaders", "List-Id, X-A", true},
+                {"KeepHeaders", "X-A: b", false}};
     for (const auto& row : rows) {
         const CAccountKey* key = FindAccountKey(row.key);
         ASSERT_NE(key, nullptr) << row.key;
