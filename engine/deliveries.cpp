@@ -64,7 +64,7 @@ std::uint64_t& CountFor(CBroadcastDeliveries& counts, DeliveryStatus status) {
 // In the order of the first lines.
 class CSummary {
 public:
-    bool Read(const std::string& accountRoot);
+    bool Read(const std::string& accountRoot, std::uint64_t* skipped);
     bool AddJobs(std::uint32_t listNumber, std::uint64_t inQueue);
     std::vector<CBroadcastDeliveries> Finish();
 
@@ -85,13 +85,14 @@ std::uint32_t CSummary::FindBroadcast(const std::string& id) {
     return found->second;
 }
 
-bool CSummary::Read(const std::string& accountRoot) {
+bool CSummary::Read(const std::string& accountRoot, std::uint64_t* skipped) {
     std::unordered_map<std::uint64_t, CRecipientState> states;
     std::string key;
-    const bool isRead = SendDaemon::ForEachDeliveryLine(accountRoot, [&](const CDeliveryLine& line) {
+    const auto visit = [&](const CDeliveryLine& line) {
         states[HashOf(line, key)] = {FindBroadcast(line.broadcast), line.status};
         return true;
-    });
+    };
+    const bool isRead = SendDaemon::ForEachDeliveryLine(accountRoot, visit, skipped);
     for (const auto& [hash, state] : states)
         ++CountFor(m_broadcasts[state.broadcast], state.status);
     return isRead;
@@ -144,11 +145,12 @@ bool ForEachDelivery(std::string_view accountRoot, const CDeliveryFilter& filter
         skipped);
 }
 
-bool SummarizeDeliveries(std::uint32_t listNumber, std::vector<CBroadcastDeliveries>& broadcasts) {
+bool SummarizeDeliveries(std::uint32_t listNumber, std::vector<CBroadcastDeliveries>& broadcasts,
+                         std::uint64_t* skipped) {
     const std::string root = GetAccountRoot(listNumber);
     CSummary summary;
     const SendDaemon::CAccountCounts queue = SendDaemon::CountAccountMessages(root);
-    if (!summary.Read(root) || !summary.AddJobs(listNumber, queue.waiting + queue.claimed)) return false;
+    if (!summary.Read(root, skipped) || !summary.AddJobs(listNumber, queue.waiting + queue.claimed)) return false;
     broadcasts = summary.Finish();
     return true;
 }

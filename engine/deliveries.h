@@ -46,8 +46,9 @@ struct CBroadcastDeliveries {
 };
 
 // The oldest first.  Copies that no line speaks of are waiting as far as the
-// list's queue has that many messages.
-bool SummarizeDeliveries(std::uint32_t listNumber, std::vector<CBroadcastDeliveries>& broadcasts);
+// list's queue has that many messages.  skipped as above.
+bool SummarizeDeliveries(std::uint32_t listNumber, std::vector<CBroadcastDeliveries>& broadcasts,
+                         std::uint64_t* skipped = nullptr);
 
 enum class RetryScope : std::uint8_t { Failed, FailedAndExpired };
 

@@ -19,6 +19,7 @@ std::optional<std::string> EnvironmentValue(std::string_view name);
 
 bool OutputIsTerminal() noexcept;
 bool ErrorOutputIsTerminal() noexcept;
+std::size_t ErrorOutputColumns() noexcept;  // of that terminal; 80 when it does not say
 bool InputIsTerminal() noexcept;
 
 // From then on Ctrl-C, a request to end the process and the closing of its

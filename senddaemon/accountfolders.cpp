@@ -1,6 +1,9 @@
 #include "senddaemon/accountfolders.h"
 
+#include <functional>
+
 #include "platform/directorysearch.h"
+#include "senddaemon/queuename.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"
 #include "utility/paths.h"
@@ -12,7 +15,7 @@ namespace {
 constexpr std::array<std::string_view, AccountFolderCount> FolderNames = {"",         ".Queue",   ".Sent",    ".Errors",
                                                                           ".Expired", ".Blocked", ".Deferred"};
 
-std::uint64_t CountBatches(const std::string& queue) {
+std::uint64_t CountBatches(const std::string& queue, const std::function<void(const std::string& name)>& visit = {}) {
     Platform::CDirectorySearch batches;
     Platform::DirectoryEntry entry;
     std::uint64_t count = 0;
@@ -23,7 +26,9 @@ std::uint64_t CountBatches(const std::string& queue) {
         Platform::DirectoryEntry message;
         if (!messages.Open(JoinPath(queue, entry.name), "*.eml")) continue;
         while (messages.Next(message) == Platform::CDirectorySearch::Step::Entry) {
-            if (!message.isFolder) ++count;
+            if (message.isFolder) continue;
+            ++count;
+            if (visit) visit(message.name);
         }
     }
     return count;
@@ -81,6 +86,17 @@ CAccountCounts CountAccountMessages(std::string_view accountRoot) {
             .expired = count(AccountFolder::Expired),
             .parked = count(AccountFolder::Parked),
             .deferred = count(AccountFolder::Deferred)};
+}
+
+CDeferredMessages FindDeferredMessages(std::string_view accountRoot) {
+    CDeferredMessages found;
+    found.count =
+        CountBatches(GetAccountFolderPath(accountRoot, AccountFolder::Deferred), [&](const std::string& file) {
+            CQueueName name;
+            if (!ParseQueueName(file, name) || !name.due) return;
+            if (found.firstDue == 0 || *name.due < found.firstDue) found.firstDue = *name.due;
+        });
+    return found;
 }
 
 }  // namespace SendDaemon

@@ -65,6 +65,12 @@ struct CAccountCounts {
 };
 CAccountCounts CountAccountMessages(std::string_view accountRoot);  // a folder that is missing has none
 
+struct CDeferredMessages {
+    std::uint64_t count = 0;
+    std::int64_t firstDue = 0;  // seconds since 1970, by the names of the files; 0: none says
+};
+CDeferredMessages FindDeferredMessages(std::string_view accountRoot);
+
 }  // namespace SendDaemon
 
 #endif  // LISTHAVEN_SENDDAEMON_ACCOUNTFOLDERS_H

@@ -1,6 +1,7 @@
 #include "platform/process.h"
 
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -40,6 +41,11 @@ bool OutputIsTerminal() noexcept {
 
 bool ErrorOutputIsTerminal() noexcept {
     return isatty(STDERR_FILENO) == 1;
+}
+
+std::size_t ErrorOutputColumns() noexcept {
+    winsize size{};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
 bool InputIsTerminal() noexcept {

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/broadcastjob.h"
 #include "engine/catalogue.h"
 #include "engine/deliveries.h"
 #include "engine/listaccount.h"
@@ -59,6 +60,18 @@ void PrintLine(const CDeliveryLine& line) {
                 Printable(reason).c_str());
 }
 
+void SayUnreadable(std::uint64_t lines) {
+    if (lines == 0) return;
+    std::fflush(stdout);
+    std::fprintf(stderr, "listhaven: %s lines of the delivery log could not be read\n", Number(lines).c_str());
+}
+
+// Asked when nothing came of it, which a broadcast that never was is the likeliest reason of.
+void CheckBroadcast(const std::string& id) {
+    BroadcastInfo info;
+    if (!id.empty() && !CBroadcastJobs().Get(id, info)) FailWithLastError("broadcast " + id);
+}
+
 void Show(const CArguments& arguments) {
     if (arguments.list.empty()) throw CUsageFailure("LIST is required");
     CDeliveryFilter filter{
@@ -88,16 +101,14 @@ void Show(const CArguments& arguments) {
         &skipped);
     if (arguments.json) std::fputs("\n]\n", stdout);
     if (!isRead) FailWithLastError("the delivery log could not be read");
-    if (skipped != 0) {
-        std::fflush(stdout);
-        std::fprintf(stderr, "%llu lines of the delivery log could not be read.\n",
-                     static_cast<unsigned long long>(skipped));
-    }
+    SayUnreadable(skipped);
+    if (isFirst) CheckBroadcast(arguments.broadcast);
 }
 
 void Summarize(const CArguments& arguments) {
     std::vector<CBroadcastDeliveries> broadcasts;
-    if (!SummarizeDeliveries(OpenList(arguments.list), broadcasts))
+    std::uint64_t skipped = 0;
+    if (!SummarizeDeliveries(OpenList(arguments.list), broadcasts, &skipped))
         FailWithLastError("the deliveries could not be counted");
     boost::json::array document;
     CTablePrinter table(
@@ -117,6 +128,7 @@ void Summarize(const CArguments& arguments) {
                       Number(counts.parked), Number(counts.waiting)});
     }
     arguments.json ? PrintJson(document) : table.Print();
+    SayUnreadable(skipped);
 }
 
 void Retry(const CArguments& arguments) {
@@ -125,6 +137,7 @@ void Retry(const CArguments& arguments) {
     CRetryResult result;
     if (!RetryFailed(root, arguments.broadcast, scope, Platform::SecondsSince1970(), result))
         FailWithLastError("the messages could not be put back into the queue");
+    if (result.messages + result.settled + result.doubles + result.failures == 0) CheckBroadcast(arguments.broadcast);
     if (arguments.json)
         PrintJson({{"messages", result.messages},
                    {"recipients", result.recipients},

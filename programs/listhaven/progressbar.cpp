@@ -27,8 +27,11 @@ bool CProgressBar::IsDue() {
     return true;
 }
 
-void CProgressBar::Show(const std::function<std::string()>& text) {
-    if (IsDue()) std::fprintf(stderr, "\r\033[K%s %s", m_caption.c_str(), text().c_str());
+void CProgressBar::Show(const std::function<std::string(std::size_t columns)>& text) {
+    if (!IsDue()) return;
+    const std::size_t taken = m_caption.size() + 2;  // the last column stays free: some terminals wrap there
+    const std::size_t columns = std::max(Platform::ErrorOutputColumns(), taken) - taken;
+    std::fprintf(stderr, "\r\033[K%s %s", m_caption.c_str(), text(columns).c_str());
 }
 
 void CProgressBar::Show(std::uint64_t done) {

@@ -17,8 +17,9 @@ public:
 
     void Show(std::uint64_t done);  // redraws at most ten times a second
     void Show(std::uint64_t done, std::uint64_t total);
-    // A line made by "text", which is asked for only when it is drawn.
-    void Show(const std::function<std::string()>& text);
+    // A line made by "text", which is asked for only when it is drawn.  What is
+    // longer than "columns" wraps, and is not cleaned.
+    void Show(const std::function<std::string(std::size_t columns)>& text);
 
 private:
     bool IsDue();

@@ -94,9 +94,10 @@ void DispatchUntilStopped(CDaemonHost& host) {
         KeepLogWithinLimit();
     };
     const SendDaemon::CSendResult result = RunUntilStopped(host.GetDaemon(), options);
-    std::printf("%llu sent, %llu failed, %llu held back, %llu expired\n", static_cast<unsigned long long>(result.sent),
-                static_cast<unsigned long long>(result.failed), static_cast<unsigned long long>(result.heldBack),
-                static_cast<unsigned long long>(result.expired));
+    std::printf("%llu sent, %llu failed, %llu held back, %llu expired, %llu deferred\n",
+                static_cast<unsigned long long>(result.sent), static_cast<unsigned long long>(result.failed),
+                static_cast<unsigned long long>(result.heldBack), static_cast<unsigned long long>(result.expired),
+                static_cast<unsigned long long>(result.deferred));
 }
 
 void Run() {

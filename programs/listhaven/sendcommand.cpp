@@ -7,11 +7,13 @@
 #include <vector>
 
 #include "engine/daemonhost.h"
+#include "engine/listaccount.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/progressbar.h"
 #include "programs/listhaven/tableprinter.h"
+#include "senddaemon/accountfolders.h"
 #include "senddaemon/sendloop.h"
 
 namespace {
@@ -32,15 +34,35 @@ std::string CountsText(const SendDaemon::CDispatchTotals& totals) {
 }
 
 // One piece per list that has sent or tried to: "Harbour News: 120 sent, 3 deferred".
-std::string ProgressText(const CDaemonHost& host) {
+// The sum of them where that does not fit.
+std::string ProgressText(const CDaemonHost& host, std::size_t columns) {
     std::string text;
+    SendDaemon::CDispatchTotals sum;
+    std::size_t active = 0;
     for (const CListProgress& list : host.GetProgress()) {
         const std::string counts = CountsText(list.totals);
         if (counts.empty()) continue;
-        if (!text.empty()) text += " | ";
+        if (++active > 1) text += " | ";
         text += Printable(list.name) + ": " + counts;
+        sum.sent += list.totals.sent;
+        sum.failed += list.totals.failed;
+        sum.parked += list.totals.parked;
+        sum.expired += list.totals.expired;
+        sum.deferred += list.totals.deferred;
     }
-    return text;
+    if (text.size() <= columns) return text;
+    return std::to_string(active) + (active == 1 ? " list: " : " lists: ") + CountsText(sum);
+}
+
+// What earlier attempts have left in .Deferred, too.
+SendDaemon::CDeferredMessages FindDeferred(const std::vector<CListProgress>& lists) {
+    SendDaemon::CDeferredMessages all;
+    for (const CListProgress& list : lists) {
+        const SendDaemon::CDeferredMessages of = SendDaemon::FindDeferredMessages(GetAccountRoot(list.number));
+        all.count += of.count;
+        if (of.firstDue != 0 && (all.firstDue == 0 || of.firstDue < all.firstDue)) all.firstDue = of.firstDue;
+    }
+    return all;
 }
 
 boost::json::array ListsAsJson(const std::vector<CListProgress>& lists) {
@@ -70,6 +92,27 @@ void PrintResult(const SendDaemon::CSendResult& result, const std::vector<CListP
     }
 }
 
+void PrintDeferred(const SendDaemon::CDeferredMessages& deferred) {
+    if (deferred.count == 0) return;
+    std::printf("%llu deferred in all, tried again from %s on\n", static_cast<unsigned long long>(deferred.count),
+                PrintableTime(deferred.firstDue).c_str());
+}
+
+void PrintResultAsJson(const SendDaemon::CSendResult& result, const SendDaemon::CDeferredMessages& deferred,
+                       const std::vector<CListProgress>& lists) {
+    PrintJson({{"sent", result.sent},
+               {"failed", result.failed},
+               {"heldBack", result.heldBack},
+               {"expired", result.expired},
+               {"deferred", result.deferred},
+               {"deferredInAll", deferred.count},
+               {"nextAttempt", deferred.firstDue},
+               {"waiting", result.waiting},
+               {"waitingUntil", result.waitingUntil},
+               {"waitingFor", JsonText(result.waitingFor)},
+               {"lists", ListsAsJson(lists)}});
+}
+
 void Send(bool once, bool json) {
     OpenDataFolder();
     Platform::CatchStopSignals();
@@ -81,20 +124,19 @@ void Send(bool once, bool json) {
         CProgressBar bar("Sending:");
         SendDaemon::CSendLoopOptions options;
         options.stopRequested = [] { return Platform::StopSignalled(); };
-        options.progress = [&](const SendDaemon::CSendResult&) { bar.Show([&] { return ProgressText(host); }); };
+        options.progress = [&](const SendDaemon::CSendResult&) {
+            bar.Show([&](std::size_t columns) { return ProgressText(host, columns); });
+        };
         result = once ? RunOnce(host.GetDaemon(), options) : RunUntilEmpty(host.GetDaemon(), options);
         lists = host.GetProgress();
     }
-    if (json)
-        PrintJson({{"sent", result.sent},
-                   {"failed", result.failed},
-                   {"heldBack", result.heldBack},
-                   {"expired", result.expired},
-                   {"deferred", result.deferred},
-                   {"waiting", result.waiting},
-                   {"lists", ListsAsJson(lists)}});
-    else
+    const SendDaemon::CDeferredMessages deferred = FindDeferred(lists);
+    if (json) {
+        PrintResultAsJson(result, deferred, lists);
+    } else {
         PrintResult(result, lists);
+        PrintDeferred(deferred);
+    }
     if (result.gaveUp) throw CCommandFailure("messages are left in the queue: " + result.reason);
     if (result.wasStopped) throw CCommandFailure("stopped; what is left in the queue is sent by the next run");
     if (result.waiting > 0) {

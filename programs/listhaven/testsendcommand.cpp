@@ -30,14 +30,20 @@ void TestSend(const CArguments& arguments) {
     SendDaemon::CRecipientReport report;
     const bool isSent = SendTestCopy(
         number, arguments.address, message, [] { return Platform::StopSignalled(); }, report);
-    if (!isSent) throw CCommandFailure("the copy was not sent: " + DescribeLastError());
-    if (arguments.json) {
+    std::string reason = DescribeLastError();
+    if (arguments.json && !report.recipient.empty()) {
         PrintJson({{"recipient", JsonText(report.recipient)},
+                   {"sent", isSent},
                    {"host", JsonText(report.host)},
                    {"code", report.code},
+                   {"enhanced", JsonText(report.enhanced)},
                    {"text", JsonText(report.text)}});
-        return;
     }
+    if (!isSent) {
+        if (reason.find(report.text) == std::string::npos) reason += ": " + report.text;
+        throw CCommandFailure("the copy was not sent: " + reason);
+    }
+    if (arguments.json) return;
     if (report.host.empty())
         std::printf("Sent to %s.\n", Printable(report.recipient).c_str());
     else

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/programs/programrunner.h"
+#include "tests/servers/testserver.h"
 
 namespace {
 
@@ -47,4 +48,32 @@ TEST(DeliveryCommands, SayWhoGotWhat) {
     const CRunResult none = runner.Run({"delivery", "Nobody"});
     EXPECT_EQ(none.status, 1);
     EXPECT_EQ(none.errors, "listhaven: there is no list \"Nobody\"\n");
+}
+
+// A relay that nobody listens at: what is asked for a test, a queue and a broadcast says so.
+TEST(DeliveryCommands, SayWhatIsWrong) {
+    CProgramRunner runner;
+    runner.MustRun({"list", "create", "News", "--email", "news@b.example"});
+    runner.MustRun({"member", "add", "News", "anna@b.example"});
+    runner.MustRun({"list", "set", "News", "smtpHost", "127.0.0.1"});
+    runner.MustRun({"account", "set", "News", "HostPort", std::to_string(TestServers::FindFreePort())});
+    const std::string message = runner.WriteFile("m.eml", "From: a@b.example\r\nSubject: Tide\r\n\r\nHigh\r\n");
+
+    const CRunResult test = runner.Run({"test-send", "News", "carl@b.example", message, "--json"});
+    EXPECT_EQ(test.status, 1);
+    EXPECT_NE(test.errors.find("refused"), std::string::npos) << test.errors;
+    EXPECT_EQ(Count(test.output, "\"recipient\":\"carl@b.example\",\"sent\":false,"), 1U) << test.output;
+
+    runner.MustRun({"broadcast", message, "--list", "News"});
+    const std::string first = runner.MustRun({"send"});
+    EXPECT_EQ(Count(first, "1 deferred in all, tried again from 20"), 1U) << first;
+    EXPECT_EQ(Count(runner.MustRun({"send", "--json"}), "\"deferred\":0,\"deferredInAll\":1,\"nextAttempt\":"), 1U);
+
+    const std::vector<std::string> ofNone[] = {{"delivery", "News", "--broadcast", "1"},
+                                               {"delivery", "retry", "News", "--broadcast", "1"}};
+    for (const auto& arguments : ofNone) {
+        const CRunResult result = runner.Run(arguments);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.errors, "listhaven: broadcast 1: There is no broadcast \"1\".\n");
+    }
 }
