@@ -10,6 +10,7 @@
 #include "platform/knownfolders.h"
 #include "senddaemon/configuration.h"
 #include "senddaemon/daemonlog.h"
+#include "senddaemon/messageinfo.h"
 #include "senddaemon/mxrecords.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"
@@ -119,8 +120,7 @@ bool CDirectMessageSender::DoSend(const CConfiguration& config, const std::strin
 
     const CMessage message = {.config = config, .returnPath = returnPath, .file = messageFile};
     std::vector<CDomain> domains;
-    for (const std::string_view each : Split(recipients, ',')) {
-        const std::string recipient(each);
+    for (const std::string& recipient : SplitRecipients(recipients)) {
         std::string domain;
         if (!CMxRecordEnumerator::GetRecipientDomain(recipient, domain)) {
             LogRecipient(recipient);

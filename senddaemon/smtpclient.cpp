@@ -9,6 +9,7 @@
 #include "senddaemon/configuration.h"
 #include "senddaemon/daemonlog.h"
 #include "senddaemon/messagefile.h"
+#include "senddaemon/messageinfo.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"
 #include "utility/paths.h"
@@ -27,14 +28,6 @@ std::int64_t SteadyMilliseconds() {
 
 void LogTrace(std::string_view text) {
     Log(LogLevelTrace, text);
-}
-
-std::vector<std::string> SplitRecipients(const std::string& recipients) {
-    std::vector<std::string> addresses;
-    for (const std::string_view address : Split(recipients, ',')) {
-        if (!address.empty()) addresses.emplace_back(address);
-    }
-    return addresses;
 }
 
 RecipientOutcome OutcomeOf(Net::RecipientState state) {
