@@ -13,6 +13,7 @@
 #include "senddaemon/senderfactory.h"
 #include "utility/lasterror.h"
 #include "utility/paths.h"
+#include "utility/text.h"
 
 namespace SendDaemon {
 
@@ -171,13 +172,14 @@ DispatchStep CDispatcher::CState::SendClaimed(const std::string& claimed, CMessa
     delivery.destinations = GetDestinations(delivery.recipients);
     std::int64_t until = 0;
     if (!BeginProbes(delivery, until)) return Postpone(claimed, delivery, until);
-    const CMessageInfo info = delivery.info;
+    const std::string returnPath = delivery.info.returnPath;
+    const std::string recipients = Join(delivery.recipients, ",");
     {
         const std::lock_guard guard(lock);
         ++inProgress;
         inFlight[claimed] = std::move(delivery);
     }
-    if (sender.Send(*config, info.returnPath, info.recipients, claimed, senderEvents)) return DispatchStep::HandedOn;
+    if (sender.Send(*config, returnPath, recipients, claimed, senderEvents)) return DispatchStep::HandedOn;
     const std::string reason = GetLastErrorText();
     EndJob(claimed);
     MoveTo(AccountFolder::Waiting, claimed, CBatchFolder::Times::Keep);

@@ -61,16 +61,18 @@ bool ReplaceBy(CNewFile& file, std::string_view target) {
 }
 
 // The lines of the header that stay; read says how far the text was looked at.
+// One that continues nothing would continue what is put in front.
 std::string KeepFields(std::string_view text, std::span<const std::string_view> dropped, std::size_t& read) {
     std::string kept;
-    bool isDropped = false;
+    bool isDropped = true;
     for (read = 0; read < text.size();) {
         const std::size_t lf = text.find('\n', read);
         if (lf == std::string_view::npos) break;
         const std::string_view line = text.substr(read, lf + 1 - read);
         if (TrimRight(line).empty()) break;
-        if (line.front() != ' ' && line.front() != '\t') {
-            const std::string_view name = Trim(line.substr(0, line.find(':')));
+        const std::size_t colon = line.find(':');
+        if (line.front() != ' ' && line.front() != '\t' && colon != std::string_view::npos) {
+            const std::string_view name = Trim(line.substr(0, colon));
             isDropped = std::any_of(dropped.begin(), dropped.end(),
                                     [&](std::string_view each) { return EqualNoCase(each, name); });
         }

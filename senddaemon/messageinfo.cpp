@@ -108,7 +108,7 @@ bool ReadMessageInfo(std::string_view path, CMessageInfo& info) {
 
 std::vector<std::string> SplitRecipients(std::string_view joined) {
     std::vector<std::string> recipients;
-    std::set<std::string_view> seen;
+    std::set<std::string_view, CLessNoCase> seen;
     for (const std::string_view recipient : Split(joined, ',')) {
         if (!recipient.empty() && seen.insert(recipient).second) recipients.emplace_back(recipient);
     }

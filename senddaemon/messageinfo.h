@@ -25,7 +25,8 @@ struct CMessageInfo {
 // as far as the file could be read.
 bool ReadMessageInfo(std::string_view path, CMessageInfo& info);
 
-std::vector<std::string> SplitRecipients(std::string_view joined);  // each once
+// Each once, as it is written first: without regard to case, as members are.
+std::vector<std::string> SplitRecipients(std::string_view joined);
 
 // The decoded Subject and To, for log lines.  Fails when either is missing.
 bool ReadMessageTitle(std::string_view path, std::string& subject, std::string& recipient);

@@ -46,7 +46,7 @@ TEST_F(Settling, EachRecipientGoesWhereItBelongs) {
         const char* log;
     };
     const CCase cases[] = {
-        {"a@x,b@x,a@x", false, true, "0 0 0 0 0 0", "", "", "accepted a@x, accepted b@x, sent a@x, sent b@x"},
+        {"a@x,b@x,a@x,A@X", false, true, "0 0 0 0 0 0", "", "", "accepted a@x, accepted b@x, sent a@x, sent b@x"},
         {"a@x,refuse@x", false, true, "0 0 0 1 0 0", "(refuse@x)", "", "accepted a@x, failed refuse@x, sent a@x"},
         {"a@x,refuse@x,defer@x", true, true, "0 0 1 1 0 0", "(refuse@x)", "(defer@x)",
          "accepted a@x, failed refuse@x, deferred defer@x, sent a@x"},
@@ -77,7 +77,8 @@ TEST_F(Settling, ARestGoesOutWithTheSameTextToNobodyElse) {
     m_gate = UseReportingKind();
     Set("RetrySchedule", "1m");
     MakeFile("SendDaemon/1/b/5.eml",
-             "X-Lhv-Recipient-Override: a@x,\r\n defer@x\r\nFrom: n@x\r\nTo: list@x\r\nCC: b@x\r\nSubject: "
+             " of nothing\r\nno field\r\nX-Lhv-Recipient-Override: a@x,\r\n defer@x\r\nFrom: n@x\r\nTo: list@x\r\nCC: "
+             "b@x\r\nSubject: "
              "S\r\n\r\nX-Lhv-Recipient-Override: text\r\n");
     ASSERT_TRUE(Start());
     for (m_shift = 0; m_shift < 300; m_shift += 100)
