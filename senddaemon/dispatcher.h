@@ -53,9 +53,9 @@ enum class DispatchStep : std::uint8_t {
 
 // A host that is left alone for a while since it took no messages.
 struct CBackOffNotice {
-    std::string host;  // "": none
+    std::string host;
     std::string reason;
-    std::int64_t until = 0;  // seconds since 1970
+    std::int64_t until = 0;  // seconds since 1970; 0: none
 };
 
 class CDispatcher : public CObserver, public IMessageSender_SendMessageEvents {

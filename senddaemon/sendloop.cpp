@@ -1,6 +1,7 @@
 #include "senddaemon/sendloop.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "senddaemon/senddaemon.h"
 #include "utility/formattext.h"
@@ -41,6 +42,7 @@ private:
     std::uint64_t m_handedOn = 0;  // in this pass over the queues
     std::uint64_t m_failed = 0;
     std::uint32_t m_fruitless = 0;  // passes in a row
+    bool m_wasSending = true;       // before this round
     std::chrono::steady_clock::time_point m_nextHousekeeping = std::chrono::steady_clock::now();
 };
 
@@ -58,8 +60,9 @@ void CSendLoop::FindWaiting() {
         const CBackOffNotice& notice = account.notice;
         if (m_result.waiting == 0 || notice.until < m_result.waitingUntil) m_result.waitingUntil = notice.until;
         if (m_result.waiting == 0) {
-            m_result.waitingFor =
-                FormatText("The host \"%s\" takes no messages now: %s", notice.host.c_str(), notice.reason.c_str());
+            m_result.waitingFor = notice.host.empty() ? notice.reason
+                                                      : FormatText("The host \"%s\" takes no messages now: %s",
+                                                                   notice.host.c_str(), notice.reason.c_str());
         }
         m_result.waiting += account.waiting;
     }
@@ -128,9 +131,12 @@ CSendResult CSendLoop::Run() {
         m_failed += round.failed;
         if (round.failed > 0) m_result.reason = round.reason;
         if (round.handedOn > 0) Report();
+        // A probe that ends now lets others go: the last round begins with nothing being sent.
+        const bool wasSending = std::exchange(m_wasSending, true);
         if (round.handedOn > 0 && !round.isPassOver) continue;
         const bool isSending = round.allBusy > 0 || m_daemon.IsAnySending();
-        if (round.isPassOver && !EndPass(isSending)) break;
+        m_wasSending = isSending || round.handedOn > 0;
+        if (round.isPassOver && !EndPass(isSending || wasSending)) break;
         if (round.handedOn > 0 || !isSending) continue;
         m_daemon.WaitForProgress(seen, StopInterval);
         Report();

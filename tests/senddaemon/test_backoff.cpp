@@ -2,6 +2,7 @@
 
 #include "senddaemon/backoff.h"
 
+#include "app/pumpmessages.h"
 #include "senddaemon/directmessagesender.h"
 #include "tests/senddaemon/daemonfixture.h"
 
@@ -103,6 +104,33 @@ TEST_F(BackOff, ARunningProgramWaitsAndGoesOn) {
     RunUntilStopped(*m_daemon, m_options);
     EXPECT_EQ(Counts(), "0 0 2 0 0 0");
     EXPECT_EQ(CountDeferred(), 1U);
+}
+
+// The pump runs between the look at the queue and the one at the senders.
+TEST_F(BackOff, AProbeThatEndsUnseenIsFollowedByTheOthers) {
+    const auto gate = UseReportingKind();
+    gate->isDown = true;
+    Set("HostName", "");
+    Queue(3);
+    ASSERT_TRUE(Start());
+    const CSendResult before = RunToEnd();
+    EXPECT_EQ(before.deferred, 1U);
+    EXPECT_EQ(before.waiting, 2U);
+    EXPECT_EQ(before.waitingFor, "Connection refused");
+    gate->isDown = false;
+    gate->isOpen = false;
+    Set("MaxConnections", "5");
+    m_shift = 70;
+    int pumped = 0;
+    SetMessagePump([&] {
+        if (++pumped == 2) gate->Open();
+        for (int i = 0; pumped == 2 && i < 20000 && m_daemon->GetDispatcher(m_account)->IsBusy(); ++i)
+            m_daemon->WaitForProgress(m_daemon->GetProgress(), std::chrono::milliseconds(1));
+        return true;
+    });
+    EXPECT_EQ(RunToEnd().sent, 2U);
+    SetMessagePump({});
+    EXPECT_EQ(CountAccountMessages(m_account).waiting, 0U);
 }
 
 // Only of direct delivery each domain is a destination of its own.
