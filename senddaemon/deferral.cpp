@@ -39,7 +39,12 @@ bool CDispatcher::CState::Defer(const std::string& path, const CMessageInfo& inf
                                 std::span<const CRecipientReport> deferred) {
     const std::int64_t now = clock();
     CQueueName name = NameWithTime(path);
-    if (IsExpired(FormatQueueName(name), expiry.value_or(DefaultDeferralLimit))) {
+    std::int64_t limit = DefaultDeferralLimit;
+    {
+        const std::lock_guard guard(lock);
+        limit = expiry.value_or(limit);
+    }
+    if (IsExpired(FormatQueueName(name), limit)) {
         if (MoveTo(AccountFolder::Expired, path, CBatchFolder::Times::Keep) == Moved::No) return false;
         AppendOutcomes(info, deferred, DeliveryStatus::Expired, CDeliveryLog::Flush::Yes);
         const std::lock_guard guard(lock);
@@ -56,7 +61,8 @@ bool CDispatcher::CState::Defer(const std::string& path, const CMessageInfo& inf
     return true;
 }
 
-// The names tell which: no file is opened or asked for.
+// The names tell which: no file is opened or asked for.  One that is to wait
+// longer than any does was put there before the clock was set back.
 bool CDispatcher::CState::FreeDeferred() {
     CBatchFolder* folder = account.GetFolder(AccountFolder::Deferred);
     CBatchFolder* waiting = account.GetFolder(AccountFolder::Waiting);
@@ -65,10 +71,13 @@ bool CDispatcher::CState::FreeDeferred() {
         !deferredWalk.Begin(GetAccountFolderPath(account.GetRootFolder(), AccountFolder::Deferred), now)) {
         return false;
     }
+    if (!deferredWalk.isWalking) return true;
+    const std::int64_t latest = now + std::max(GetSchedule(config).GetLongest(), LongestBackOff);
     const auto isDue = [&](const std::string& path) {
         CQueueName name;
-        return !ParseQueueName(path, name) || !name.due || *name.due <= now;
+        return !ParseQueueName(path, name) || !name.due || *name.due <= now || *name.due > latest;
     };
+    bool isFreed = true;
     for (const std::string& path : deferredWalk.Collect(isDue)) {
         CQueueName name;
         const bool isOurs = ParseQueueName(path, name);
@@ -77,10 +86,10 @@ bool CDispatcher::CState::FreeDeferred() {
             Expire(path);
         } else if (!folder->MoveMessageTo(path, *waiting, isOurs ? FormatQueueName(name) : std::string()) &&
                    Platform::FileIsThere(path)) {
-            return false;
+            isFreed = false;  // which holds no other back
         }
     }
-    return true;
+    return isFreed;
 }
 
 std::vector<std::string> CDispatcher::CState::GetDestinations(std::span<const std::string> recipients) const {

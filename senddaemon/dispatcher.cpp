@@ -62,6 +62,7 @@ bool CDispatcher::Initialize(std::string_view rootFolder, CConfiguration* config
 }
 
 void CDispatcher::SetExpiry(std::optional<std::int64_t> seconds) {
+    const std::lock_guard guard(m_state->lock);
     m_state->expiry = seconds;
 }
 

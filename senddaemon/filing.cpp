@@ -73,6 +73,7 @@ CQueueName CDispatcher::CState::NameWithTime(const std::string& path) const {
     if (!name.queued && Platform::GetFileStatus(path, status)) {
         name.queued = std::max<std::int64_t>(0, status.times.created / NanosecondsPerSecond);
     }
+    if (name.queued) name.queued = std::min(*name.queued, clock());  // which may have been set back
     return name;
 }
 
@@ -139,14 +140,15 @@ bool CDispatcher::CState::FreeParked() {
         return Platform::GetFileStatus(path, status) &&
                now - status.times.created / NanosecondsPerSecond > ParkedSeconds;
     };
+    bool isFreed = true;
     for (const std::string& path : parkedWalk.Collect(isDue)) {
         if (IsExpired(path, expiry)) {
             Expire(path);
         } else if (!parked->MoveMessageTo(path, *waiting) && Platform::FileIsThere(path)) {
-            return false;
+            isFreed = false;
         }
     }
-    return true;
+    return isFreed;
 }
 
 bool CDispatcher::CState::FreeAll() {

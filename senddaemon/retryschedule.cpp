@@ -11,7 +11,6 @@ namespace {
 constexpr std::int64_t LongestStep = 365 * std::int64_t{86400};
 constexpr std::size_t MostSteps = 100;
 constexpr std::int64_t FirstBackOff = 60;
-constexpr std::int64_t LongestBackOff = 1800;
 
 std::int64_t SecondsOfUnit(char unit) {
     switch (ToLowerAscii(unit)) {
@@ -60,6 +59,10 @@ bool CRetrySchedule::Parse(std::string_view text) {
 std::int64_t CRetrySchedule::GetNextTime(std::uint32_t attempts, std::int64_t now) const {
     const std::size_t step = attempts == 0 ? 0 : attempts - 1;
     return now + m_steps[std::min(step, m_steps.size() - 1)];
+}
+
+std::int64_t CRetrySchedule::GetLongest() const {
+    return *std::max_element(m_steps.begin(), m_steps.end());
 }
 
 std::int64_t GetBackOffSeconds(std::uint32_t failures) noexcept {

@@ -23,6 +23,7 @@ public:
 
     // attempts: that have failed, at least 1.
     std::int64_t GetNextTime(std::uint32_t attempts, std::int64_t now) const;
+    std::int64_t GetLongest() const;
     const std::vector<std::int64_t>& GetSteps() const noexcept { return m_steps; }
 
 private:
@@ -32,6 +33,7 @@ private:
 // Seconds that a host which takes no messages is left alone: after the first
 // failure a minute, then twice as long each time, at most half an hour.
 std::int64_t GetBackOffSeconds(std::uint32_t failures) noexcept;
+inline constexpr std::int64_t LongestBackOff = 1800;
 
 inline constexpr std::int64_t DefaultDeferralLimit = 5 * 86400;  // seconds, when messages do not expire otherwise
 

@@ -70,6 +70,22 @@ TEST_F(Deferral, ComesBackByTheScheduleAlsoAfterARestart) {
     EXPECT_EQ(CountDeferred(), 0U);
 }
 
+TEST_F(Deferral, AClockThatWasAheadKeepsNothingBack) {
+    UseReportingKind();
+    m_shift = 400 * std::int64_t{86400};
+    QueueFor("defer@x");
+    ASSERT_TRUE(Start());
+    m_daemon->SetExpiry(500 * std::int64_t{86400});
+    EXPECT_EQ(RunToEnd().deferred, 1U);
+    m_shift = 0;
+    EXPECT_EQ(RunToEnd().deferred, 1U);
+    EXPECT_EQ(RunToEnd().deferred, 0U);
+    CQueueName name;
+    ASSERT_TRUE(ParseQueueName(NameIn(AccountFolder::Deferred), name));
+    EXPECT_LE(*name.queued, Platform::SecondsSince1970());
+    EXPECT_LE(*name.due, Platform::SecondsSince1970() + 900);
+}
+
 TEST_F(Deferral, EndsWhenTheMessageIsTooOld) {
     for (const std::int64_t limit : {DefaultDeferralLimit, std::int64_t{5000}}) {
         UseReportingKind();
