@@ -126,6 +126,10 @@ TEST_F(RealServers, RelayThroughPostfix) {
     EXPECT_TRUE(Has(trace, "RCPT TO:<login@there.example>\n") || Has(trace, "RCPT TO:<login@there.example>\r"))
         << trace;
     EXPECT_FALSE(Has(trace, "YW5uIHB3")) << "the password";
+    std::size_t copies = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(JoinPath(GetLogFolder(), "Sent")))
+        copies += entry.path().string().ends_with(".eml.clean") ? 1 : 0;
+    EXPECT_EQ(copies, 2U);
 
     server.AnswerRecipient("busy@there.example", "");
     m_shift = 3600;
@@ -151,6 +155,7 @@ TEST_F(RealServers, PopBeforeSmtp) {
     if (!sink.IsInstalled()) GTEST_SKIP() << sink.WhyNot();
     pop.AddUser("ann", "ann pw");
     ASSERT_TRUE(pop.Start() && sink.Start()) << pop.WhyNot() << sink.WhyNot();
+    MakeFile("Lhv.cfg", "[Execution]\nDebugMode=1\n");
     for (const char* password : {"ann pw", "wrong"}) {
         const std::string account = MakeAccount("127.0.0.1", sink.GetPort(),
                                                 {{"PopHostName", "127.0.0.1"},
@@ -169,6 +174,10 @@ TEST_F(RealServers, PopBeforeSmtp) {
         EXPECT_TRUE(Has(log, "Login: user=<ann>, method=APOP")) << log;
     }
     EXPECT_EQ(sink.CountMessages(), 2U);
+    std::string trace;
+    ASSERT_TRUE(ReadWholeFile(JoinPath(GetLogFolder(), "PopTrace.txt"), trace));
+    EXPECT_TRUE(Has(trace, "APOP [login] [digest]") && Has(trace, "PASS [password]")) << trace;
+    EXPECT_FALSE(Has(trace, "wrong")) << trace;
 }
 
 // The first exchanger is down, the second refuses: "two.example" and
