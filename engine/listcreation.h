@@ -1,6 +1,7 @@
 // listcreation.h - makes a list together with its sending account.
 //
 // Errors   CLhvException; nothing is then left of the list.
+// Threads  One at a time in the process, as the catalogue.
 // Crash    A list without account settings fails for good what could be tried again later.
 
 #ifndef LISTHAVEN_ENGINE_LISTCREATION_H

@@ -5,6 +5,7 @@
 // without end gets one: so no byte of a message can end it early, and none of
 // it can be read as a command.  A dot at the start of a line is doubled.
 //
+// Errors   None.
 // Threads  One at a time.
 // Source   RFC 5321 (2.3.8, 4.1.1.4, 4.5.2).
 

@@ -4,6 +4,7 @@
 // The certificates that are trusted are read once per file and process, and
 // again when the file has changed.
 //
+// Errors   nullptr or false, with the reason in the text given.
 // Threads  MakeTls() any.  An SSL object belongs to one at a time.
 // Source   RFC 6125 (names), 6066 (server name indication).
 

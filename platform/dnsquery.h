@@ -1,5 +1,6 @@
 // dnsquery.h - the mail exchangers of a domain by the system's own call.
 //
+// Errors   false, with the reason in failure.
 // Threads  Any.
 
 #ifndef LISTHAVEN_PLATFORM_DNSQUERY_H

@@ -1,4 +1,7 @@
 // socketwait.h - waits for sockets that a library keeps to itself.
+//
+// Errors   None: a wait that fails ends early, and nothing is ready.
+// Threads  Any.
 
 #ifndef LISTHAVEN_PLATFORM_SOCKETWAIT_H
 #define LISTHAVEN_PLATFORM_SOCKETWAIT_H

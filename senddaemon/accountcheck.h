@@ -1,6 +1,7 @@
 // accountcheck.h - whether an account could send: connects and logs in as the
 // sending would, step by step, and sends nothing.
 //
+// Errors   false; the last step that was reported says why.
 // Threads  Any; report is called on the caller's.
 
 #ifndef LISTHAVEN_SENDDAEMON_ACCOUNTCHECK_H
@@ -15,7 +16,7 @@ namespace SendDaemon {
 class CConfiguration;
 
 struct CAccountCheckStep {
-    std::string name;  // "connect", "tls", "offers", "login", "pop3", "dns", "folder"
+    std::string name;  // "connect", "tls", "offers", "login", "pop3", "dns", "folder", "settings"
     bool isGood = true;
     std::string text;  // for the operator
 };

@@ -8,7 +8,7 @@
 // that may stand once only the first is taken; To, CC and Reply-To are joined.
 // How values are written: wireheader.h; what happens to the body: wirebody.h.
 //
-// Errors   false, with the reason in the last-error text; no file is left.
+// Errors   false, with the reason in the last-error text; no file is left (by a crash: half of it).
 // Threads  Any.
 // Source   RFC 5322, 2047, 2045, 6532.
 

@@ -4,6 +4,9 @@
 // A message with recipients at several domains is one delivery per domain; each
 // is reported when it is over.  Of a domain, the exchangers are tried in order
 // until one has taken the message for everybody.
+//
+// Errors, Threads, Crash   As smtpmessagesender.h; the folder of settings for
+//          an exchanger that a crash leaves in the system's temporary folder stays.
 
 #ifndef LISTHAVEN_SENDDAEMON_DIRECTMESSAGESENDER_H
 #define LISTHAVEN_SENDDAEMON_DIRECTMESSAGESENDER_H

@@ -8,6 +8,8 @@
 //
 // Errors   false, with the reason in the last-error text; the report says more.
 // Threads  One at a time; Cancel() from any other at any moment.
+// Crash    FILE.clean may stay.  Who has the message is known to the server
+//          only, from its answer until settled has written it down.
 
 #ifndef LISTHAVEN_SENDDAEMON_SMTPCLIENT_H
 #define LISTHAVEN_SENDDAEMON_SMTPCLIENT_H

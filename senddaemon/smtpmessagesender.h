@@ -1,8 +1,14 @@
 // smtpmessagesender.h - the sender that hands every message to one SMTP server.
+//
+// Errors   DoSend() false, with the reason in the last-error text; the report
+//          says what became of each recipient.
+// Threads  As messagesender.h; Stop() from any.
+// Crash    As messagesender.h; a FILE.clean that is left goes with the next start.
 
 #ifndef LISTHAVEN_SENDDAEMON_SMTPMESSAGESENDER_H
 #define LISTHAVEN_SENDDAEMON_SMTPMESSAGESENDER_H
 
+#include <atomic>
 #include <string>
 #include <string_view>
 
