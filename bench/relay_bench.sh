@@ -290,7 +290,6 @@ for ((run = 1; run <= runs; ++run)); do
 done
 print_table
 compare lhv-0 source 1 0.5
-compare lhv-0 source-d 1 0.5
 compare lhv-0 postfix 1 1
 compare lhv-1 postfix 1 1
 compare delay-50 delay-1 50 0.9
