@@ -280,17 +280,19 @@ bool CDispatcher::CState::Settle(const std::string& messageFile, const CDelivery
 
 // Leaves the claimed file for one kind of recipients.
 bool CDispatcher::CState::KeepRest(const std::string& messageFile, const CSettlement& outcome) {
+    std::string copy;
     const auto copyTo = [&](AccountFolder folder, const std::string& header) {
         CBatchFolder* target = account.GetFolder(folder);
-        std::string copy;
         return target != nullptr &&
                target->AddMessage(messageFile, CBatchFolder::Transfer::Copy, CBatchFolder::Times::Keep, header, copy);
     };
     const std::vector<std::string> refused = GetRecipients(outcome.refused);
     std::vector<std::string> rest = outcome.untried;
     if (rest.empty()) rest = GetRecipients(outcome.deferred);
-    if (!rest.empty() && !refused.empty() && !copyTo(AccountFolder::Errors, MakeRecipientHeader(refused))) {
-        return false;
+    if (!rest.empty() && !refused.empty()) {
+        // The first override counts, whether the older one can be removed or not.
+        if (!copyTo(AccountFolder::Errors, MakeRecipientHeader(refused))) return false;
+        KeepRecipients(copy, refused);
     }
     if (!outcome.accepted.empty() && KeepsSent() && !copyTo(AccountFolder::Sent, {})) return false;
     return KeepRecipients(messageFile, rest.empty() ? refused : rest);

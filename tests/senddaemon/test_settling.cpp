@@ -77,20 +77,21 @@ TEST_F(Settling, ARestGoesOutWithTheSameTextToNobodyElse) {
     m_gate = UseReportingKind();
     Set("RetrySchedule", "1m");
     MakeFile("SendDaemon/1/b/5.eml",
-             " of nothing\r\nno field\r\nX-Lhv-Recipient-Override: a@x,\r\n defer@x\r\nFrom: n@x\r\nTo: list@x\r\nCC: "
-             "b@x\r\nSubject: "
-             "S\r\n\r\nX-Lhv-Recipient-Override: text\r\n");
+             " of nothing\r\nno field\r\nX-Lhv-Recipient-Override: a@x,\r\n defer@x, refuse@x\r\nFrom: n@x\r\nTo: "
+             "list@x\r\nCC: b@x\r\nSubject: S\r\n\r\nX-Lhv-Recipient-Override: text\r\n");
     ASSERT_TRUE(Start());
     for (m_shift = 0; m_shift < 300; m_shift += 100)
         RunToEnd();
-    std::string path;
-    std::string content;
-    CMessageIterator walk;
-    ASSERT_TRUE(walk.Start(JoinPath(m_account, ".Deferred")) && walk.GetCurrent(path));
-    ASSERT_TRUE(ReadWholeFile(path, content));
-    EXPECT_EQ(content,
-              "X-Lhv-Recipient-Override: defer@x\r\nX-Lhv-Recipients-Only: 1\r\nFrom: n@x\r\nTo: list@x\r\nCC: "
-              "b@x\r\nSubject: S\r\n\r\nX-Lhv-Recipient-Override: text\r\n");
+    for (const auto& [folder, recipient] : {std::pair(".Deferred", "defer@x"), std::pair(".Errors", "refuse@x")}) {
+        std::string path;
+        std::string content;
+        CMessageIterator walk;
+        ASSERT_TRUE(walk.Start(JoinPath(m_account, folder)) && walk.GetCurrent(path));
+        ASSERT_TRUE(ReadWholeFile(path, content));
+        EXPECT_EQ(content, "X-Lhv-Recipient-Override: " + std::string(recipient) +
+                               "\r\nX-Lhv-Recipients-Only: 1\r\nFrom: n@x\r\nTo: list@x\r\nCC: b@x\r\nSubject: "
+                               "S\r\n\r\nX-Lhv-Recipient-Override: text\r\n");
+    }
     EXPECT_EQ(CountDelivered("a@x") + CountDelivered("b@x"), 2U);
 }
 
