@@ -10,6 +10,7 @@
 #include "engine/catalogue.h"
 #include "engine/eventlog.h"
 #include "engine/listaccount.h"
+#include "platform/clock.h"
 #include "platform/filestatus.h"
 #include "senddaemon/configuration.h"
 #include "senddaemon/daemonlog.h"
@@ -27,7 +28,26 @@ public:
     void OnError(const std::string& text) override { Log(LogError, "%s", text.c_str()); }
     void OnFatal(const std::string& text) override { Log(LogFatal, "%s", text.c_str()); }
     void OnInformation(const std::string& text) override { Log(LogInfo, "%s", text.c_str()); }
-    void OnTrace(const std::string& text) override { Log(LogDebug, "%s", text.c_str()); }
+    void OnTrace(const std::string& text) override {
+        if (IsTraced()) Log(LogDebug, "%s", text.c_str());
+    }
+
+private:
+    // A message has some ten lines of trace: whether they are wanted is looked
+    // up every 100 milliseconds.  The daemon calls one at a time.
+    bool IsTraced() {
+        constexpr std::uint32_t Interval = 100;
+        const std::uint32_t now = Platform::ClockMilliseconds();
+        if (m_isLookedUp && now - m_lookedUp < Interval) return m_isTraced;
+        m_isLookedUp = true;
+        m_lookedUp = now;
+        m_isTraced = IsLogged(LogDebug);
+        return m_isTraced;
+    }
+
+    bool m_isLookedUp = false;
+    std::uint32_t m_lookedUp = 0;
+    bool m_isTraced = false;
 };
 
 // Changes whenever the file does.  "" for one that is missing, or so young that
