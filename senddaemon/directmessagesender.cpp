@@ -106,9 +106,7 @@ bool CDirectMessageSender::Stop() {
     return true;
 }
 
-bool CDirectMessageSender::DoSend(const CConfiguration& config, const std::string& returnPath,
-                                  const std::string& recipients, const std::string& messageFile) {
-    m_isCancelled = false;
+bool CDirectMessageSender::Prepare(const CConfiguration& config, const std::string& messageFile) {
     CDnsSettings dns;
     if (!dns.Read(config)) return false;
     if (!CanBeRead(messageFile)) {
@@ -116,8 +114,21 @@ bool CDirectMessageSender::DoSend(const CConfiguration& config, const std::strin
         return false;
     }
     m_dns = CMxRecordEnumerator::CreateDnsClient(dns);
-    if (!m_dns) return false;
+    return m_dns != nullptr;
+}
 
+bool CDirectMessageSender::DoSend(const CConfiguration& config, const std::string& returnPath,
+                                  const std::string& recipients, const std::string& messageFile) {
+    m_isCancelled = false;
+    if (!Prepare(config, messageFile)) {  // no fault of the recipients
+        const std::string reason = GetLastErrorText();
+        CDomain all;
+        all.waiting = SplitRecipients(recipients);
+        all.isAnyReached = true;
+        ReportRest(all);
+        SetLastErrorText(reason);
+        return false;
+    }
     const CMessage message = {.config = config, .returnPath = returnPath, .file = messageFile};
     std::vector<CDomain> domains;
     for (const std::string& recipient : SplitRecipients(recipients)) {

@@ -40,6 +40,7 @@ private:
     struct CDomain;   // recipients at one domain, and what became of them
     struct CMessage;  // what is the same for all of them
 
+    bool Prepare(const CConfiguration& config, const std::string& messageFile);
     void LogRecipient(const std::string& recipient) const;
     void LogLookupFailure(const CConfiguration& config, const std::string& reason) const;
     bool SendToDomain(const CMessage& message, CDomain& domain);

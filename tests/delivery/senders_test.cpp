@@ -101,6 +101,12 @@ TEST_F(Senders, DirectDeliverySays) {
         {"a@mail.example", "1", "Could not send the message through any of the mail exchanges. Giving up.",
          "Error trying to send message from: \"back@harbour.example\" to \"a@mail.example\": RCPT TO"},
     };
+    const std::string account = MakeAccount("", 25, {{"SendMethod", "DirectMessageSender"}, {"DnsTimeout", "soon"}});
+    Queue(account, "From: a@b.example\r\nTo: b@mail.example\r\n\r\nText\r\n");
+    Run();
+    std::string texts;
+    EXPECT_EQ(DescribeLedger(account, texts), "deferred") << texts;
+    EXPECT_NE(texts.find("DnsTimeout is \"soon\""), std::string::npos) << texts;
     for (const CRow& row : rows) {
         CScriptedServer server(refusal);
         const CSettings settings = {{"DnsHostAddress", "127.0.0.1"},
