@@ -330,8 +330,7 @@ std::vector<CBackedOffAccount> CSendDaemon::GetBackedOff() const {
     for (const auto& [folder, dispatcher] : m_state->dispatchers) {
         const CBackOffNotice notice = dispatcher->GetBackOff();
         if (notice.until == 0) continue;
-        const std::uint64_t waiting = CountAccountMessages(folder).waiting;
-        if (waiting > 0) found.push_back({.rootFolder = folder, .notice = notice, .waiting = waiting});
+        found.push_back({.rootFolder = folder, .notice = notice, .waiting = CountAccountMessages(folder).waiting});
     }
     return found;
 }

@@ -40,7 +40,7 @@ struct CDispatchRound {
     bool isPassOver = false;  // each has come to the end of its queue since this was set last
 };
 
-// An account whose messages wait since its host takes none now.
+// An account whose host takes no messages now, and how many wait for it.
 struct CBackedOffAccount {
     std::string rootFolder;
     CBackOffNotice notice;

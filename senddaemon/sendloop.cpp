@@ -15,6 +15,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds StopInterval{100};
 constexpr milliseconds LongestPause{1000};
 constexpr milliseconds HousekeepingInterval{1000};
+constexpr std::size_t LongestReason = 400;  // then no other host is named
 
 enum class LoopKind : std::uint8_t { UntilEmpty, OnePass, UntilStopped };
 
@@ -58,13 +59,14 @@ void CSendLoop::UpdateResult() {
 void CSendLoop::FindWaiting() {
     for (const CBackedOffAccount& account : m_daemon.GetBackedOff()) {
         const CBackOffNotice& notice = account.notice;
-        if (m_result.waiting == 0 || notice.until < m_result.waitingUntil) m_result.waitingUntil = notice.until;
-        if (m_result.waiting == 0) {
-            m_result.waitingFor = notice.host.empty() ? notice.reason
-                                                      : FormatText("The host \"%s\" takes no messages now: %s",
-                                                                   notice.host.c_str(), notice.reason.c_str());
-        }
+        if (m_result.waitingUntil == 0 || notice.until < m_result.waitingUntil) m_result.waitingUntil = notice.until;
         m_result.waiting += account.waiting;
+        const std::string reason = notice.host.empty() ? notice.reason
+                                                       : FormatText("The host \"%s\" takes no messages now: %s",
+                                                                    notice.host.c_str(), notice.reason.c_str());
+        std::string& all = m_result.waitingFor;
+        if (all.find(reason) != std::string::npos || all.size() > LongestReason) continue;
+        all += (all.empty() ? "" : "; ") + reason;
     }
 }
 

@@ -29,8 +29,8 @@ struct CSendResult {
     std::uint64_t expired = 0;
     std::uint64_t deferred = 0;
     std::uint64_t waiting = 0;      // at the end, for hosts that take no messages now
-    std::int64_t waitingUntil = 0;  // seconds since 1970: when the first of these is asked again
-    std::string waitingFor;         // which, and why: a sentence
+    std::int64_t waitingUntil = 0;  // seconds since 1970: when the first of these is asked again; 0: all take messages
+    std::string waitingFor;         // which, and why: also when nothing waits for them
     bool wasStopped = false;
     bool gaveUp = false;
     std::string reason;  // of giving up

@@ -92,8 +92,9 @@ void PrintResult(const SendDaemon::CSendResult& result, const std::vector<CListP
     }
 }
 
-void PrintDeferred(const SendDaemon::CDeferredMessages& deferred) {
+void PrintDeferred(const SendDaemon::CDeferredMessages& deferred, const SendDaemon::CSendResult& result) {
     if (deferred.count == 0) return;
+    if (result.waiting == 0 && !result.waitingFor.empty()) std::printf("%s\n", Printable(result.waitingFor).c_str());
     std::printf("%llu deferred in all, tried again from %s on\n", static_cast<unsigned long long>(deferred.count),
                 PrintableTime(deferred.firstDue).c_str());
 }
@@ -135,7 +136,7 @@ void Send(bool once, bool json) {
         PrintResultAsJson(result, deferred, lists);
     } else {
         PrintResult(result, lists);
-        PrintDeferred(deferred);
+        PrintDeferred(deferred, result);
     }
     if (result.gaveUp) throw CCommandFailure("messages are left in the queue: " + result.reason);
     if (result.wasStopped) throw CCommandFailure("stopped; what is left in the queue is sent by the next run");

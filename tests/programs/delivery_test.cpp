@@ -66,8 +66,15 @@ TEST(DeliveryCommands, SayWhatIsWrong) {
 
     runner.MustRun({"broadcast", message, "--list", "News"});
     const std::string first = runner.MustRun({"send"});
+    EXPECT_EQ(Count(first, "The host \"127.0.0.1\" takes no messages now: "), 1U) << first;
     EXPECT_EQ(Count(first, "1 deferred in all, tried again from 20"), 1U) << first;
     EXPECT_EQ(Count(runner.MustRun({"send", "--json"}), "\"deferred\":0,\"deferredInAll\":1,\"nextAttempt\":"), 1U);
+
+    runner.MustRun({"list", "create", "Blocked", "--email", "other@b.example"});
+    runner.WriteFile("data/SendDaemon/2", "a file where the account's folder belongs");
+    const CRunResult left = runner.Run({"send"});
+    EXPECT_EQ(left.status, 1);
+    EXPECT_EQ(Count(left.errors, "The account of list 2 cannot be set up"), 1U) << left.errors;
 
     const std::vector<std::string> ofNone[] = {{"delivery", "News", "--broadcast", "1"},
                                                {"delivery", "retry", "News", "--broadcast", "1"}};
