@@ -1,8 +1,10 @@
 #include "engine/daemonhost.h"
 
 #include <algorithm>
+#include <chrono>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "app/settings.h"
@@ -17,10 +19,13 @@
 #include "senddaemon/dispatchcheck.h"
 #include "senddaemon/senddaemon.h"
 #include "utility/files.h"
+#include "utility/formattext.h"
 #include "utility/lasterror.h"
 #include "utility/lhvexception.h"
 
 namespace {
+
+constexpr std::chrono::seconds RetryInterval{60};
 
 class CEventLogHandler : public SendDaemon::IMessageHandler {
 public:
@@ -69,8 +74,11 @@ struct CDaemonHost::CState {
     std::map<std::uint32_t, std::string> accounts;  // list number: root folder
     std::map<std::uint32_t, std::string> names;
     std::string catalogueStamp;
+    std::string failure;
+    std::chrono::steady_clock::time_point nextTry;  // after a failure
 
     void AddLists();
+    void Fail(std::string reason);
     void RemoveLists(const std::map<std::uint32_t, std::string>& wanted);
 };
 
@@ -113,12 +121,24 @@ void CDaemonHost::FollowCatalogue() {
         Log(LogError, "The delivery limits: %s", DescribeLastError().c_str());
     try {
         const std::string stamp = FileStamp(GetCatalogue().GetFolder() + "LISTS.CST");
-        if (stamp == m_state->catalogueStamp && !stamp.empty()) return;
+        const bool isTryDue = !m_state->failure.empty() && std::chrono::steady_clock::now() >= m_state->nextTry;
+        if (stamp == m_state->catalogueStamp && !stamp.empty() && !isTryDue) return;
+        m_state->failure.clear();
         m_state->AddLists();
         m_state->catalogueStamp = stamp;
     } catch (const std::exception& exception) {
-        Log(LogError, "The lists cannot be read: %s", exception.what());
+        m_state->Fail(FormatText("The lists cannot be read: %s", exception.what()));
     }
+}
+
+const std::string& CDaemonHost::GetFailure() const {
+    return m_state->failure;
+}
+
+void CDaemonHost::CState::Fail(std::string reason) {
+    Log(LogError, "%s", reason.c_str());
+    failure = std::move(reason);
+    nextTry = std::chrono::steady_clock::now() + RetryInterval;
 }
 
 // An account that is there already gets the list's settings of now; it is not
@@ -141,7 +161,7 @@ void CDaemonHost::CState::AddLists() {
         if (isSetUp)
             accounts[number] = root;
         else
-            Log(LogError, "The account of list %u cannot be set up: %s", number, DescribeLastError().c_str());
+            Fail(FormatText("The account of list %u cannot be set up: %s", number, DescribeLastError().c_str()));
     }
 }
 

@@ -41,7 +41,10 @@ public:
     ~CDaemonHost();
 
     bool Start();
-    void FollowCatalogue();  // lists that came, went or changed; costs a few file stats when nothing did
+    // Lists that came, went or changed; costs a few file stats when nothing did.
+    // Accounts that could not be set up are tried again once a minute.
+    void FollowCatalogue();
+    const std::string& GetFailure() const;  // why an enabled list is left out now; "": none is
 
     SendDaemon::CSendDaemon& GetDaemon();
     std::vector<CListProgress> GetProgress() const;  // of every list, by number

@@ -119,6 +119,7 @@ void Send(bool once, bool json) {
     Platform::CatchStopSignals();
     SendDaemon::CSendResult result;
     std::vector<CListProgress> lists;
+    std::string failure;
     {
         CDaemonHost host;
         if (!host.Start()) FailWithLastError("nothing was sent");
@@ -130,6 +131,7 @@ void Send(bool once, bool json) {
         };
         result = once ? RunOnce(host.GetDaemon(), options) : RunUntilEmpty(host.GetDaemon(), options);
         lists = host.GetProgress();
+        failure = host.GetFailure();
     }
     const SendDaemon::CDeferredMessages deferred = FindDeferred(lists);
     if (json) {
@@ -139,6 +141,7 @@ void Send(bool once, bool json) {
         PrintDeferred(deferred, result);
     }
     if (result.gaveUp) throw CCommandFailure("messages are left in the queue: " + result.reason);
+    if (!failure.empty()) throw CCommandFailure(failure);
     if (result.wasStopped) throw CCommandFailure("stopped; what is left in the queue is sent by the next run");
     if (result.waiting > 0) {
         throw CCommandFailure(std::to_string(result.waiting) + " messages wait until " +

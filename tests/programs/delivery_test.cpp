@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <regex>
 #include <string>
 
@@ -71,6 +72,7 @@ TEST(DeliveryCommands, SayWhatIsWrong) {
     EXPECT_EQ(Count(runner.MustRun({"send", "--json"}), "\"deferred\":0,\"deferredInAll\":1,\"nextAttempt\":"), 1U);
 
     runner.MustRun({"list", "create", "Blocked", "--email", "other@b.example"});
+    std::filesystem::remove_all(runner.Path("data/SendDaemon/2"));
     runner.WriteFile("data/SendDaemon/2", "a file where the account's folder belongs");
     const CRunResult left = runner.Run({"send"});
     EXPECT_EQ(left.status, 1);
