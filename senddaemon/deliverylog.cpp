@@ -213,6 +213,12 @@ void CDeliveryLog::SetUp(std::string_view accountRoot, std::uint64_t maxBytes, s
     m_state->keep = keep;
 }
 
+bool CDeliveryLog::Open() {
+    const std::lock_guard guard(m_state->lock);
+    bool needsLineEnd = false;
+    return !m_state->root.empty() && m_state->MakeReady(0, needsLineEnd);
+}
+
 bool CDeliveryLog::Append(std::span<const CDeliveryLine> lines, Flush flush) {
     if (lines.empty()) return true;
     std::string text;

@@ -68,6 +68,8 @@ public:
     // Programs that only add a line now and then give 0 and leave it to the daemon.
     void SetUp(std::string_view accountRoot, std::uint64_t maxBytes, std::uint32_t keep);
 
+    bool Open();  // for those who want to know beforehand whether it can be written
+
     // Lines that could not be flushed are written all the same.
     bool Append(std::span<const CDeliveryLine> lines, Flush flush);
 

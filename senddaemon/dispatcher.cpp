@@ -34,6 +34,7 @@ CDispatcher::CDispatcher(DaemonClock clock) : m_state(std::make_unique<CState>()
 
 CDispatcher::~CDispatcher() {
     CancelSenders();
+    m_state->TellUnwritten();
     if (m_state->config != nullptr) m_state->config->Detach(*this);
 }
 
@@ -47,6 +48,7 @@ bool CDispatcher::Initialize(std::string_view rootFolder, CConfiguration* config
     if (config != nullptr) config->Attach(*this);
     if (!m_state->account.SetUp(root)) return false;
     Log(LogLevelTrace, "Initialized account");
+    m_state->isLogOpen = false;
     m_state->deliveryLog.SetUp(m_state->account.GetRootFolder(), GetDeliveryLogLimit(), GetDeliveryLogFiles());
     if (!m_state->FreeAll() || !m_state->UndoClaims()) return false;
     Log(LogLevelTrace, "Queue folder undone");

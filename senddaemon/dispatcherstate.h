@@ -103,6 +103,7 @@ struct CDispatcher::CState {
     bool isCancelling = false;
 
     CDeliveryLog deliveryLog;
+    bool isLogOpen = false;
     std::mutex unwrittenLock;
     std::vector<CDeliveryLine> unsaid;     // "sent" lines that go with the next write
     std::vector<CDeliveryLine> unwritten;  // lines that the log did not take
@@ -144,6 +145,8 @@ struct CDispatcher::CState {
     void AppendLines(std::vector<CDeliveryLine> lines, CDeliveryLog::Flush flush);
     void AppendUnsaid();     // what waits for another line
     bool AppendUnwritten();  // false when the log still takes none
+    void TellUnwritten();    // the event log, for want of the other
+    bool IsLogReady();       // false: nothing may go out, the reason is in the last-error text
 
     // deferral.cpp
     bool Defer(const std::string& path, const CMessageInfo& info, std::span<const CRecipientReport> deferred);

@@ -55,9 +55,8 @@ DispatchStep CDispatcher::CState::Step(bool onePass, bool& endOfQueue, std::stri
         endOfQueue = true;
         return DispatchStep::Unregistered;
     }
-    // Nothing goes out of which could not be told what became of it.
-    if (!AppendUnwritten()) {
-        reason = FormatText("The delivery log cannot be written: %s", DescribeLastError().c_str());
+    if (!IsLogReady()) {
+        reason = GetLastErrorText();
         endOfQueue = true;
         return DispatchStep::Failed;
     }

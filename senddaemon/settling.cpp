@@ -90,6 +90,24 @@ bool CDispatcher::CState::AppendUnwritten() {
     return true;
 }
 
+// Nothing goes out of which could not be told what became of it.
+bool CDispatcher::CState::IsLogReady() {
+    const bool isNeeded = !isLogOpen && IsAnyWaiting();
+    if (isNeeded) isLogOpen = deliveryLog.Open();
+    if ((isLogOpen || !isNeeded) && AppendUnwritten()) return true;
+    SetLastErrorFormat("The delivery log cannot be written: %s", DescribeLastError().c_str());
+    return false;
+}
+
+void CDispatcher::CState::TellUnwritten() {
+    const std::lock_guard guard(unwrittenLock);
+    for (const CDeliveryLine& line : unwritten) {
+        LogFormat(LogLevelFailure, "Not in the delivery log of \"%s\": %s, message %s, %s",
+                  account.GetRootFolder().c_str(), std::string(GetDeliveryStatusName(line.status)).c_str(),
+                  line.message.c_str(), line.recipient.c_str());
+    }
+}
+
 // One write for what was filed and what is accepted next.  A crash in between
 // costs nothing: the next start finds the file gone, and says so.
 void CDispatcher::CState::AppendSent(const CMessageInfo& info, std::span<const CRecipientReport> accepted) {

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "platform/faultplan.h"
+#include "platform/file.h"
 #include "tests/senddaemon/daemonfixture.h"
 
 namespace SendDaemon {
@@ -127,6 +128,19 @@ TEST_F(Settling, NothingGoesOutThatCannotBeRecorded) {
     EXPECT_EQ(RunToEnd().sent, 1U);
     EXPECT_EQ(CountIn(LogLines(), "accepted "), 2U);
     EXPECT_EQ(CountIn(LogLines(), "sent "), 2U);
+    QueueFor("c@x");
+    {
+        const Platform::CFaultPlan diskIsFull(Platform::Operation::Write, 1, Platform::CFaultPlan::After::Stays);
+        EXPECT_EQ(RunToEnd().sent, 1U);
+        m_daemon.reset();
+        EXPECT_TRUE(m_log->Contains(2, "accepted, message "));
+        EXPECT_TRUE(m_log->Contains(2, ", c@x"));
+    }
+    ASSERT_TRUE(Platform::RemoveFile(JoinPath(m_account, "delivery.log")) && Start());
+    MakeFile("SendDaemon/1/delivery.log/other", "");
+    QueueFor("d@x");
+    EXPECT_TRUE(RunToEnd().gaveUp);
+    EXPECT_EQ(CountDelivered("d@x"), 0U);
 }
 
 TEST_F(Settling, AStartAsksTheLogWhoHasAClaimedMessage) {
