@@ -102,12 +102,12 @@ public:
     int GetLastCode() const noexcept;
     std::string GetLastReplyText() const;  // at most 128 characters, with the codes
     std::string GetLastEnhancedCode() const;
-    std::string GetLastCommand() const;    // passwords masked
+    std::string GetLastCommand() const;  // passwords masked
     const Failure& GetFailure() const noexcept;
 
     void Cancel() noexcept;
-    // The data has gone out whole, and the server has not answered yet: who
-    // cancels now will not know whether it has the message.  From any thread.
+    // The data has gone out whole, or is about to, and the server has not answered
+    // yet: who cancels now will not know whether it has the message.  From any thread.
     bool IsAnswerDue() const noexcept;
 
 private:

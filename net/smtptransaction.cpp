@@ -384,7 +384,9 @@ bool CSmtpSession::CTransaction::SendData() {
         if (m_isFileAtEnd) encoder.Finish(s.wire);
         total += s.wire.size();
         bool hasInput = false;
+        s.isAnswerDue = m_isFileAtEnd;  // before the server can have it all
         if (!s.connection.WriteUnlessInput(s.wire, s.options.replyTimeout, hasInput)) {
+            s.isAnswerDue = false;
             if (hasInput || s.connection.HasUnreadInput()) return FailEarly();
             s.FailByConnection();
             Lose();
@@ -402,7 +404,6 @@ bool CSmtpSession::CTransaction::SendData() {
 }
 
 bool CSmtpSession::CTransaction::Conclude() {
-    s.isAnswerDue = true;
     const bool isAnswered = s.ReadReply(s.options.dataTimeout);
     s.isAnswerDue = false;
     if (!isAnswered) {

@@ -82,6 +82,28 @@ TEST_F(SmtpSession, ARepliedGroupSettlesEachRecipient) {
     }
 }
 
+// Else a stop at that moment would leave nobody knowing whether it has it.
+TEST_F(SmtpSession, WhoeverMayHaveAllOfAMessageIsWaitedFor) {
+    constexpr std::size_t Messages = 300;
+    CTinyPeer::Script script{{"", Greeting}, {"EHLO", Pipelines}};
+    for (std::size_t i = 0; i < Messages; ++i)
+        script.insert(script.end(), {{"DATA\r\n", "250\r\n250\r\n354\r\n"}, {"\r\n.\r\n", "250\r\n"}});
+    script.push_back({"QUIT\r\n", "221\r\n"});
+    std::size_t due = 0;
+    std::size_t dueEarly = 0;
+    CTinyPeer peer(script, [&](const std::string& what) {
+        if (m_session.IsAnswerDue()) ++(what == "\r\n.\r\n" ? due : dueEarly);
+    });
+    ASSERT_TRUE(Open(peer.GetPort()));
+    for (std::size_t i = 0; i < Messages; ++i)
+        ASSERT_TRUE(Send({"a@b"}));
+    EXPECT_FALSE(m_session.IsAnswerDue());
+    m_session.Close();
+    peer.GetReceived();
+    EXPECT_EQ(due, Messages);
+    EXPECT_EQ(dueEarly, 0u);
+}
+
 TEST_F(SmtpSession, ManyRecipientsGoInSeveralGroups) {
     std::vector<std::string> recipients;
     for (int i = 0; i < 400; ++i)

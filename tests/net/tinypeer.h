@@ -5,6 +5,7 @@
 #define LISTHAVEN_TESTS_NET_TINYPEER_H
 
 #include <boost/asio.hpp>
+#include <functional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -16,8 +17,10 @@ public:
     // until the other side closes.
     using Script = std::vector<std::pair<std::string, std::string>>;
 
-    explicit CTinyPeer(Script script)
-        : m_acceptor(m_context, Tcp::endpoint(boost::asio::ip::address_v4::loopback(), 0)),
+    // answering: called, when given, with what has come, before that is answered
+    explicit CTinyPeer(Script script, std::function<void(const std::string& what)> answering = {})
+        : m_answering(std::move(answering)),
+          m_acceptor(m_context, Tcp::endpoint(boost::asio::ip::address_v4::loopback(), 0)),
           m_thread([this, script = std::move(script)] { Play(script); }) {}
     CTinyPeer(const CTinyPeer&) = delete;
     CTinyPeer& operator=(const CTinyPeer&) = delete;
@@ -47,11 +50,13 @@ private:
             }
             if (error) return;
             seen = m_received.find(what, seen) + what.size();
+            if (m_answering) m_answering(what);
             boost::asio::write(socket, boost::asio::buffer(reply), error);
         }
         boost::asio::read(socket, received, error);
     }
 
+    std::function<void(const std::string& what)> m_answering;
     boost::asio::io_context m_context;
     Tcp::acceptor m_acceptor;
     std::string m_received;
