@@ -41,26 +41,20 @@ protected:
     }
 };
 
-// Accounts of one daemon on one Postfix; what it puts off comes back later.
-TEST_F(RealServers, RelayThroughPostfix) {
-    CMailServer server;
-    if (!server.IsInstalled()) GTEST_SKIP() << server.WhyNot();
-    server.AddUser("ann", "ann pw");
-    server.AnswerRecipient("busy@there.example", "450 4.2.1 Try again later");
-    server.AnswerRecipient("gone@there.example", "550 5.1.1 Unknown here");
-    ASSERT_TRUE(server.Start()) << server.WhyNot();
+// What an account that relays through the server comes to.
+struct CRelayRow {
+    const char* recipients;
+    std::uint16_t port;
+    CSettings settings;
+    const char* folders;
+    const char* ledger;
+    const char* later;  // folders, when an hour has passed
+    std::string more = {};
+};
 
-    struct CRow {
-        const char* recipients;
-        std::uint16_t port;
-        CSettings settings;
-        const char* folders;
-        const char* ledger;
-        const char* later;  // folders, when an hour has passed
-        std::string more = {};
-    };
+std::vector<CRelayRow> GetRelayRows(const CMailServer& server) {
     const std::string& certificate = server.GetCertificate();
-    const std::vector<CRow> rows = {
+    return {
         {"tls@there.example",
          server.GetPort(),
          {{"TlsMode", "Required"},
@@ -109,8 +103,20 @@ TEST_F(RealServers, RelayThroughPostfix) {
          "sent 250, failed 550, deferred 450",
          "Errors Sent*2"},
     };
+}
+
+// Accounts of one daemon on one Postfix; what it puts off comes back later.
+TEST_F(RealServers, RelayThroughPostfix) {
+    CMailServer server;
+    if (!server.IsInstalled()) GTEST_SKIP() << server.WhyNot();
+    server.AddUser("ann", "ann pw");
+    server.AnswerRecipient("busy@there.example", "450 4.2.1 Try again later");
+    server.AnswerRecipient("gone@there.example", "550 5.1.1 Unknown here");
+    ASSERT_TRUE(server.Start()) << server.WhyNot();
+
+    const std::vector<CRelayRow> rows = GetRelayRows(server);
     std::vector<std::string> accounts;
-    for (const CRow& row : rows) {
+    for (const CRelayRow& row : rows) {
         accounts.push_back(MakeAccount("127.0.0.1", row.port, row.settings));
         Queue(accounts.back(), Message(row.recipients, row.more));
     }
