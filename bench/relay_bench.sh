@@ -228,6 +228,7 @@ run_listhaven() {  # case, SyncFiles, messages
 
 run_delay() {
   local each=40 many=50
+  rm -f "$work/proxy"
   "$build/bench/delay_proxy" "$sink" 100 >"$work/proxy" &
   proxy_pid=$!
   until [ -s "$work/proxy" ]; do is_alive $proxy_pid || die "delay_proxy does not start"; sleep 0.05; done
