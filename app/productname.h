@@ -19,7 +19,7 @@ inline constexpr std::string_view InstanceMutexName = "Vantorel.Listhaven.3.Inst
 inline constexpr std::string_view ServerMutexName = "Vantorel.Listhaven.3.LhvServerInstancePresent";
 inline constexpr std::string_view MainWindowClassName = "Vantorel.Listhaven.3.MainWndClassName";
 inline constexpr std::string_view LogMutexName = "Vantorel.Listhaven.3.Log";
-inline constexpr std::string_view FileMutexPrefix = "Vantorel.Listhaven.3.SSArray";  // and the file's path
+inline constexpr std::string_view FileMutexPrefix = "Vantorel.Listhaven.3.SSArray";             // and the file's path
 inline constexpr std::string_view DeliveryLogMutexPrefix = "Vantorel.Listhaven.3.DeliveryLog";  // likewise
 
 inline constexpr std::string_view NotificationMailslotName = "\\\\.\\mailslot\\VtrlLhv1";

@@ -31,7 +31,7 @@ public:
     virtual void SetText(std::string_view text, bool isHtml) = 0;
     virtual Child CreatePart(const CMimeSource& text);
 
-    std::string GetBoundary() const;  // "" when there is none
+    std::string GetBoundary() const;                              // "" when there is none
     static std::string BoundaryOf(std::string_view contentType);  // an unfolded value
     void SetBoundary(const char* boundary);
     static std::string NewBoundary();
