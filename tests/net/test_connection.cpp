@@ -110,30 +110,6 @@ TEST_F(Tls, LargeMessagesGoThroughEncrypted) {
     EXPECT_EQ(server.GetMessages()[0].text, server.GetMessages()[1].text);
 }
 
-TEST_F(Tls, PlaintextBehindTheConsentIsNotTaken) {
-    CScript script = Script();
-    script.turns = {{.at = Step::StartTls, .reply = "220 go\n250 injected"}};
-    CScriptedServer server(script);
-    EXPECT_FALSE(Open(server.GetPort()));
-    EXPECT_EQ(m_session.GetFailure().kind, FailureKind::Protocol) << m_session.GetFailure().text;
-    EXPECT_EQ(server.CountConnections(), 1u);
-}
-
-TEST_F(Tls, ABrokenHandshakeIsTriedOnceMoreWithoutTls) {
-    CScript script = Script();
-    script.turns = {{.at = Step::Handshake}};
-    CScriptedServer server(script);
-    EXPECT_TRUE(Open(server.GetPort())) << m_session.GetFailure().text;
-    EXPECT_FALSE(m_session.IsEncrypted());
-    EXPECT_EQ(server.CountConnections(), 2u);
-
-    SmtpOptions options = OptionsFor(server.GetPort());
-    options.connect.tlsMode = TlsMode::Required;
-    EXPECT_FALSE(m_session.Open(options));
-    EXPECT_EQ(m_session.GetFailure().kind, FailureKind::Tls);
-    EXPECT_EQ(server.CountConnections(), 3u);
-}
-
 TEST(Connection, EveryAddressIsTriedWithinOneLimit) {
     CScriptedServer server;
     CConnection connection;

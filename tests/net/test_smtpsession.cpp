@@ -244,38 +244,3 @@ TEST_F(SmtpSession, LogsInWithAuthLoginOnly) {
     for (const char* shown : {"C: AUTH LOGIN [password]", "S: 235", "C: RCPT TO:<a@b>", "C: [24 octets]", "C: QUIT"})
         EXPECT_NE(trace.find(shown), std::string::npos) << shown << "\n" << trace;
 }
-
-TEST_F(SmtpSession, GreetingsAndHellosThatDoNotWork) {
-    const struct {
-        CTurn turn;
-        FailureKind kind;
-        int code;
-    } Cases[] = {
-        {{.at = Step::Greeting, .reply = "554 no service"}, FailureKind::Reply, 554},
-        {{.at = Step::Greeting, .reply = "421 busy"}, FailureKind::Reply, 421},
-        {{.at = Step::Greeting, .reply = "200 +OK"}, FailureKind::Protocol, 200},
-        {{.at = Step::Greeting, .reply = "220 hello\n250 and more"}, FailureKind::Protocol, 0},
-        {{.at = Step::Greeting, .does = Does::Endless}, FailureKind::Protocol, 0},
-        {{.at = Step::Greeting, .does = Does::HugeLine}, FailureKind::Protocol, 0},
-        {{.at = Step::Greeting, .does = Does::Close}, FailureKind::Closed, 0},
-        {{.at = Step::Greeting, .does = Does::Stall}, FailureKind::TimedOut, 0},
-        {{.at = Step::Connect, .does = Does::Refuse}, FailureKind::Refused, 0},
-        {{.at = Step::Ehlo, .reply = "451 later"}, FailureKind::Reply, 451},
-        {{.at = Step::Ehlo, .reply = "502 unknown"}, FailureKind::None, 250},
-        {{.at = Step::Ehlo, .does = Does::Bytewise}, FailureKind::None, 250},
-    };
-    for (const auto& test : Cases) {
-        CScript script;
-        script.turns = {test.turn};
-        CScriptedServer server(script);
-        SmtpOptions options = OptionsFor(server.GetPort());
-        if (test.turn.does == Does::Stall) options.replyTimeout = 200ms;
-        EXPECT_EQ(m_session.Open(options), test.kind == FailureKind::None);
-        EXPECT_EQ(m_session.GetFailure().kind, test.kind) << m_session.GetFailure().text;
-        if (test.code) {
-            EXPECT_EQ(m_session.GetLastCode(), test.code) << m_session.GetFailure().text;
-        }
-        EXPECT_EQ(m_session.IsOpen(), test.kind == FailureKind::None);
-        EXPECT_EQ(m_session.GetCapabilities().isExtended, test.turn.does == Does::Bytewise);
-    }
-}
