@@ -16,47 +16,21 @@ TEST_F(CBlockedAddressesTest, MatchesWhatAPatternMeans) {
         EXPECT_TRUE(blocked.Add(pattern)) << pattern;
     }
     EXPECT_FALSE(blocked.Add("ANNA@harbour.EXAMPLE"));
-    const struct {
-        const char* address;
-        bool isBlocked;
-    } cases[] = {
-        {"anna@harbour.example", true},
-        {"ANNA@HARBOUR.EXAMPLE", true},
-        {" anna@harbour.example. ", true},
-        {"hanna@harbour.example", false},
-        {"anna@harbour.example.org", false},
-        {"bert@harbour.example", false},
-        {"any@spam.example", true},
-        {"\"a@b\"@Spam.Example", true},
-        {"any@mx.spam.example", false},
-        {"any@notspam.example", false},
-        {"any@farm.example", false},
-        {"any@a.farm.example", true},
-        {"any@c.b.a.FARM.example", true},
-        {"any@afarm.example", false},
-        {"O'Neill@x.example", true},
-        {"*@spam.example", true},
-        {"spam.example", false},
-        {"", false},
-        {"@", false},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(blocked.IsBlocked(c.address), c.isBlocked) << c.address;
+    for (const char* address : {"anna@harbour.example", "ANNA@HARBOUR.EXAMPLE", " anna@harbour.example. ",
+                                "any@spam.example", "\"a@b\"@Spam.Example", "any@a.farm.example",
+                                "any@c.b.a.FARM.example", "O'Neill@x.example", "*@spam.example"})
+        EXPECT_TRUE(blocked.IsBlocked(address)) << address;
+    for (const char* address :
+         {"hanna@harbour.example", "anna@harbour.example.org", "bert@harbour.example", "any@mx.spam.example",
+          "any@notspam.example", "any@farm.example", "any@afarm.example", "spam.example", "", "@"})
+        EXPECT_FALSE(blocked.IsBlocked(address)) << address;
 }
 
 TEST_F(CBlockedAddressesTest, RefusesWhatIsNoPattern) {
-    const std::string bad[] = {"",
-                               "*",
-                               "*@*.",
-                               "*@*",
-                               "*a@x.de",
-                               "*@x.*",
-                               "*@a.*.de",
-                               "a@x.de\nb",
-                               "*@-x-.de",
-                               "*@x.de@y",
-                               std::string("a@x\0.de", 7),
-                               "*@" + std::string(300, 'x')};
+    std::vector<std::string> bad = {std::string("a@x\0.de", 7), "*@" + std::string(300, 'x')};
+    for (const char* pattern :
+         {"", "*", "*@*.", "*@*", "*a@x.de", "*@x.*", "*@a.*.de", "a@x.de\nb", "*@-x-.de", "*@x.de@y"})
+        bad.emplace_back(pattern);
     CBlockedAddresses blocked;
     for (const std::string& pattern : bad) {
         std::string reason;
