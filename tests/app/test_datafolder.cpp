@@ -27,20 +27,6 @@ TEST(DataFolder, IsMadeWithItsParentsAndHoldsTheFiles) {
     EXPECT_TRUE(std::filesystem::is_directory(GetDataFolder()));
 }
 
-TEST(DataFolder, IsCheckedWithTheMessageOfStartUp) {
-    const CTemporaryFolder folder;
-    EXPECT_EQ(CheckDataFolder(folder / "new/data"), "");
-    EXPECT_TRUE(std::filesystem::is_directory(folder / "new/data"));
-    Put(folder / "file", "x");
-    EXPECT_EQ(CheckDataFolder(folder / "file"),
-              "The path \"" + folder / "file" +
-                  "\" is not a directory. Please remove the file and restart the application. \n\n"
-                  "The application will now shut down.");
-    EXPECT_EQ(CheckDataFolder(folder / "file/data"), "Failed to create the data directory \"" + folder / "file/data" +
-                                                         "\". \n\nThe application will now shut down.");
-    EXPECT_EQ(Get(folder / "file"), "x");
-}
-
 TEST(Services, AreOfOneThread) {
     const Platform::ThreadId mine = Platform::CurrentThreadId();
     RequestThreadStop(mine);

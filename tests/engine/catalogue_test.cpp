@@ -11,18 +11,6 @@
 
 namespace {
 
-// Hexadecimal digits become "X" or, in the third group, "x".
-std::string ShapeOf(const std::string& guid) {
-    std::string shape;
-    int group = 0;
-    for (const char c : guid) {
-        group += c == '-' ? 1 : 0;
-        const std::string digits = group == 2 ? "0123456789abcdef" : "0123456789ABCDEF";
-        shape += digits.find(c) == std::string::npos ? c : group == 2 ? 'x' : 'X';
-    }
-    return shape;
-}
-
 class CCatalogueTest : public CDataFolderTest {
 protected:
     CCatalogueTest() : m_lists(PathOf("")) { Platform::SetFlushEnabled(false); }
@@ -41,30 +29,6 @@ TEST_F(CCatalogueTest, LookingMakesNoFile) {
     EXPECT_EQ(m_lists.FindByNameOrNumber("1"), CCatalogue::None);
     EXPECT_THROW(m_lists.GetName(0), CLhvException);
     EXPECT_FALSE(Platform::FileIsThere(PathOf("LISTS.CST")));
-}
-
-TEST_F(CCatalogueTest, ANewListHasTheDefaults) {
-    const std::int32_t list = m_lists.Create();
-    const std::int32_t second = m_lists.Create();
-    const struct {
-        const char* key;
-        const char* value;
-    } rows[] = {{"name", "Enter a list name here"},
-                {"enabled", "1"},
-                {"removeMatched", "1"},
-                {"maxConnections", "10"},
-                {"loopProtection", "3"},
-                {"limitDays", "127"},
-                {"limitTo", "00:00"},
-                {"maxMessagesPerConnection", "999"},
-                {"digestHours", "168"},
-                {"number", "1"}};
-    for (const auto& row : rows)
-        EXPECT_EQ(m_lists.GetByKey(list, row.key), row.value) << row.key;
-    EXPECT_GT(m_lists.GetNumber(list, ListColumn::Created), 1700000000);
-    EXPECT_NE(m_lists.GetGuid(list), m_lists.GetGuid(second));
-    EXPECT_EQ(ShapeOf(m_lists.GetGuid(list)), "{XXXXXXXX-XXXX-xxxx-XXXX-XXXXXXXXXXXX}");
-    EXPECT_EQ(m_lists.GetListNumber(second), 2U);
 }
 
 TEST_F(CCatalogueTest, NumbersAreNeverGivenAgain) {

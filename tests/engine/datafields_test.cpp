@@ -105,18 +105,6 @@ TEST(DataFieldTable, MisuseIsAnInternalError) {
     EXPECT_THROW(ExpandDataFields(nullptr, false), CLhvException);
 }
 
-TEST(DataFieldTable, TheCommonFieldsAreGivenInTheirOrder) {
-    Engine::CCommonDataFieldsEnumerator common;
-    std::string name;
-    std::string description;
-    std::string names;
-    while (common.Next(name, description))
-        names += name + ",";
-    EXPECT_EQ(names,
-              "To-First-Name,To-Last-Name,To-Name,To-Email,From-First-Name,From-Last-Name,From-Name,From-Email,");
-    EXPECT_EQ(description, "Sender's email address.");
-}
-
 // The same, written down as it is told: tables are copied, texts changed in place.
 class CReference {
 public:

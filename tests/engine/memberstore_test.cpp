@@ -111,52 +111,6 @@ TEST_F(CMemberStoreTest, UpdatesOnlyTheGivenParts) {
     EXPECT_FALSE(store.Update(2, change, parts));
 }
 
-TEST_F(CMemberStoreTest, AddsGroupsWithOneOutcomeEach) {
-    CMemberStore store;
-    store.Open(7);
-    CMember old = MakeMember("old@x.example");
-    old.name = "Old";
-    old.SetField(0, "kept");
-    store.Add(old);
-
-    std::vector<CMember> group;
-    for (const char* address :
-         {"new@x.example", "OLD@x.example", "bad", "New@x.example", "old@x.example", "z@x.example"}) {
-        group.push_back(MakeMember(address));
-        group.back().name = std::to_string(group.size());
-        group.back().SetField(1, "f" + std::to_string(group.size()));
-    }
-    MemberParts parts;
-    parts.slots = 2;
-    const struct {
-        ExistingMember onExisting;
-        const char* outcomes;
-        const char* members;
-    } cases[] = {
-        {ExistingMember::Skip, "ASRSSA",
-         "0: old@x.example||||Old|regular||0=kept\n1: new@x.example||||1|regular||1=f1\n"
-         "2: z@x.example||||6|regular||1=f6\n"},
-        {ExistingMember::Update, "UURUUU",
-         "0: old@x.example||||5|regular||0=kept|1=f5\n1: new@x.example||||4|regular||1=f4\n"
-         "2: z@x.example||||6|regular||1=f6\n"},
-    };
-    for (const auto& c : cases) {
-        std::string outcomes;
-        for (const MemberOutcome& outcome : store.AddMany(group, c.onExisting, parts)) {
-            outcomes += "AUSR"[static_cast<int>(outcome.kind)];
-            EXPECT_EQ(outcome.reason.empty(), outcome.kind != MemberOutcome::Kind::Rejected);
-        }
-        EXPECT_EQ(outcomes, c.outcomes);
-        EXPECT_EQ(ReadAll(store), c.members);
-    }
-    group.assign(1, MakeMember("twice@x.example"));
-    group.push_back(group.front());
-    group.back().name = "second";
-    store.AddMany(group, ExistingMember::Update, parts);
-    EXPECT_EQ(store.Count(), 4);
-    EXPECT_NE(ReadAll(store).find("3: twice@x.example||||second|"), std::string::npos);
-}
-
 TEST_F(CMemberStoreTest, LeavesNoFilesWithoutMembers) {
     CMemberStore one;
     CMemberStore other;
@@ -451,29 +405,6 @@ TEST_F(CMemberStoreTest, BehavesAsAMap) {
         }
         model.Compare();
     }
-}
-
-TEST_F(CMemberStoreTest, TakesMembersFromSeveralThreads) {
-    constexpr int Threads = 4;
-    constexpr int Each = 60;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < Threads; ++t) {
-        threads.emplace_back([t] {
-            CMemberStore store;
-            store.Open(7);
-            for (int i = 0; i < Each; ++i) {
-                // Every address is tried by two threads.
-                const std::string address = std::to_string(t / 2) + "." + std::to_string(i) + "@x.example";
-                store.AddMany(std::vector{MakeMember(address)}, ExistingMember::Skip);
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    CMemberStore store;
-    store.Open(7);
-    EXPECT_EQ(store.Count(), Threads / 2 * Each);
-    EXPECT_EQ(store.GetRecordCount(), Threads / 2 * Each);
 }
 
 }  // namespace

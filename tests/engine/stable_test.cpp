@@ -118,33 +118,6 @@ TEST_F(CSTableTest, FilesThatAreNotWhole) {
     }
 }
 
-TEST_F(CSTableTest, CountersGoOnBehindTheLargest) {
-    CSTable table;
-    CSTable other;
-    ASSERT_TRUE(Open(table));
-    ASSERT_TRUE(Open(other));
-    table.Append();
-    table.Append();
-    other.Append();
-    EXPECT_EQ(other.ReadCounter(2), 3U);
-    table.Append();
-    EXPECT_EQ(table.ReadCounter(2), 4U);
-    EXPECT_EQ(table.FindMaxCounter(2), 4U);
-    EXPECT_EQ(table.GetCursor(), 3);
-    table.Delete();
-    table.Pack();
-    table.Append();
-    EXPECT_EQ(table.ReadCounter(2), 5U);  // not given again while open
-    table.RaiseCounter(2, 100);
-    std::vector<std::byte> two(2 * RecordSize);
-    EXPECT_EQ(table.AppendRecords(two), 4);
-    EXPECT_EQ(table.ReadCounter(2), 102U);
-    other.Close();
-    ASSERT_TRUE(Open(other));
-    other.Append();
-    EXPECT_EQ(other.ReadCounter(2), 103U);
-}
-
 // What a table of texts should do, done on a vector.
 struct CModel {
     struct Row {

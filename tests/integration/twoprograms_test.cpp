@@ -77,29 +77,6 @@ TEST(TwoPrograms, ASecondFrontEndAndASecondSenderAreRefused) {
     EXPECT_EQ(runner.MustRun({"settings", "get", "Execution", "WasShutDown"}), "1\n");
 }
 
-TEST(TwoPrograms, BroadcastsBesideARunningFrontEndAreSent) {
-    CProgramRunner runner;
-    runner.MakeNullList("News");
-    runner.MustRun({"member", "import", "News", runner.WriteFile("members.csv", Rows("m", 300))});
-    Platform::CChildProcess front;
-    ASSERT_TRUE(runner.Start(front, {"run"}));
-    ASSERT_TRUE(WaitForText(runner.Path("stdout"), "Dispatching"));
-    const std::string message =
-        runner.WriteFile("message.eml", "From: list@lists.example\r\nSubject: x\r\n\r\nDear $(To-Name)\r\n");
-    runner.MustRun({"broadcast", message, "--list", "News"});
-    bool isDone = false;
-    for (int i = 0; i < 3000 && !isDone; ++i)
-        isDone = runner.MustRun({"queue", "ls", "--json"}).find("\"waiting\":0,\"claimed\":0") != std::string::npos;
-    EXPECT_TRUE(isDone);
-    int copies = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(runner.Path("delivered")))
-        copies += entry.path().extension() == ".eml";
-    EXPECT_EQ(copies, 300);
-    front.AskToStop();
-    int status = -1;
-    EXPECT_TRUE(front.WaitFor(std::chrono::seconds(30), status));
-}
-
 TEST(TwoPrograms, TheServerSendsWhatTheCommandsQueue) {
     CProgramRunner runner;
     runner.MakeNullList("News");

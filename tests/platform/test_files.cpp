@@ -126,10 +126,6 @@ TEST(FaultPlan, FailsTheOperationItCountsTo) {
         EXPECT_EQ(flushes(), "++--");
     }
     {
-        const CFaultPlan plan(Operation::Any, 4);
-        EXPECT_EQ(flushes(), "++w++");
-    }
-    {
         const CFaultPlan plan(Operation::Flush, 1);
         SetFlushEnabled(false);
         EXPECT_EQ(flushes(), "++++");

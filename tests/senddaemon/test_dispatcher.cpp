@@ -52,18 +52,6 @@ TEST_F(Dispatcher, SentAndUnusableMessagesAreFiled) {
     EXPECT_EQ(Counts(), "0 0 3 4 0 0");
 }
 
-TEST_F(Dispatcher, StartsOnceAndUndoesClaims) {
-    FillBatch("SendDaemon/1/.Queue/b", 4);
-    ASSERT_TRUE(Start());
-    EXPECT_EQ(Counts(), "4 0 0 0 0 0");
-    EXPECT_TRUE(m_log->Contains(4, "CDispatcher::Initialize (\"" + m_account + "\")"));
-    EXPECT_EQ(m_log->GetLines(4).back(), "Successfully initialized senders");
-    CConfiguration* server = nullptr;
-    EXPECT_FALSE(m_daemon->Initialize(m_root, server));
-    EXPECT_EQ(GetLastErrorText(), "Sending daemon already initialized.");
-    EXPECT_EQ(RunToEnd().sent, 4U);
-}
-
 TEST_F(Dispatcher, AMessageThatCannotBeDeletedIsReportedAndNotSentAgain) {
     const auto gate = RegisterGatedKind("Gate");
     Set("SendMethod", "Gate");

@@ -107,19 +107,6 @@ TEST_F(DnsClient, ACancelledClientAnswersNothingUntilItMay) {
     EXPECT_EQ(Ask(client, "lists.example", hosts), "ok");
 }
 
-TEST_F(DnsClient, TheTraceIsWrittenInDebugMode) {
-    Texts hosts;
-    CatalystDnsClient quiet(Settings());
-    EXPECT_TRUE(quiet.GetMailExchangers("lists.example", hosts));
-    EXPECT_FALSE(std::filesystem::exists(InFolder("Logs/DnsTrace.txt")));
-    MakeFile("Lhv.cfg", "[Execution]\nDebugMode=1\n");
-    CatalystDnsClient traced(Settings());
-    EXPECT_TRUE(traced.GetMailExchangers("lists.example", hosts));
-    std::string trace;
-    EXPECT_TRUE(ReadWholeFile(InFolder("Logs/DnsTrace.txt"), trace));
-    EXPECT_NE(trace.find("MX lists.example @127.0.0.1"), std::string::npos) << trace;
-}
-
 TEST_F(DnsClient, SettingsAndDomains) {
     const struct {
         const char* text;

@@ -80,14 +80,6 @@ TEST_F(Sender, SendsOneMessageAtATime) {
     EXPECT_DOUBLE_EQ(CMessageSender::ConcreteLastDelivery(Platform::ClockMilliseconds() + 5000).GetSeconds() < 0, true);
 }
 
-TEST_F(Sender, TheLogHasFiveLevels) {
-    for (int level = -1; level <= 5; ++level) {
-        const bool isLevel = level >= 0 && level <= 4;
-        EXPECT_EQ(Log(level, "a line"), isLevel);
-        EXPECT_EQ(m_log->GetLines(level).size(), isLevel ? 1U : 0U);
-    }
-}
-
 TEST_F(Sender, AJobHandedOverBeforeTheEndIsStillDone) {
     const auto gate = RegisterGatedKind("Gate");
     gate->Open();

@@ -9,25 +9,6 @@ namespace {
 
 class SendLoop : public CDaemonFixture {};
 
-TEST_F(SendLoop, ManyMessagesOnSeveralAccounts) {
-    const std::string other = JoinPath(m_root, "2");
-    std::string content;
-    ASSERT_TRUE(ReadWholeFile(GetAccountConfigPath(m_account), content));
-    MakeFile("SendDaemon/2/account.cfg", content);
-    Set("MaxConnections", "4");
-    FillBatch("SendDaemon/2/b", 150);
-    Queue(300);
-    ASSERT_TRUE(Start() && m_daemon->AddAccount(other));
-    std::uint64_t reported = 0;
-    m_options.progress = [&](const CSendResult& result) { reported = result.sent; };
-    const CSendResult result = RunToEnd();
-    EXPECT_EQ(result.sent, 450U);
-    EXPECT_GT(reported, 0U);
-    EXPECT_EQ(CountFilesUnder(InFolder("out")), 450U);
-    EXPECT_EQ(Counts(), "0 0 300 0 0 0");
-    EXPECT_FALSE(m_daemon->IsAnySending());
-}
-
 TEST_F(SendLoop, OnePassTriesEachMessageOnce) {
     const auto gate = RegisterGatedKind("Gate");
     gate->Open();
@@ -44,27 +25,6 @@ TEST_F(SendLoop, OnePassTriesEachMessageOnce) {
     EXPECT_EQ(result.failed, 1U);
     EXPECT_EQ(Counts(), "0 0 4 1 0 0");
     EXPECT_EQ(RunOnce(*m_daemon, m_options).sent, 0U);
-}
-
-TEST_F(SendLoop, StoppingGivesBackWhatWasNotDelivered) {
-    const auto gate = RegisterGatedKind("Gate");
-    Set("SendMethod", "Gate");
-    Set("MaxConnections", "2");
-    Queue(5);
-    ASSERT_TRUE(Start());
-    m_options.stopRequested = [&] {
-        const std::lock_guard guard(gate->lock);
-        return gate->running == 2;
-    };
-    const CSendResult result = RunUntilStopped(*m_daemon, m_options);
-    EXPECT_TRUE(result.wasStopped);
-    EXPECT_EQ(result.sent + result.failed, 0U);
-    EXPECT_EQ(gate->cancelled, 2);
-    EXPECT_EQ(Counts(), "5 0 0 0 0 0");
-    gate->isCancelled = false;
-    gate->Open();
-    m_options.stopRequested = {};
-    EXPECT_EQ(RunToEnd().sent, 5U);  // the daemon can go on
 }
 
 TEST_F(SendLoop, RunningSeesMessagesThatComeLater) {

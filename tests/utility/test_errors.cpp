@@ -8,7 +8,6 @@
 #include "utility/formattext.h"
 #include "utility/lasterror.h"
 #include "utility/lhvexception.h"
-#include "utility/sharedpointer.h"
 
 namespace {
 
@@ -20,16 +19,6 @@ std::string Thrown(const std::function<void()>& action) {
     }
     return "nothing was thrown";
 }
-
-struct CPart {
-    explicit CPart(int& livingParts) : living(livingParts) { ++living; }
-    virtual ~CPart() { --living; }
-    int& living;
-};
-struct CText : CPart {
-    using CPart::CPart;
-    int length = 3;
-};
 
 }  // namespace
 
@@ -65,27 +54,4 @@ TEST(Errors, TextsAreCutToOneLinePerThread) {
     EXPECT_EQ(GetLastErrorText(), "");
     const std::string large(5000, 'y');
     EXPECT_EQ(FormatText("<%s>", large.c_str()), "<" + large + ">");
-}
-
-TEST(Errors, EmptyPointersThrowAndTheLastOneDeletes) {
-    CSharedPointer<CText> empty;
-    const CSharedPointer<CText> constEmpty;
-    EXPECT_EQ(Thrown([&] { ++empty->length; }), "cannot access class members: NULL pointer in T* operator-> () const");
-    EXPECT_EQ(Thrown([&] { ++constEmpty->length; }),
-              "cannot access class members: NULL pointer const T* operator-> () const");
-    EXPECT_EQ(Thrown([&] { ++(*constEmpty).length; }),
-              "cannot derefence: NULL pointer in const T& CSharedPointer::operator * () const");
-
-    int living = 0;
-    CSharedPointer<CPart> part = MakeShared<CText>(living);
-    {
-        const CSharedPointer<CText> text = part.As<CText>();
-        ASSERT_TRUE(text);
-        EXPECT_TRUE(part == text);
-        part.reset();
-        EXPECT_EQ(living, 1);
-        EXPECT_EQ(text->length, 3);
-    }
-    EXPECT_EQ(living, 0);
-    EXPECT_FALSE(MakeShared<CPart>(living).As<CText>());
 }
