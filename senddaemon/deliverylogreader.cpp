@@ -6,6 +6,7 @@
 #include "platform/file.h"
 #include "platform/filestatus.h"
 #include "platform/systemerror.h"
+#include "senddaemon/deliverylines.h"
 #include "senddaemon/deliverylog.h"
 #include "senddaemon/deliverylogfiles.h"
 #include "utility/files.h"
@@ -17,9 +18,6 @@
 namespace SendDaemon {
 
 namespace {
-
-constexpr std::size_t ReadSize = 1 << 18;
-constexpr std::size_t LongestLine = 5 * DeliveryValueLimit + DeliveryTextLimit + 64;
 
 // Of the newest files, what is looked at for unfiled deliveries: all that a
 // program can have in hand at one time is far less.
@@ -63,78 +61,13 @@ bool OpenLogs(const std::string& root, Files files, std::vector<COpenLog>& logs)
     return true;
 }
 
-class CLineReader {
-public:
-    CLineReader(const LineVisit& visit, std::uint64_t& skipped) : m_visit(visit), m_skipped(skipped) {}
-
-    bool Read(const COpenLog& log);
-    bool IsStopped() const { return m_isStopped; }
-
-private:
-    void TakeLines(bool isEnd);
-    void TakeLine(std::string_view text);
-
-    const LineVisit& m_visit;
-    std::uint64_t& m_skipped;
-    CDeliveryLine m_line;
-    std::string m_rest;
-    bool m_isTooLong = false;  // the line that m_rest was the beginning of
-    bool m_isStopped = false;
-};
-
-bool CLineReader::Read(const COpenLog& log) {
-    std::uint64_t offset = 0;
-    m_rest.clear();
-    m_isTooLong = false;
-    for (bool isEnd = false; !isEnd && !m_isStopped;) {
-        const std::size_t kept = m_rest.size();
-        const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(ReadSize, log.size - offset));
-        std::size_t got = 0;
-        m_rest.resize(kept + size);
-        isEnd = size < ReadSize;
-        if (!log.file.ReadAt(offset, m_rest.data() + kept, size, &got)) {
-            if (Platform::LastSystemError() != 0) return Fail(log.path);
-            isEnd = true;
-        }
-        m_rest.resize(kept + got);
-        offset += got;
-        TakeLines(isEnd);
-    }
-    return true;
-}
-
-void CLineReader::TakeLines(bool isEnd) {
-    std::size_t start = 0;
-    while (!m_isStopped) {
-        const std::size_t end = m_rest.find('\n', start);
-        if (end == std::string::npos) break;
-        TakeLine(std::string_view(m_rest).substr(start, end - start));
-        start = end + 1;
-    }
-    m_rest.erase(0, start);
-    if (m_isStopped) return;
-    if (isEnd) TakeLine(m_rest);
-    if (m_rest.size() > LongestLine) {
-        m_isTooLong = true;
-        m_rest.clear();
-    }
-}
-
-void CLineReader::TakeLine(std::string_view text) {
-    if (m_isTooLong || (!text.empty() && !ParseDeliveryLine(text, m_line))) {
-        ++m_skipped;
-    } else if (!text.empty()) {
-        m_isStopped = !m_visit(m_line);
-    }
-    m_isTooLong = false;
-}
-
 bool ReadLogs(const std::vector<COpenLog>& logs, const LineVisit& visit, std::uint64_t& skipped) {
-    CLineReader reader(visit, skipped);
+    CDeliveryLineReader reader(visit);
     for (const COpenLog& log : logs) {
-        if (!reader.Read(log)) return false;
+        if (!reader.Read(log.file, log.path, 0, log.size)) return false;
         if (reader.IsStopped()) break;
     }
+    skipped = reader.GetSkipped();
     return true;
 }
 

@@ -9,6 +9,7 @@
 
 #include "platform/faultplan.h"
 #include "platform/file.h"
+#include "senddaemon/deliveryposition.h"
 #include "senddaemon/retryschedule.h"
 #include "tests/senddaemon/sendfixture.h"
 
@@ -252,6 +253,48 @@ TEST_F(DeliveryLog, ThreadsShareFlushes) {
         &skipped);
     EXPECT_EQ(seen.size(), static_cast<std::size_t>(2 * Threads * Calls + 1));
     EXPECT_EQ(skipped, 0U);
+}
+
+// Each line once, however the files were rotated, and as text in between.
+TEST_F(DeliveryLog, IsReadOnFromWhereItWas) {
+    CDeliveryLog log;
+    log.SetUp(m_root, 150, 0);
+    std::string place = FormatDeliveryPosition({});
+    const auto readOn = [&](std::size_t most) {
+        CDeliveryPosition position;
+        std::string text;
+        EXPECT_TRUE(ParseDeliveryPosition(place, position));
+        EXPECT_TRUE(ReadDeliveriesFrom(m_root, position, [&](const CDeliveryLine& line) {
+            text += line.message + " ";
+            return --most > 0;
+        }));
+        place = FormatDeliveryPosition(position);
+        return text;
+    };
+    EXPECT_EQ(readOn(9), "");
+    for (const char* message : {"1", "2", "3", "4", "5", "6", "7"})
+        ASSERT_TRUE(Add(log, message));
+    EXPECT_EQ(readOn(2), "1 2 ");
+    EXPECT_EQ(readOn(3), "3 4 5 ");
+    for (const char* message : {"8", "9", "10", "11", "12"})
+        ASSERT_TRUE(Add(log, message));
+    Platform::CFile torn;
+    ASSERT_TRUE(torn.Open(m_path, Platform::FileMode::Append) && torn.Write("1700000000\tsent\t7\tdead"));
+    EXPECT_EQ(readOn(99), "6 7 8 9 10 11 12 ");
+    EXPECT_EQ(readOn(99), "");
+    ASSERT_TRUE(Add(log, "13"));
+    EXPECT_EQ(readOn(99), "13 ");
+    // Out of a backup all files are others: what is later counts.
+    std::filesystem::remove_all(m_root);
+    ASSERT_TRUE(EnsureFolder(m_root) && Add(log, "old"));
+    CDeliveryLine later = Line(DeliveryStatus::Failed, "later");
+    later.time += 1;
+    ASSERT_TRUE(log.Append({&later, 1}, Flush::No));
+    EXPECT_EQ(readOn(99), "later ");
+    EXPECT_EQ(readOn(99), "");
+    CDeliveryPosition end;
+    EXPECT_TRUE(FindDeliveryEnd(m_root, end));
+    EXPECT_EQ(FormatDeliveryPosition(end), place);
 }
 
 TEST_F(DeliveryLog, WhatWasAcceptedAndNotFiledIsFound) {
