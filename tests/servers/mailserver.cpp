@@ -8,31 +8,6 @@ namespace TestServers {
 
 namespace {
 
-constexpr const char* AuthConfiguration = R"(
-base_dir = @/run
-state_dir = @/state
-instance_name = listhaven-test-auth
-log_path = /dev/stderr
-protocols =
-ssl = no
-disable_plaintext_auth = no
-auth_mechanisms = plain login
-auth_failure_delay = 0
-passdb {
-  driver = passwd-file
-  args = scheme=PLAIN username_format=%u @/users
-}
-userdb {
-  driver = static
-  args = uid=65534 gid=65534 home=/nonexistent
-}
-service auth {
-  unix_listener @/auth {
-    mode = 0666
-  }
-}
-)";
-
 constexpr const char* MainConfiguration = R"(
 compatibility_level = 3.6
 queue_directory = @/queue
@@ -50,10 +25,11 @@ alias_maps =
 alias_database =
 virtual_mailbox_domains = regexp:@/conf/domains
 virtual_mailbox_maps = regexp:@/conf/mailboxes
-virtual_mailbox_base = @/mail
+virtual_mailbox_base = MAILBOXES
 virtual_uid_maps = static:65534
 virtual_gid_maps = static:65534
 virtual_minimum_uid = 1
+transport_maps = regexp:@/conf/transport
 default_transport = error:nothing leaves this machine
 disable_dns_lookups = yes
 message_size_limit = LIMIT
@@ -100,28 +76,15 @@ postlog unix-dgram n - n - 1 postlogd
 
 }  // namespace
 
-void CAuthServer::AddUser(const std::string& login, const std::string& password) {
-    m_users += login + ":{PLAIN}" + password + '\n';
-}
-
-bool CAuthServer::Prepare(CCommand& command) {
-    std::string text = AuthConfiguration;
-    ReplaceAll(text, "@", m_folder.GetPath());
-    Put(m_folder / "users", m_users);
-    Put(m_folder / "dovecot.conf", text);
-    std::filesystem::create_directory(m_folder / "state");
-    command.arguments = {"-F", "-c", m_folder / "dovecot.conf"};
-    return true;
-}
-
-bool CAuthServer::IsReady(const CCommand&) {
-    return std::filesystem::exists(GetSocket());
-}
-
 bool CMailServer::IsInstalled() {
     if (!CTestServer::IsInstalled()) return false;
     if (!IsAdministrator()) return Fail("postfix runs for root only");
-    return m_auth.IsInstalled() || Fail(m_auth.WhyNot());
+    return m_mailboxes.IsInstalled() || Fail(m_mailboxes.WhyNot());
+}
+
+void CMailServer::AddUser(const std::string& login, const std::string& password) {
+    m_mailboxes.AddUser(login, password);
+    m_users += "/^" + login + "(\\+.*)?@/ " + login + "/\n";
 }
 
 void CMailServer::AnswerRecipient(const std::string& address, const std::string& answer) {
@@ -157,7 +120,7 @@ bool CMailServer::MakeQueue(std::string& output) const {
 }
 
 bool CMailServer::Prepare(CCommand& command) {
-    if (!m_auth.IsRunning() && !m_auth.Start()) return Fail(m_auth.WhyNot());
+    if (!m_mailboxes.IsRunning() && !m_mailboxes.Start()) return Fail(m_mailboxes.WhyNot());
     if (m_certificate.keyFile.empty() && !MakeCertificate(m_folder.GetPath(), m_certificate))
         return Fail("openssl makes no certificate");
     m_port = FindFreePort();
@@ -165,14 +128,14 @@ bool CMailServer::Prepare(CCommand& command) {
         m_authPort = FindFreePort();
         m_tlsPort = FindFreePort();
     } while (m_port == m_authPort || m_port == m_tlsPort || m_authPort == m_tlsPort);
-    for (const char* part : {"conf", "queue", "mail"})
+    for (const char* part : {"conf", "queue"})
         std::filesystem::create_directory(m_folder / part);
-    std::filesystem::permissions(m_folder / "mail", std::filesystem::perms::all);
 
     std::string text = MainConfiguration;
     ReplaceAll(text, "@", m_folder.GetPath());
     ReplaceAll(text, "LIMIT", std::to_string(SizeLimit));
-    ReplaceAll(text, "AUTHSOCKET", m_auth.GetSocket());
+    ReplaceAll(text, "MAILBOXES", m_mailboxes.GetMailFolder());
+    ReplaceAll(text, "AUTHSOCKET", m_mailboxes.GetAuthSocket());
     Put(m_folder / "conf/main.cf", text);
     text = MasterConfiguration;
     ReplaceAll(text, "PLAIN", std::to_string(m_port));
@@ -180,7 +143,8 @@ bool CMailServer::Prepare(CCommand& command) {
     ReplaceAll(text, "TLS", std::to_string(m_tlsPort));
     Put(m_folder / "conf/master.cf", text);
     Put(m_folder / "conf/domains", "/\\.example$/ taken\n");
-    Put(m_folder / "conf/mailboxes", "/@/ all/\n");
+    Put(m_folder / "conf/mailboxes", m_users + "/@/ all/\n");
+    Put(m_folder / "conf/transport", "/@bounce\\.example$/ error:5.1.1 There is nobody of that name\n");
     Put(m_folder / "conf/headers", "/^X-Refuse-Me:/ REJECT This header is not wanted\n");
     WriteAnswers();
 
@@ -196,7 +160,7 @@ bool CMailServer::Prepare(CCommand& command) {
 
 std::vector<std::string> CMailServer::GetMessages() const {
     std::vector<std::string> messages;
-    const std::string folder = m_folder / "mail/all/new";
+    const std::string folder = m_mailboxes.GetMailFolder() + "/all/new";
     if (!std::filesystem::exists(folder)) return messages;
     for (const auto& entry : std::filesystem::directory_iterator(folder))
         messages.push_back(Get(entry.path().string()));

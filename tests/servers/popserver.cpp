@@ -33,6 +33,11 @@ userdb {
   driver = static
   args = home=@/mail/%u
 }
+service auth {
+  unix_listener @/auth {
+    mode = 0666
+  }
+}
 service pop3-login {
   service_count = 0
   inet_listener pop3 {

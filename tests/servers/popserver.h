@@ -24,10 +24,12 @@ public:
     std::uint16_t GetPort() const { return m_port; }
     std::uint16_t GetTlsPort() const { return m_tlsPort; }  // TLS from the first byte
     const std::string& GetCertificate() const { return m_certificate.certificateFile; }
+    std::string GetAuthSocket() const { return m_folder / "auth"; }  // of other servers, for their log-ins
+    std::string GetMailFolder() const { return m_folder / "mail"; }  // a Maildir for each user
 
 private:
     bool Prepare(CCommand& command) override;
-    std::string MailFolder(const std::string& login) const { return m_folder / ("mail/" + login); }
+    std::string MailFolder(const std::string& login) const { return GetMailFolder() + "/" + login; }
 
     std::string m_users;
     CTestCertificate m_certificate;
