@@ -75,6 +75,17 @@ const std::vector<std::string> NoPipelining = {"8BITMIME", "SIZE 20000000"};
 const std::vector<std::string> Three = {"a@there.example", "b@there.example", "c@there.example"};
 const std::string Smuggled = "MAIL FROM:<evil@there.example>\r\nRCPT TO:<v@there.example>\r\nDATA\r\nspam\r\n.\r\n";
 
+// Set-ups that several rows have.
+const CSetup TlsOffered = {.tls = Tls::Offered};
+const CSetup TlsRequired = {.settings = Required, .tls = Tls::Offered};
+const CSetup AuthLogin = {.settings = Login, .capabilities = {"AUTH LOGIN"}};
+const CSetup LargeBody = {.body = Large};
+const CSetup ThreeRecipients = {.recipients = Three};
+const CSetup TwoMessages = {.messages = 2};
+const CSetup ThreeMessages = {.messages = 3};
+const CSetup Unpiped = {.capabilities = NoPipelining};
+const CSetup TwoUnpiped = {.messages = 2, .capabilities = NoPipelining};
+
 std::vector<CTurn> AtEveryStep(Does does) {
     std::vector<CTurn> turns;
     for (int step = static_cast<int>(Step::Greeting); step <= static_cast<int>(Step::Quit); ++step) {
@@ -86,60 +97,49 @@ std::vector<CTurn> AtEveryStep(Does does) {
 
 // Connecting, greeting, capabilities, encryption, log-in.
 std::vector<CRow> MakeSessionRows() {
+    using enum Step;
+    using enum Does;
     return {
-        {"refuses connections", {{Step::Connect, Does::Refuse}}, Deferred("refused")},
-        {"closes at once", {{Step::Connect, Does::Close}}, Deferred("connection")},
-        {"everything late", AtEveryStep(Does::Late), Sent()},
-        {"everything byte by byte", AtEveryStep(Does::Bytewise), Sent(), {.capabilities = NoPipelining}},
-        {"greets 554", {{Step::Greeting, Does::ReplyAndClose, "554 5.7.1 not you"}}, Deferred("not you", 554)},
-        {"greets 421", {{Step::Greeting, Does::ReplyAndClose, "421 4.3.2 too busy"}}, Deferred("too busy", 421)},
-        {"greets nonsense", {{Step::Greeting, Does::Reply, "HTTP/1.1 400 Bad"}}, Deferred("is no reply")},
-        {"greets 200", {{Step::Greeting, Does::Reply, "200 +OK"}}, Deferred("200 +OK")},
-        {"greets with two codes",
-         {{Step::Greeting, Does::Reply, "220 hello\n250 and more"}},
-         Deferred("before it was sent")},
-        {"greeting stalls", {{Step::Greeting, Does::Stall}}, Deferred("within 1 second")},
-        {"451 to EHLO", {{Step::Ehlo, Does::Reply, "451 4.3.0 later"}}, Deferred("later", 451)},
-        {"closes at EHLO", {{Step::Ehlo, Does::Close}}, Deferred("connection")},
-        {"stalls at EHLO", {{Step::Ehlo, Does::Stall}}, Deferred("within 1 second")},
-        {"knows no EHLO", {{Step::Ehlo, Does::Reply, "500 5.5.1 what?"}}, Sent()},
-        {"endless EHLO", {{Step::Ehlo, Does::Endless}}, Deferred("is no reply")},
+        {"refuses connections", {{Connect, Refuse}}, Deferred("refused")},
+        {"closes at once", {{Connect, Close}}, Deferred("connection")},
+        {"everything late", AtEveryStep(Late), Sent()},
+        {"everything byte by byte", AtEveryStep(Bytewise), Sent(), Unpiped},
+        {"greets 554", {{Greeting, ReplyAndClose, "554 5.7.1 not you"}}, Deferred("not you", 554)},
+        {"greets 421", {{Greeting, ReplyAndClose, "421 4.3.2 too busy"}}, Deferred("too busy", 421)},
+        {"greets nonsense", {{Greeting, Reply, "HTTP/1.1 400 Bad"}}, Deferred("is no reply")},
+        {"greets 200", {{Greeting, Reply, "200 +OK"}}, Deferred("200 +OK")},
+        {"greets with two codes", {{Greeting, Reply, "220 hello\n250 and more"}}, Deferred("before it was sent")},
+        {"greeting stalls", {{Greeting, Stall}}, Deferred("within 1 second")},
+        {"451 to EHLO", {{Ehlo, Reply, "451 4.3.0 later"}}, Deferred("later", 451)},
+        {"closes at EHLO", {{Ehlo, Close}}, Deferred("connection")},
+        {"stalls at EHLO", {{Ehlo, Stall}}, Deferred("within 1 second")},
+        {"knows no EHLO", {{Ehlo, Reply, "500 5.5.1 what?"}}, Sent()},
+        {"endless EHLO", {{Ehlo, Endless}}, Deferred("is no reply")},
         {"no PIPELINING", {}, Sent(3), {.messages = 3, .capabilities = NoPipelining}},
-        {"TLS works", {}, Sent(), {.settings = Required, .tls = Tls::Offered}},
+        {"TLS works", {}, Sent(), TlsRequired},
         {"TLS from the start",
          {},
          Sent(),
          {.settings = {{"TlsMode", "Implicit"}, {"TlsCaFile", "CA"}}, .tls = Tls::Implicit}},
-        {"untrusted, opportunistic", {}, Sent(), {.tls = Tls::Offered}},
+        {"untrusted, opportunistic", {}, Sent(), TlsOffered},
         {"untrusted", {}, Deferred("ertificate"), {.settings = {{"TlsMode", "Required"}}, .tls = Tls::Offered}, "MAIL"},
         {"certificate of another", {}, Deferred("ertificate"), {.settings = Required, .tls = Tls::OtherName}, "MAIL"},
         {"TLS not wanted", {}, Sent(), {.settings = {{"TlsMode", "None"}}, .tls = Tls::Offered}, "STARTTLS"},
         {"STARTTLS not offered", {}, Deferred("TLS"), {.settings = Required}, "MAIL"},
-        {"STARTTLS refused",
-         {{Step::StartTls, Does::Reply, "454 4.7.0 not now"}},
-         Deferred("not now", 454),
-         {.settings = Required, .tls = Tls::Offered},
-         "MAIL"},
-        {"STARTTLS refused, opportunistic",
-         {{Step::StartTls, Does::Reply, "454 4.7.0 not now"}},
-         Sent(),
-         {.tls = Tls::Offered}},
-        {"STARTTLS stalls", {{Step::StartTls, Does::Stall}}, Deferred("within 1 second"), {.tls = Tls::Offered}},
-        {"no handshake",
-         {{Step::Handshake, Does::Close}},
-         Deferred("TLS"),
-         {.settings = Required, .tls = Tls::Offered},
-         "MAIL"},
-        {"no handshake, opportunistic", {{Step::Handshake, Does::Close}}, Sent(1, 2), {.tls = Tls::Offered}},
+        {"STARTTLS refused", {{StartTls, Reply, "454 4.7.0 not now"}}, Deferred("not now", 454), TlsRequired, "MAIL"},
+        {"STARTTLS refused, opportunistic", {{StartTls, Reply, "454 4.7.0 not now"}}, Sent(), TlsOffered},
+        {"STARTTLS stalls", {{StartTls, Stall}}, Deferred("within 1 second"), TlsOffered},
+        {"no handshake", {{Handshake, Close}}, Deferred("TLS"), TlsRequired, "MAIL"},
+        {"no handshake, opportunistic", {{Handshake, Close}}, Sent(1, 2), TlsOffered},
         {"plaintext behind STARTTLS",
-         {{Step::StartTls, Does::Reply, "220 go ahead\n250 injected"}},
+         {{StartTls, Reply, "220 go ahead\n250 injected"}},
          Deferred("unencrypted text"),
-         {.settings = Required, .tls = Tls::Offered},
+         TlsRequired,
          "MAIL"},
         {"plaintext behind STARTTLS, opportunistic",
-         {{Step::StartTls, Does::Reply, "220 go ahead\n250 injected"}},
+         {{StartTls, Reply, "220 go ahead\n250 injected"}},
          {"Deferred", "deferred", "unencrypted text", 0, 1},
-         {.tls = Tls::Offered},
+         TlsOffered,
          "MAIL"},
         {"no AUTH", {}, Deferred("does not support AUTH LOGIN"), {.settings = Login}, "MAIL"},
         {"no AUTH LOGIN",
@@ -147,69 +147,55 @@ std::vector<CRow> MakeSessionRows() {
          Deferred("does not support AUTH LOGIN"),
          {.settings = Login, .capabilities = {"AUTH PLAIN CRAM-MD5"}},
          "AUTH"},
-        {"wrong password",
-         {{Step::Auth, Does::Reply, "535 5.7.8 wrong"}},
-         Deferred("wrong", 535),
-         {.settings = Login, .capabilities = {"AUTH LOGIN"}},
-         "MAIL"},
-        {"AUTH stalls",
-         {{Step::Auth, Does::Stall}},
-         Deferred("within 1 second"),
-         {.settings = Login, .capabilities = {"AUTH LOGIN"}}},
+        {"wrong password", {{Auth, Reply, "535 5.7.8 wrong"}}, Deferred("wrong", 535), AuthLogin, "MAIL"},
+        {"AUTH stalls", {{Auth, Stall}}, Deferred("within 1 second"), AuthLogin},
     };
 }
 
 // One message, or several one after the other.
 std::vector<CRow> MakeMessageRows() {
+    using enum Step;
+    using enum Does;
     std::vector<CRow> rows = {
-        {"huge reply", {{Step::Rcpt, Does::HugeLine}}, Deferred("line")},
-        {"nonsense", {{Step::Rcpt, Does::Reply, "\x01\x7f yes"}}, Deferred("is no reply")},
-        {"250 to DATA", {{Step::Data, Does::Reply, "250 2.0.0 ok"}}, Deferred("answers DATA with 250")},
-        {"354 to MAIL", {{Step::Mail, Does::Reply, "354 go on"}}, Deferred("answers MAIL with 354")},
-        {"354 at the end", {{Step::EndOfData, Does::Reply, "354 more"}}, Deferred("may have the message")},
-        {"251 to RCPT", {{Step::Rcpt, Does::Reply, "251 2.1.5 will forward"}}, Sent()},
+        {"huge reply", {{Rcpt, HugeLine}}, Deferred("line")},
+        {"nonsense", {{Rcpt, Reply, "\x01\x7f yes"}}, Deferred("is no reply")},
+        {"250 to DATA", {{Data, Reply, "250 2.0.0 ok"}}, Deferred("answers DATA with 250")},
+        {"354 to MAIL", {{Mail, Reply, "354 go on"}}, Deferred("answers MAIL with 354")},
+        {"354 at the end", {{EndOfData, Reply, "354 more"}}, Deferred("may have the message")},
+        {"251 to RCPT", {{Rcpt, Reply, "251 2.1.5 will forward"}}, Sent()},
         {"taken before it was sent",
-         {{Step::Data, Does::Reply, "354 go on\n250 2.0.0 taken"}, {Step::EndOfData, Does::Reply, "554 5.6.0 no"}},
+         {{Data, Reply, "354 go on\n250 2.0.0 taken"}, {EndOfData, Reply, "554 5.6.0 no"}},
          Deferred("before it had all of it")},
-        {"closes in the data", {{Step::Body, Does::Close}}, Deferred("connection"), {.body = Large}},
-        {"refuses in the data",
-         {{Step::Body, Does::ReplyAndClose, "552 5.3.4 too much"}},
-         Failed("too much", 552),
-         {.body = Large}},
-        {"stops reading", {{Step::Body, Does::Stall}}, Deferred("within 1 second"), {.body = Large}},
-        {"closes after the reply", {{Step::EndOfData, Does::ReplyAndClose, "250 2.0.0 taken"}}, Sent()},
-        {"dead between messages",
-         {{Step::EndOfData, Does::ReplyAndClose, "250 2.0.0 taken"}},
-         Sent(3, 3),
-         {.messages = 3}},
+        {"closes in the data", {{Body, Close}}, Deferred("connection"), LargeBody},
+        {"refuses in the data", {{Body, ReplyAndClose, "552 5.3.4 too much"}}, Failed("too much", 552), LargeBody},
+        {"stops reading", {{Body, Stall}}, Deferred("within 1 second"), LargeBody},
+        {"closes after the reply", {{EndOfData, ReplyAndClose, "250 2.0.0 taken"}}, Sent()},
+        {"dead between messages", {{EndOfData, ReplyAndClose, "250 2.0.0 taken"}}, Sent(3, 3), ThreeMessages},
         {"says 421 and closes between messages",
-         {{Step::EndOfData, Does::ReplyAndClose, "250 2.0.0 taken\n421 4.4.2 idle"}},
+         {{EndOfData, ReplyAndClose, "250 2.0.0 taken\n421 4.4.2 idle"}},
          Sent(2, 2),
-         {.messages = 2}},
-        {"closes at RSET", {{Step::Rset, Does::Close}}, Sent(2, 2), {.messages = 2, .capabilities = NoPipelining}},
-        {"refuses RSET",
-         {{Step::Rset, Does::Reply, "500 5.5.1 what?"}},
-         Sent(2, 2),
-         {.messages = 2, .capabilities = NoPipelining}},
-        {"stalls at RSET", {{Step::Rset, Does::Stall}}, Sent(2, 2), {.messages = 2, .capabilities = NoPipelining}},
-        {"closes at RSET, PIPELINING", {{Step::Rset, Does::Close}}, Sent(2, 2), {.messages = 2}},
-        {"stalls at RSET, PIPELINING", {{Step::Rset, Does::Stall}}, Sent(2, 2), {.messages = 2}},
-        {"421 at RSET", {{Step::Rset, Does::ReplyAndClose, "421 4.4.2 idle"}}, Sent(2, 2), {.messages = 2}},
-        {"stalls at QUIT", {{Step::Quit, Does::Stall}}, Sent()},
+         TwoMessages},
+        {"closes at RSET", {{Rset, Close}}, Sent(2, 2), TwoUnpiped},
+        {"refuses RSET", {{Rset, Reply, "500 5.5.1 what?"}}, Sent(2, 2), TwoUnpiped},
+        {"stalls at RSET", {{Rset, Stall}}, Sent(2, 2), TwoUnpiped},
+        {"closes at RSET, PIPELINING", {{Rset, Close}}, Sent(2, 2), TwoMessages},
+        {"stalls at RSET, PIPELINING", {{Rset, Stall}}, Sent(2, 2), TwoMessages},
+        {"421 at RSET", {{Rset, ReplyAndClose, "421 4.4.2 idle"}}, Sent(2, 2), TwoMessages},
+        {"stalls at QUIT", {{Quit, Stall}}, Sent()},
         {"two messages per connection",
          {},
          Sent(3, 2),
          {.settings = {{"MaxMessagesPerConnection", "2"}}, .messages = 3}},
         {"puts off the first of three",
-         {{Step::Rcpt, Does::Reply, "450 4.2.0 grey", "", 1}},
+         {{Rcpt, Reply, "450 4.2.0 grey", "", 1}},
          {"Deferred Sent*2", "deferred 450, sent 250, sent 250", "grey", 2, 1},
-         {.messages = 3}},
+         ThreeMessages},
         {"421 for the first of three",
-         {{Step::Mail, Does::ReplyAndClose, "421 4.3.2 too busy"}},
+         {{Mail, ReplyAndClose, "421 4.3.2 too busy"}},
          {"Deferred waiting*2", "deferred 421", "too busy", 0, 1},
-         {.messages = 3}},
+         ThreeMessages},
         {"no retries",
-         {{Step::Mail, Does::Reply, "451 4.3.0 later"}},
+         {{Mail, Reply, "451 4.3.0 later"}},
          Failed("later", 451),
          {.settings = {{"RetryTemporary", "0"}}}},
         {"message too large",
@@ -218,39 +204,36 @@ std::vector<CRow> MakeMessageRows() {
          {.body = Repeat("1234567\r\n", 1000), .capabilities = {"SIZE 999"}}},
         {"no SMTPUTF8", {}, Failed("SMTPUTF8"), {.recipients = {"j\xc3\xb6rg@there.example"}}, "DATA"},
         {"one of three refused",
-         {{Step::Rcpt, Does::Reply, "550 5.1.1 unknown", "<b@"}},
+         {{Rcpt, Reply, "550 5.1.1 unknown", "<b@"}},
          {"Errors Sent", "sent 250, failed 550, sent 250", "unknown", 1, 1},
-         {.recipients = Three}},
+         ThreeRecipients},
         {"too many recipients",
-         {{Step::Rcpt, Does::Reply, "452 4.5.3 too many", "<c@"}},
+         {{Rcpt, Reply, "452 4.5.3 too many", "<c@"}},
          {"Deferred Sent", "sent 250, sent 250, deferred 452", "too many", 1, 1},
-         {.recipients = Three}},
+         ThreeRecipients},
         {"taken, refused and deferred",
-         {{Step::Rcpt, Does::Reply, "550 5.1.1 unknown", "<a@"}, {Step::Rcpt, Does::Reply, "450 4.2.0 grey", "<b@"}},
+         {{Rcpt, Reply, "550 5.1.1 unknown", "<a@"}, {Rcpt, Reply, "450 4.2.0 grey", "<b@"}},
          {"Deferred Errors Sent", "failed 550, deferred 450, sent 250", "grey", 1, 1},
-         {.recipients = Three}},
+         ThreeRecipients},
         {"refused and deferred",
-         {{Step::Rcpt, Does::Reply, "550 5.1.1 unknown", "<a@"}, {Step::Rcpt, Does::Reply, "450 4.2.0 grey"}},
+         {{Rcpt, Reply, "550 5.1.1 unknown", "<a@"}, {Rcpt, Reply, "450 4.2.0 grey"}},
          {"Deferred Errors", "failed 550, deferred 450, deferred 450", "unknown", 0, 1},
-         {.recipients = Three}},
+         ThreeRecipients},
         {"lines that end the data elsewhere",
          {},
          Sent(),
          {.body = "one\r\n.\r\n" + Smuggled + "two\n.\n" + Smuggled + "three\r.\r" + Smuggled + "four\n.\r\n" +
                   Smuggled + "five\r\n.\n" + Smuggled + ".\r\n..\r\n.x\r\n."}},
     };
-    for (const auto& [at, name] : {std::pair(Step::Mail, "MAIL"), std::pair(Step::Rcpt, "RCPT"),
-                                   std::pair(Step::Data, "DATA"), std::pair(Step::EndOfData, "the end")}) {
+    for (const auto& [at, name] :
+         {std::pair(Mail, "MAIL"), std::pair(Rcpt, "RCPT"), std::pair(Data, "DATA"), std::pair(EndOfData, "the end")}) {
         const std::string to = std::string(" ") + name;
-        rows.push_back({"closes at" + to, {{at, Does::Close}}, Deferred("connection")});
-        rows.push_back({"stalls at" + to, {{at, Does::Stall}}, Deferred("within 1 second")});
-        rows.push_back({"451 to" + to, {{at, Does::Reply, "451-4.3.0 not\n451 4.3.0 now"}}, Deferred("now", 451)});
-        rows.push_back({"550 to" + to, {{at, Does::Reply, "550 5.7.1 not here"}}, Failed("not here", 550)});
-        rows.push_back({"421 to" + to, {{at, Does::ReplyAndClose, "421 4.3.2 closing"}}, Deferred("closing", 421)});
-        rows.push_back({"no PIPELINING, closes at" + to,
-                        {{at, Does::Close}},
-                        Deferred("connection"),
-                        {.capabilities = NoPipelining}});
+        rows.push_back({"closes at" + to, {{at, Close}}, Deferred("connection")});
+        rows.push_back({"stalls at" + to, {{at, Stall}}, Deferred("within 1 second")});
+        rows.push_back({"451 to" + to, {{at, Reply, "451-4.3.0 not\n451 4.3.0 now"}}, Deferred("now", 451)});
+        rows.push_back({"550 to" + to, {{at, Reply, "550 5.7.1 not here"}}, Failed("not here", 550)});
+        rows.push_back({"421 to" + to, {{at, ReplyAndClose, "421 4.3.2 closing"}}, Deferred("closing", 421)});
+        rows.push_back({"no PIPELINING, closes at" + to, {{at, Close}}, Deferred("connection"), Unpiped});
     }
     return rows;
 }

@@ -54,50 +54,29 @@ struct CRelayRow {
 
 std::vector<CRelayRow> GetRelayRows(const CMailServer& server) {
     const std::string& certificate = server.GetCertificate();
+    const CSettings ann = {{"Login", "ann"}, {"Password", "ann pw"}, {"EnableTrace", "1"}};
+    const CSettings bob = {{"Login", "ann"}, {"Password", "bob pw"}};
+    CSettings quiet = {{"EnableTrace", "1"}, {"TurnOffDeliveryNotifications", "True"}};
+    quiet.insert(quiet.end(), {{"TlsMode", "Required"}, {"TlsCaFile", certificate}});
+    CSettings implicit = {{"TlsMode", "Implicit"}, {"TlsCaFile", certificate}};
+    implicit.insert(implicit.end(), {ann[0], ann[1]});
+    const std::string large = "X-Large: " + std::string(CMailServer::SizeLimit, 'x') + "\r\n";
+    const std::uint16_t port = server.GetPort();
     return {
-        {"tls@there.example",
-         server.GetPort(),
-         {{"TlsMode", "Required"},
-          {"TlsCaFile", certificate},
-          {"EnableTrace", "1"},
-          {"TurnOffDeliveryNotifications", "True"}},
-         "Sent",
-         "sent 250",
-         "Sent"},
-        {"login@there.example",
-         server.GetAuthPort(),
-         {{"Login", "ann"}, {"Password", "ann pw"}, {"EnableTrace", "1"}},
-         "Sent",
-         "sent 250",
-         "Sent"},
-        {"implicit@there.example",
-         server.GetTlsPort(),
-         {{"Login", "ann"}, {"Password", "ann pw"}, {"TlsMode", "Implicit"}, {"TlsCaFile", certificate}},
-         "Sent",
-         "sent 250",
-         "Sent"},
-        {"wrong@there.example",
-         server.GetAuthPort(),
-         {{"Login", "ann"}, {"Password", "bob pw"}},
-         "Deferred",
-         "deferred 535",
-         "Deferred"},
-        {"large@there.example",
-         server.GetPort(),
-         {{"KeepHeaders", "X-Large"}},
-         "Errors",
-         "failed",
-         "Errors",
-         "X-Large: " + std::string(CMailServer::SizeLimit, 'x') + "\r\n"},
+        {"tls@there.example", port, quiet, "Sent", "sent 250", "Sent"},
+        {"login@there.example", server.GetAuthPort(), ann, "Sent", "sent 250", "Sent"},
+        {"implicit@there.example", server.GetTlsPort(), implicit, "Sent", "sent 250", "Sent"},
+        {"wrong@there.example", server.GetAuthPort(), bob, "Deferred", "deferred 535", "Deferred"},
+        {"large@there.example", port, {{"KeepHeaders", "X-Large"}}, "Errors", "failed", "Errors", large},
         {"unwanted@there.example",
-         server.GetPort(),
+         port,
          {{"KeepHeaders", "X-Refuse-Me"}},
          "Errors",
          "failed 550",
          "Errors",
          "X-Refuse-Me: yes\r\n"},
         {"fine@there.example, gone@there.example, busy@there.example",
-         server.GetPort(),
+         port,
          {},
          "Deferred Errors Sent",
          "sent 250, failed 550, deferred 450",
