@@ -49,6 +49,26 @@ TEST_F(DataFields, ReferencesAreReplacedAsTheTableSays) {
     EXPECT_EQ(GetDataField("A"), "<$(B)>") << "expanding changes no value";
 }
 
+TEST_F(DataFields, NothingInALiteralIsLookedUp) {
+    const std::string hostile = "$(Secret) $(List-Usage) $(X) $( & )";
+    SetDataField("Secret", "swordfish");
+    SetLiteralDataField("Original-Subject", hostile);
+    SetDataField("A", "Re: $(Original-Subject) $(Secret)");         // made before the literal, by the order of names
+    SetDataField("Z", "[$(A)] $(Original-Subject)$(Later) $(Z2)");  // and after it, through another value
+    SetDataField("Z2", "$(Original-Subject)");
+    SetDataField("Split", "$($(Original-Subject)Secret)");
+    EXPECT_EQ(Expanded("$(original-subject)"), hostile);
+    EXPECT_EQ(Expanded("$(A)"), "Re: " + hostile + " swordfish");
+    EXPECT_EQ(Expanded("$(Z)"), "[Re: " + hostile + " swordfish] " + hostile + " " + hostile);
+    EXPECT_EQ(Expanded("$(Split)"), "Secret)");
+    EXPECT_EQ(Expanded("$(A)", true), "Re: $(Secret) $(List-Usage) $(X) $( &amp; ) swordfish");
+    PushDataFields();
+    SetDataField("Original-Subject", "$(Secret)");
+    EXPECT_EQ(Expanded("$(Original-Subject)"), "swordfish");
+    PopDataFields();
+    EXPECT_EQ(Expanded("$(Original-Subject)"), hostile) << "popping brings the mark back too";
+}
+
 TEST_F(DataFields, ContainsLooksForTheFirstClosingParenthesisOfAll) {
     EXPECT_TRUE(ContainsDataField("x$(y)"));
     EXPECT_FALSE(ContainsDataField("(a) $(b)"));

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 #include "app/datafolder.h"
@@ -18,6 +19,12 @@ protected:
     ~CDataFolderTest() override { Platform::SetFlushEnabled(true); }
 
     std::string PathOf(const std::string& name) const { return m_folder / name; }
+
+    void EmptyFolder() const {
+        for (const auto& entry : std::filesystem::directory_iterator(m_folder.GetPath())) {
+            if (entry.is_regular_file()) std::filesystem::remove(entry);
+        }
+    }
 
     static CMember MakeMember(const std::string& address) {
         CMember member;

@@ -99,12 +99,6 @@ protected:
         }
     }
 
-    void EmptyFolder() {
-        for (const auto& entry : std::filesystem::directory_iterator(PathOf("."))) {
-            if (entry.is_regular_file()) std::filesystem::remove(entry);
-        }
-    }
-
     // True when there was a fault to hit.
     bool FailOnce(Operation kind, unsigned n, After after) {
         EmptyFolder();

@@ -16,6 +16,15 @@ class CMemberStoreTest : public CDataFolderTest {
 protected:
     CMemberStoreTest() { Platform::SetFlushEnabled(false); }
 
+    void ChangeIndex(const std::function<void(IndexChange&)>& change) const {
+        CSSIndex file;
+        file.Open(index, CSSIndex::Access::ReadWrite);
+        IndexChange applied;
+        file.ReadState(applied.state);
+        change(applied);
+        file.Apply(applied);
+    }
+
     const std::string table = PathOf("7.MBR");
     const std::string index = PathOf("7.MBX");
 };
@@ -172,13 +181,8 @@ TEST_F(CMemberStoreTest, RebuildsAnIndexThatDoesNotFit) {
         EXPECT_EQ(store.Count(), 3) << what;
     };
     check("untouched");
-    const auto useIndex = [&](const std::function<void(CSSIndex&, IndexChange&)>& change) {
-        CSSIndex file;
-        file.Open(index, CSSIndex::Access::ReadWrite);
-        IndexChange applied;
-        file.ReadState(applied.state);
-        change(file, applied);
-        file.Apply(applied);
+    const auto useIndex = [&](const std::function<void(IndexChange&)>& change) {
+        return [this, change] { ChangeIndex(change); };
     };
     const struct {
         const char* what;
@@ -192,16 +196,12 @@ TEST_F(CMemberStoreTest, RebuildsAnIndexThatDoesNotFit) {
          [&] {
              std::filesystem::copy_file(PathOf("older"), index, std::filesystem::copy_options::overwrite_existing);
          }},
-        {"unsettled", [&] { useIndex([](CSSIndex&, IndexChange& c) { c.clear = true, c.state.settled = false; }); }},
-        {"of another file",
-         [&] { useIndex([](CSSIndex&, IndexChange& c) { c.clear = true, ++c.state.tableIdentity; }); }},
-        {"wrong count", [&] { useIndex([](CSSIndex&, IndexChange& c) { c.clear = true, ++c.state.recordCount; }); }},
-        {"stale hits",
-         [&] {
-             useIndex([](CSSIndex&, IndexChange& c) {
-                 c.added = {{"b@x.example", 0}, {"a@x.example", 2}, {"d@x.example", 99}};
-             });
-         }},
+        {"unsettled", useIndex([](IndexChange& c) { c.clear = true, c.state.settled = false; })},
+        {"of another file", useIndex([](IndexChange& c) { c.clear = true, ++c.state.tableIdentity; })},
+        {"wrong count", useIndex([](IndexChange& c) { c.clear = true, ++c.state.recordCount; })},
+        {"stale hits", useIndex([](IndexChange& c) {
+             c.added = {{"b@x.example", 0}, {"a@x.example", 2}, {"d@x.example", 99}};
+         })},
     };
     for (const auto& c : cases) {
         for (const bool isOpen : {true, false}) {
@@ -236,14 +236,7 @@ TEST_F(CMemberStoreTest, NotesThatTheIndexIsNotOnTheDisk) {
     store.Close();
 
     Put(note, "");
-    {
-        CSSIndex file;
-        file.Open(index, CSSIndex::Access::ReadWrite);
-        IndexChange change;
-        file.ReadState(change.state);
-        change.clear = true;
-        file.Apply(change);
-    }
+    ChangeIndex([](IndexChange& c) { c.clear = true; });
     store.Open(7);
     EXPECT_EQ(store.Find("5@x.example"), 5);
     EXPECT_FALSE(std::filesystem::exists(note));
@@ -395,9 +388,7 @@ private:
 
 TEST_F(CMemberStoreTest, BehavesAsAMap) {
     for (const std::uint32_t seed : {1u, 2u, 3u}) {
-        for (const auto& entry : std::filesystem::directory_iterator(PathOf("."))) {
-            if (entry.is_regular_file()) std::filesystem::remove(entry);
-        }
+        EmptyFolder();
         CModel model(seed);
         for (int step = 0; step < 1500; ++step) {
             model.Step();

@@ -98,9 +98,7 @@ TEST_F(CRepairTest, MendsWhatACrashLeaves) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        for (const auto& entry : std::filesystem::directory_iterator(PathOf("."))) {
-            if (entry.is_regular_file()) std::filesystem::remove(entry);
-        }
+        EmptyFolder();
         MakeMembers();
         CBlockedAddresses().Add("*@spam.example");
         c.harm();

@@ -3,12 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <functional>
 #include <string>
-#include <thread>
 
 #include "platform/file.h"
 #include "tests/programs/programrunner.h"
+#include "tests/servers/testserver.h"
 
 namespace {
 
@@ -19,17 +18,8 @@ std::string Rows(const std::string& prefix, int count) {
     return csv;
 }
 
-// With a generous bound.
-bool WaitFor(const std::function<bool()>& isSo) {
-    for (int i = 0; i < 6000; ++i) {
-        if (isSo()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return false;
-}
-
 bool WaitForText(const std::string& path, const std::string& text) {
-    return WaitFor([&] { return CProgramRunner::ReadFile(path).find(text) != std::string::npos; });
+    return TestServers::WaitUntil([&] { return CProgramRunner::ReadFile(path).find(text) != std::string::npos; });
 }
 
 }  // namespace
@@ -91,7 +81,7 @@ TEST(TwoPrograms, TheServerSendsWhatTheCommandsQueue) {
     EXPECT_EQ(status, 1);
     runner.MustRun(
         {"broadcast", runner.WriteFile("message.eml", "From: l@lists.example\r\n\r\nHello\r\n"), "--list", "1"});
-    EXPECT_TRUE(WaitFor([&] { return !std::filesystem::is_empty(runner.Path("delivered")); }));
+    EXPECT_TRUE(TestServers::WaitUntil([&] { return !std::filesystem::is_empty(runner.Path("delivered")); }));
     server.AskToStop();
     EXPECT_TRUE(server.WaitFor(std::chrono::seconds(30), status));
     EXPECT_EQ(status, 0);

@@ -83,15 +83,6 @@ TEST(MimeText, PicksTheEncoding) {
     EXPECT_EQ(text.GetStoredBody(), "x=\na\nb=3D=\n");
 }
 
-TEST(MimeText, Decodes) {
-    const auto body = [](const std::string& encoding, const std::string& text) {
-        return CreateEntity("Content-Transfer-Encoding: " + encoding + "\n\n" + text)->GetBody();
-    };
-    EXPECT_EQ(body("Quoted-Printable", "a=3Db"), "a=b");
-    EXPECT_EQ(body("BASE64", "YWIAYw=="), "ab");
-    EXPECT_EQ(body("8bit", "a=3Db"), "a=3Db");
-}
-
 CSharedPointer<CMimeText> Text(const std::string& subType, const std::string& body) {
     auto text = MakeShared<CMimeText>();
     text->SetContentType("text/" + subType);
