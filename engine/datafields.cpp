@@ -67,12 +67,14 @@ struct CDataFieldExpansion::CEntry {
     struct CMade {
         std::uint64_t epoch = 0;
         const std::string* value = nullptr;
+        const Stretches* literals = nullptr;  // of a value that was resolved
     };
 
     const std::string* key = nullptr;
     std::string value;
     bool isHtml = false;
     bool isPresent = false;
+    bool isLiteral = false;
     std::size_t savedAt = 0;         // the depth of the save stack for which the value is in the log already
     std::array<CMade, 2> converted;  // by the mode of the expansion that the epoch belongs to
     std::array<CMade, 2> resolved;
@@ -88,6 +90,7 @@ struct CDataFieldTable {
         std::string value;
         bool isHtml;
         bool isPresent;
+        bool isLiteral;
         std::size_t savedAt;
     };
 
@@ -119,15 +122,16 @@ struct CDataFieldTable {
         return found->second;
     }
 
-    void Set(Entry& entry, std::string_view value, bool isHtml) {
+    void Set(Entry& entry, std::string_view value, bool isHtml, bool isLiteral = false) {
         if (entry.savedAt < pushes.size()) {
-            saved.push_back({&entry, {}, entry.isHtml, entry.isPresent, entry.savedAt});
+            saved.push_back({&entry, {}, entry.isHtml, entry.isPresent, entry.isLiteral, entry.savedAt});
             if (entry.isPresent) saved.back().value.swap(entry.value);
             entry.savedAt = pushes.size();
         }
         entry.value.assign(value);
         entry.isHtml = isHtml;
         entry.isPresent = true;
+        entry.isLiteral = isLiteral;
     }
 
     Entry& Standard(DataField field) {
@@ -143,6 +147,7 @@ struct CDataFieldTable {
             if (last.isPresent) last.entry->value.swap(last.value);
             last.entry->isHtml = last.isHtml;
             last.entry->isPresent = last.isPresent;
+            last.entry->isLiteral = last.isLiteral;
             last.entry->savedAt = last.savedAt;
         }
         pushes.pop_back();
@@ -170,10 +175,29 @@ void SetDataField(DataField field, std::string_view value, bool isHtml) {
     table.Set(table.Standard(field), value, isHtml);
 }
 
+void SetLiteralDataField(const CDataFieldName& field, std::string_view value, bool isHtml) {
+    CDataFieldTable::Get().Set(*static_cast<CDataFieldTable::Entry*>(field.m_entry), value, isHtml, true);
+}
+
+void SetLiteralDataField(std::string_view name, std::string_view value, bool isHtml) {
+    CDataFieldTable& table = CDataFieldTable::Get();
+    table.Set(table.Take(name), value, isHtml, true);
+}
+
+void SetLiteralDataField(DataField field, std::string_view value, bool isHtml) {
+    CDataFieldTable& table = CDataFieldTable::Get();
+    table.Set(table.Standard(field), value, isHtml, true);
+}
+
 std::string GetDataField(std::string_view name) {
     CDataFieldTable& table = CDataFieldTable::Get();
     const auto* entry = table.Find(table.MakeKey(name));
     return entry != nullptr ? entry->value : std::string();
+}
+
+bool HasDataField(std::string_view name) {
+    CDataFieldTable& table = CDataFieldTable::Get();
+    return table.Find(table.MakeKey(name)) != nullptr;
 }
 
 bool HoldsDataField(std::string_view text) noexcept {
@@ -267,6 +291,51 @@ const std::string& CDataFieldExpansion::Convert(CEntry& entry) {
     return *made.value;
 }
 
+// A value on its way, and what of it is not to be looked at.
+struct CDataFieldExpansion::CResolving {
+    std::string text;
+    Stretches literals;
+
+    void Clear() {
+        text.clear();
+        literals.clear();
+    }
+
+    void Append(std::string_view piece, const Stretches* pieceLiterals) {
+        if (pieceLiterals != nullptr) {
+            for (const CStretch& stretch : *pieceLiterals)
+                literals.push_back({text.size() + stretch.start, text.size() + stretch.end});
+        }
+        text.append(piece);
+    }
+
+    void AppendLiteral(std::string_view piece) {
+        if (!piece.empty()) literals.push_back({text.size(), text.size() + piece.size()});
+        text.append(piece);
+    }
+
+    // A stretch of another value, with what lies whole in it.
+    void AppendPart(const CResolving& other, std::size_t start, std::size_t end) {
+        const auto first = std::lower_bound(other.literals.begin(), other.literals.end(), start,
+                                            [](const CStretch& s, std::size_t at) { return s.start < at; });
+        for (auto stretch = first; stretch != other.literals.end() && stretch->end <= end; ++stretch)
+            literals.push_back({text.size() + stretch->start - start, text.size() + stretch->end - start});
+        text.append(other.text, start, end - start);
+    }
+
+    // The next reference that does not touch a literal stretch.
+    bool FindReference(std::size_t from, std::size_t& start, std::size_t& end) const noexcept {
+        auto stretch = literals.begin();
+        while (::FindReference(text, from, start, end)) {
+            while (stretch != literals.end() && stretch->end <= start)
+                ++stretch;
+            if (stretch == literals.end() || stretch->start >= end) return true;
+            from = stretch->end;
+        }
+        return false;
+    }
+};
+
 // The value as it stands once the references in it are expanded, entry by entry
 // in the order of the keys: an entry sees the finished values of those before
 // it, and those after it as they were.
@@ -274,46 +343,57 @@ const std::string& CDataFieldExpansion::Resolve(CEntry& entry) {
     CEntry::CMade& made = entry.resolved[m_htmlMode ? 1 : 0];
     if (made.epoch == m_epoch) return *made.value;
     const std::string* value = &Convert(entry);
-    if (HoldsReferenceMarks(*value)) {
-        std::string current = *value;
-        std::string next;
-        for (int pass = 0; pass < MaxPasses && HoldsReferenceMarks(current); ++pass) {
-            next.clear();
+    const Stretches* literals = nullptr;
+    if (!entry.isLiteral && HoldsReferenceMarks(*value)) {
+        CResolving current{*value, {}};
+        CResolving next;
+        for (int pass = 0; pass < MaxPasses && HoldsReferenceMarks(current.text); ++pass) {
+            next.Clear();
             if (!TakePass(entry, current, next)) {
                 Log(LogWarning, "The value of the data field \"%s\" would grow beyond %zu bytes: it stays as it was.",
                     entry.key->c_str(), MaxExpandedValue);
                 break;
             }
-            if (next == current) break;  // as all later passes
-            current.swap(next);
+            const bool isDone = next.text == current.text;  // as all later passes
+            std::swap(current, next);
+            if (isDone) break;
         }
-        value = &m_values.emplace_back(std::move(current));
+        value = &m_values.emplace_back(std::move(current.text));
+        if (!current.literals.empty()) literals = &m_literals.emplace_back(std::move(current.literals));
     }
     made.value = value;
+    made.literals = literals;
     made.epoch = m_epoch;
     return *value;
 }
 
 // False when the result would be too long; the limit holds for what grows.
-bool CDataFieldExpansion::TakePass(CEntry& entry, const std::string& value, std::string& result) {
+bool CDataFieldExpansion::TakePass(CEntry& entry, const CResolving& value, CResolving& result) {
     CDataFieldTable& table = CDataFieldTable::Get();
-    const std::size_t limit = std::max(MaxExpandedValue, value.size());
-    const std::string_view text = value;
+    const std::size_t limit = std::max(MaxExpandedValue, value.text.size());
+    const std::string_view text = value.text;
     std::size_t position = 0;
     std::size_t start = 0;
     std::size_t end = 0;
-    while (FindReference(text, position, start, end)) {
-        result.append(text.substr(position, start - position));
+    while (value.FindReference(position, start, end)) {
+        result.AppendPart(value, position, start);
         CEntry* other = table.Find(table.MakeKey(text.substr(start + 2, end - start - 3)));
         if (other == &entry) {
-            result.append(value);
+            result.Append(value.text, &value.literals);
+        } else if (other != nullptr && other->isLiteral) {
+            result.AppendLiteral(Convert(*other));
         } else if (other != nullptr) {
             const bool isBefore = CompareNoCase(*other->key, *entry.key) < 0;
-            result.append(isBefore ? Resolve(*other) : Convert(*other));
+            if (isBefore) {
+                const std::string& resolved = Resolve(*other);
+                result.Append(resolved, other->resolved[m_htmlMode ? 1 : 0].literals);
+            } else {
+                result.Append(Convert(*other), nullptr);
+            }
         }
         position = end;
-        if (result.size() > limit) return false;
+        if (result.text.size() > limit) return false;
     }
-    result.append(text.substr(position));
-    return result.size() <= limit;
+    result.AppendPart(value, position, text.size());
+    return result.text.size() <= limit;
 }

@@ -4,6 +4,10 @@
 // Names compare without regard to case.  "Sender-Email" is the field "Email"
 // and "Sender-Name" the field "Name".  There is no escape for a literal "$(".
 //
+// A literal value is inserted as it stands: a reference in it is never looked
+// up, neither where it is inserted into a text nor where another value refers to
+// it.  What strangers wrote is set so.
+//
 // Errors   A missing text and a pop without a push throw the internal error.
 // Threads  None of this is guarded: one thread at a time fills the table and
 //          expands (the preparation of one message at a time).
@@ -90,15 +94,20 @@ public:
 private:
     friend class CDataFieldExpansion;
     friend void SetDataField(const CDataFieldName& field, std::string_view value, bool isHtml);
+    friend void SetLiteralDataField(const CDataFieldName& field, std::string_view value, bool isHtml);
 
     void* m_entry;
 };
 void SetDataField(const CDataFieldName& field, std::string_view value, bool isHtml = false);
+void SetLiteralDataField(const CDataFieldName& field, std::string_view value, bool isHtml = false);
 
 // isHtml: the value is HTML already, and is decoded where plain text is wanted.
 void SetDataField(std::string_view name, std::string_view value, bool isHtml = false);
 void SetDataField(DataField field, std::string_view value, bool isHtml = false);
+void SetLiteralDataField(std::string_view name, std::string_view value, bool isHtml = false);
+void SetLiteralDataField(DataField field, std::string_view value, bool isHtml = false);
 std::string GetDataField(std::string_view name);  // "" when there is none; as it was set
+bool HasDataField(std::string_view name);         // it was set, if only to ""
 
 bool HoldsDataField(std::string_view text) noexcept;  // there is a "$(" with a ")" behind it
 
@@ -153,18 +162,28 @@ public:
 
 private:
     struct CEntry;
+    struct CResolving;
     friend struct CDataFieldTable;
     friend class CDataFieldName;
     friend void SetDataField(const CDataFieldName& field, std::string_view value, bool isHtml);
+    friend void SetLiteralDataField(const CDataFieldName& field, std::string_view value, bool isHtml);
+
+    // Stretches of a value that came from literals, in their order.
+    struct CStretch {
+        std::size_t start;
+        std::size_t end;
+    };
+    using Stretches = std::vector<CStretch>;
 
     std::string_view GetValue(CEntry* entry);
     const std::string& Convert(CEntry& entry);
     const std::string& Resolve(CEntry& entry);
-    bool TakePass(CEntry& entry, const std::string& value, std::string& result);
+    bool TakePass(CEntry& entry, const CResolving& value, CResolving& result);
 
     bool m_htmlMode;
     std::uint64_t m_epoch;
     std::list<std::string> m_values;  // what had to be made anew
+    std::list<Stretches> m_literals;  // of those values that have any
 };
 
 namespace Engine {
