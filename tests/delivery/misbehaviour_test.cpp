@@ -4,6 +4,7 @@
 #include "tests/delivery/deliveryfixture.h"
 #include "tests/servers/testserver.h"
 #include "tests/smtpscript/scriptedserver.h"
+#include "tests/utility/repeat.h"
 
 namespace SendDaemon {
 
@@ -61,13 +62,6 @@ struct CRow {
     const char* neverSaid = nullptr;  // by the client
 };
 
-std::string Repeat(const std::string& line, int count) {
-    std::string text;
-    while (count-- > 0)
-        text += line;
-    return text;
-}
-
 const std::string Large = Repeat(std::string(78, 'x') + "\r\n", 150'000);
 const CSettings Required = {{"TlsMode", "Required"}, {"TlsCaFile", "CA"}};
 const CSettings Login = {{"Login", "ann"}, {"Password", "secret"}};
@@ -116,16 +110,8 @@ std::vector<CRow> MakeSessionRows() {
         {"knows no EHLO", {{Ehlo, Reply, "500 5.5.1 what?"}}, Sent()},
         {"endless EHLO", {{Ehlo, Endless}}, Deferred("is no reply")},
         {"no PIPELINING", {}, Sent(3), {.messages = 3, .capabilities = NoPipelining}},
-        {"TLS works", {}, Sent(), TlsRequired},
-        {"TLS from the start",
-         {},
-         Sent(),
-         {.settings = {{"TlsMode", "Implicit"}, {"TlsCaFile", "CA"}}, .tls = Tls::Implicit}},
-        {"untrusted, opportunistic", {}, Sent(), TlsOffered},
-        {"untrusted", {}, Deferred("ertificate"), {.settings = {{"TlsMode", "Required"}}, .tls = Tls::Offered}, "MAIL"},
         {"certificate of another", {}, Deferred("ertificate"), {.settings = Required, .tls = Tls::OtherName}, "MAIL"},
         {"TLS not wanted", {}, Sent(), {.settings = {{"TlsMode", "None"}}, .tls = Tls::Offered}, "STARTTLS"},
-        {"STARTTLS not offered", {}, Deferred("TLS"), {.settings = Required}, "MAIL"},
         {"STARTTLS refused", {{StartTls, Reply, "454 4.7.0 not now"}}, Deferred("not now", 454), TlsRequired, "MAIL"},
         {"STARTTLS refused, opportunistic", {{StartTls, Reply, "454 4.7.0 not now"}}, Sent(), TlsOffered},
         {"STARTTLS stalls", {{StartTls, Stall}}, Deferred("within 1 second"), TlsOffered},

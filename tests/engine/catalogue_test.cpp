@@ -64,47 +64,45 @@ TEST_F(CCatalogueTest, SettingsByKey) {
     const std::int32_t list = Create("list");
     const struct {
         const char* key;
-        std::string value;
-        const char* stored;  // null: refused
+        const char* value;
+        const char* stored;
     } rows[] = {{"MaxConnections", "100", "100"},
-                {"maxConnections", "0", nullptr},
-                {"maxConnections", "101", nullptr},
                 {"moderated", "yes", "1"},
-                {"moderated", "2", nullptr},
                 {"kind", "Announcement", "announcement"},
                 {"kind", "2", "autoresponder"},
-                {"kind", "3", nullptr},
                 {"limitFrom", "7:05", "07:05"},
-                {"limitFrom", "24:00", nullptr},
-                {"limitDays", "128", nullptr},
                 {"loopProtection", "11", "11"},
-                {"loopProtection", "4", nullptr},
                 {"smtpHost", "mail.example.net", "mail.example.net"},
-                {"smtpHost", std::string(129, 'x'), nullptr},
-                {"smtpHost", "a\r\nb", nullptr},
-                {"smtpHost", std::string("a\0b", 3), nullptr},
                 {"usage", "one\r\ntwo", "one\ntwo"},
                 {"smtpPassword", "secret", "*"},
-                {"guid", "x", nullptr},
-                {"number", "9", nullptr},
-                {"created", "9", nullptr},
-                {"nothing", "9", nullptr},
                 {"listAddress", "list@example.net", "list@example.net"},
-                {"listAddress", "nobody", nullptr},
                 {"postAddress", "post@example.net", "post@example.net"},
                 {"postAddress", "", "list@example.net"},
-                {"listAddresses", "list: a@b.net\nPOST: c@b.net", "List: a@b.net\nPost: c@b.net\n"},
-                {"listAddresses", "Other: a@b.net", nullptr},
-                {"listAddresses", "List: a@b.net\nList: c@b.net", nullptr},
-                {"redirectAddress", "a@b@c", nullptr}};
+                {"listAddresses", "list: a@b.net\nPOST: c@b.net", "List: a@b.net\nPost: c@b.net\n"}};
     for (const auto& row : rows) {
-        if (row.stored) {
-            EXPECT_NO_THROW(m_lists.SetByKey(list, row.key, row.value)) << row.key;
-            EXPECT_EQ(m_lists.GetByKey(list, row.key), row.stored) << row.key;
-        } else {
-            EXPECT_THROW(m_lists.SetByKey(list, row.key, row.value), CLhvException) << row.key << "=" << row.value;
-        }
+        EXPECT_NO_THROW(m_lists.SetByKey(list, row.key, row.value)) << row.key;
+        EXPECT_EQ(m_lists.GetByKey(list, row.key), row.stored) << row.key;
     }
+    const std::pair<const char*, std::string> refused[] = {{"maxConnections", "0"},
+                                                           {"maxConnections", "101"},
+                                                           {"moderated", "2"},
+                                                           {"kind", "3"},
+                                                           {"limitFrom", "24:00"},
+                                                           {"limitDays", "128"},
+                                                           {"loopProtection", "4"},
+                                                           {"smtpHost", std::string(129, 'x')},
+                                                           {"smtpHost", "a\r\nb"},
+                                                           {"smtpHost", std::string("a\0b", 3)},
+                                                           {"guid", "x"},
+                                                           {"number", "9"},
+                                                           {"created", "9"},
+                                                           {"nothing", "9"},
+                                                           {"listAddress", "nobody"},
+                                                           {"listAddresses", "Other: a@b.net"},
+                                                           {"listAddresses", "List: a@b.net\nList: c@b.net"},
+                                                           {"redirectAddress", "a@b@c"}};
+    for (const auto& [key, value] : refused)
+        EXPECT_THROW(m_lists.SetByKey(list, key, value), CLhvException) << key << "=" << value;
     EXPECT_EQ(m_lists.GetListAddress(list, "command"), "a@b.net");
     EXPECT_EQ(m_lists.GetListAddress(list, "authorized"), "");
     try {

@@ -4,7 +4,7 @@
 
 #include "engine/broadcastjob.h"
 #include "engine/listaccount.h"
-#include "engine/listcreation.h"
+#include "engine/rules/listcreation.h"
 #include "platform/faultplan.h"
 #include "senddaemon/accountfolders.h"
 #include "senddaemon/configuration.h"

@@ -37,25 +37,6 @@ protected:
     bool IsThere(const std::string& name) const { return Platform::FileIsThere(PathOf(name)); }
 };
 
-TEST_F(CSTableTest, AnEmptyTableLeavesNoFiles) {
-    CSTable table;
-    EXPECT_FALSE(Open(table, false, false));
-    EXPECT_TRUE(Platform::IsNotFound(Platform::LastSystemError()));
-    EXPECT_EQ(table.Append(), -1);
-    ASSERT_TRUE(Open(table));
-    EXPECT_EQ(Get(PathOf("T.ver")), std::string("\x01\x22\0\0", 4));
-    table.Append();
-    table.Delete();
-    table.Pack();
-    EXPECT_EQ(Contents(), "");
-    table.Append();
-    table.WriteText(4, "long");
-    table.RemoveAll();
-    table.Close();
-    for (const char* name : {"T", "T.ver", "T.dat1", "T.dat2"})
-        EXPECT_FALSE(IsThere(name)) << name;
-}
-
 TEST_F(CSTableTest, RecordsHaveTheseBytes) {
     CSTable table;
     ASSERT_TRUE(Open(table));

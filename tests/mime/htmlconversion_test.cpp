@@ -5,16 +5,10 @@
 #include <array>
 #include <string>
 
+#include "tests/utility/repeat.h"
 #include "utility/text.h"
 
 namespace {
-
-std::string Repeated(std::string_view text, std::size_t times) {
-    std::string result;
-    for (std::size_t i = 0; i < times; ++i)
-        result += text;
-    return result;
-}
 
 struct Conversion {
     std::string html;
@@ -49,16 +43,15 @@ INSTANTIATE_TEST_SUITE_P(
 
 INSTANTIATE_TEST_SUITE_P(
     Links, HtmlToTextTest,
-    testing::Values(Conversion{"<a href='http://a.example/x'>here</a>!", "here (http://a.example/x)!\n"},
-                    Conversion{"<a href='http://a.example/'>A.example</a>", "A.example\n"},
-                    Conversion{"<a href='mailto:a@b.example'>a@b.example</a>", "a@b.example\n"},
-                    Conversion{"<a href='http://a.example/\n y z'><img src=x alt=''></a>",
-                               "http://a.example/%20y%20z\n"},
-                    Conversion{"<a href='#top'>up</a><a href='javascript:x()'> run</a>", "up run\n"},
-                    Conversion{"<a href=\"http://a.example/?a=1&amp;b=2\">q</a>", "q (http://a.example/?a=1&b=2)\n"},
-                    Conversion{"<img src=x alt=\"The 'Gull'\">", "The 'Gull'\n"},
-                    Conversion{"see " + Repeated("http://host.example/", 6),
-                               "see\n" + Repeated("http://host.example/", 6) + "\n"}));
+    testing::Values(
+        Conversion{"<a href='http://a.example/x'>here</a>!", "here (http://a.example/x)!\n"},
+        Conversion{"<a href='http://a.example/'>A.example</a>", "A.example\n"},
+        Conversion{"<a href='mailto:a@b.example'>a@b.example</a>", "a@b.example\n"},
+        Conversion{"<a href='http://a.example/\n y z'><img src=x alt=''></a>", "http://a.example/%20y%20z\n"},
+        Conversion{"<a href='#top'>up</a><a href='javascript:x()'> run</a>", "up run\n"},
+        Conversion{"<a href=\"http://a.example/?a=1&amp;b=2\">q</a>", "q (http://a.example/?a=1&b=2)\n"},
+        Conversion{"<img src=x alt=\"The 'Gull'\">", "The 'Gull'\n"},
+        Conversion{"see " + Repeat("http://host.example/", 6), "see\n" + Repeat("http://host.example/", 6) + "\n"}));
 
 INSTANTIATE_TEST_SUITE_P(
     HiddenAndStrange, HtmlToTextTest,
@@ -87,7 +80,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Conversion{"\xEF\xBB\xBFx", "x\n"}));
 
 TEST(HtmlToText, WrapsAtBlanksByCharacters) {
-    const std::string words = Repeated("\xC3\xA9\xC3\xA9\xC3\xA9 ", 60);
+    const std::string words = Repeat("\xC3\xA9\xC3\xA9\xC3\xA9 ", 60);
     const std::string text = HtmlToText("<blockquote>" + words + "</blockquote>");
     for (const std::string_view line : Split(TrimRight(text), '\n')) {
         EXPECT_TRUE(line.starts_with("> \xC3\xA9")) << line;
@@ -109,9 +102,8 @@ TEST(HtmlToText, KeepsEveryWordOfALongText) {
 // None of these may take the time or the stack that a simple-minded parser would need.
 TEST(HtmlToText, StandsHostileDocuments) {
     const std::array<std::string, 5> documents = {
-        Repeated("<div>", 200000) + "x" + Repeated("</b>", 200000), Repeated("<blockquote>", 900) + "x<p>y",
-        "<p " + Repeated("a=1 ", 300000) + ">x", Repeated("<a href='y'>", 100000) + "x",
-        Repeated("<!-- ", 100000) + "x"};
+        Repeat("<div>", 200000) + "x" + Repeat("</b>", 200000), Repeat("<blockquote>", 900) + "x<p>y",
+        "<p " + Repeat("a=1 ", 300000) + ">x", Repeat("<a href='y'>", 100000) + "x", Repeat("<!-- ", 100000) + "x"};
     for (const std::string& html : documents) {
         const std::string text = HtmlToText(html);
         EXPECT_LT(text.size(), html.size());

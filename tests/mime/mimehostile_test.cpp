@@ -11,6 +11,7 @@
 #include "mime/mimemultipart.h"
 #include "mime/mimewalk.h"
 #include "platform/clock.h"
+#include "tests/utility/repeat.h"
 
 namespace {
 
@@ -25,13 +26,6 @@ CSharedPointer<CMimeEntity> ParseInTime(std::string text, Again again = Again::S
     EXPECT_EQ(CreateEntity(written)->GetText() == written, again == Again::Same);
     EXPECT_LT(Platform::ClockMilliseconds() - start, Bound);
     return entity;
-}
-
-std::string Repeat(const std::string& text, int count) {
-    std::string result;
-    for (int i = 0; i < count; ++i)
-        result += text;
-    return result;
 }
 
 TEST(HostileMime, HeaderOverTheLimitIsKeptAsBody) {

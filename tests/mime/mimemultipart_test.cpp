@@ -122,6 +122,18 @@ TEST(Multipart, IsWrittenAsItWasRead) {
     EXPECT_EQ(CreateEntity(head)->GetText(), head + "\n");
 }
 
+TEST(Multipart, WhatIsSealedIsKeptOnRequest) {
+    for (const std::string subType : {"signed", "encrypted", "digest", "report"}) {
+        const std::string sealed =
+            MultipartText(subType, "S", {"\ntext \n\n", "Content-Type: multipart/mixed; boundary=I\n\n--I--\n"});
+        const std::string text = MultipartText("mixed", "B", {"\nfirst", sealed, "\nlast"});
+        const CMimeSource source = CMimeSource(text).With(CMimeSource::Sealed::Kept);
+        EXPECT_NE(CreateEntity(source)->GetText().find(std::string(Trim(sealed))), std::string::npos) << subType;
+        EXPECT_EQ(CreateEntity(CMimeSource(sealed).With(CMimeSource::Sealed::Kept))->GetText(), sealed) << subType;
+        EXPECT_GT(CreateEntity(sealed).As<CMimeMultipart>()->GetPartCount(), 0u) << "unless it is asked for";
+    }
+}
+
 TEST(Multipart, NestedRawPartsDoNotGrow) {
     const std::string inner = "Content-Type: multipart/related; boundary=I\n\nnothing to split \n\n\n";
     std::string text = CreateEntity(MultipartText("mixed", "B", {"Content-Type: x/y\n\n1", inner}))->GetText();

@@ -11,9 +11,12 @@ using namespace std::chrono_literals;
 
 namespace {
 
-bool Local(const std::string&, std::vector<std::string>& addresses, Failure&) {
-    addresses = {"127.0.0.1"};
-    return true;
+// Every name has these addresses.
+Resolver Always(std::vector<std::string> addresses) {
+    return [addresses = std::move(addresses)](const std::string&, std::vector<std::string>& found, Failure&) {
+        found = addresses;
+        return true;
+    };
 }
 
 class Tls : public CSessionFixture {
@@ -77,7 +80,7 @@ TEST_F(Tls, ModesAndCertificates) {
         CScriptedServer server(script);
         SmtpOptions options = OptionsFor(server.GetPort());
         options.connect.host = test.host;
-        options.connect.resolver = Local;
+        options.connect.resolver = Always({"127.0.0.1"});
         options.connect.tlsMode = test.mode;
         options.connect.tlsCaFile = test.trusted;
         const std::string name = test.host + std::to_string(static_cast<int>(test.mode)) + test.words;
@@ -116,16 +119,10 @@ TEST(Connection, EveryAddressIsTriedWithinOneLimit) {
     ConnectOptions options;
     options.host = "mx.example";
     options.port = server.GetPort();
-    options.resolver = [](const std::string&, std::vector<std::string>& addresses, Failure&) {
-        addresses = {"127.0.0.2", "127.0.0.3", "127.0.0.1"};
-        return true;
-    };
+    options.resolver = Always({"127.0.0.2", "127.0.0.3", "127.0.0.1"});
     EXPECT_TRUE(connection.Open(options)) << connection.GetFailure().text;
     EXPECT_EQ(connection.GetPeerAddress(), "127.0.0.1");
-    options.resolver = [](const std::string&, std::vector<std::string>& addresses, Failure&) {
-        addresses = {"127.0.0.2", "127.0.0.3"};
-        return true;
-    };
+    options.resolver = Always({"127.0.0.2", "127.0.0.3"});
     EXPECT_FALSE(connection.Open(options));
     EXPECT_EQ(connection.GetFailure().kind, FailureKind::Refused);
     EXPECT_NE(connection.GetFailure().text.find("127.0.0.2: Connection refused; 127.0.0.3"), std::string::npos)

@@ -84,19 +84,6 @@ TEST(ProfileFile, ChangesOneLineAndKeepsTheRest) {
     EXPECT_EQ(ReadProfileKeys(path, "S"), std::vector<std::string>{"k"});
 }
 
-TEST(ProfileFile, AwkwardValuesComeBackUnchanged) {
-    const CTemporaryFolder folder;
-    const std::string path = folder / "p.ini";
-    for (const std::string value : {"", " ", "\t", " a ", "\"", "\"\"", "\"a\"", "'a'", "''", "\"a'", "a=b", "[x]",
-                                    ";x", "\"a\" and \"b\"", " \"a\" ",
-                                    "Gr\xC3\xBC\xC3\x9F"
-                                    "e",
-                                    "\xFF\x01"}) {
-        ASSERT_TRUE(WriteProfileText(path, "S", "k", value)) << value;
-        EXPECT_EQ(ReadProfileText(path, "S", "k", "default"), value);
-    }
-}
-
 TEST(ProfileFile, RefusesWhatCouldNotBeReadBack) {
     struct Row {
         std::string section, key, value;

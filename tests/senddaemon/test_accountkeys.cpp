@@ -2,6 +2,8 @@
 
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "senddaemon/accountkeys.h"
 #include "senddaemon/configuration.h"
@@ -11,30 +13,20 @@
 namespace SendDaemon {
 
 TEST(AccountKeys, ValuesAreCheckedByKey) {
-    const struct {
-        const char* key;
-        const char* value;
-        bool isGood;
-    } rows[] = {{"tlsmode", "Required", true},
-                {"TlsMode", "required", false},
-                {"TlsMode", "", true},
-                {"SendMethod", "", false},
-                {"Timeout", "0", false},
-                {"Timeout", "60", true},
-                {"Timeout", "60s", false},
-                {"HostPort", "65536", false},
-                {"RetrySchedule", "5m,1h", true},
-                {"RetrySchedule", "soon", false},
-                {"HeloName", "a\r\nb", false},
-                {"Password", "a b|c", true},
-                {"KeepHeaders", "List-Id, X-A", true},
-                {"KeepHeaders", "X-A: b", false}};
-    for (const auto& row : rows) {
-        const CAccountKey* key = FindAccountKey(row.key);
-        ASSERT_NE(key, nullptr) << row.key;
-        std::string reason;
-        EXPECT_EQ(IsAccountValue(*key, row.value, reason), row.isGood) << row.key << "=" << row.value;
-        EXPECT_EQ(reason.empty(), row.isGood);
+    using Values = std::vector<std::pair<const char*, const char*>>;
+    const Values good = {{"tlsmode", "Required"},    {"TlsMode", ""},       {"Timeout", "60"},
+                         {"RetrySchedule", "5m,1h"}, {"Password", "a b|c"}, {"KeepHeaders", "List-Id, X-A"}};
+    const Values bad = {{"TlsMode", "required"}, {"SendMethod", ""},       {"Timeout", "0"},
+                        {"Timeout", "60s"},      {"HostPort", "65536"},    {"RetrySchedule", "soon"},
+                        {"HeloName", "a\r\nb"},  {"KeepHeaders", "X-A: b"}};
+    for (const Values& values : {good, bad}) {
+        for (const auto& [name, value] : values) {
+            const CAccountKey* key = FindAccountKey(name);
+            ASSERT_NE(key, nullptr) << name;
+            std::string reason;
+            EXPECT_EQ(IsAccountValue(*key, value, reason), values == good) << name << "=" << value;
+            EXPECT_EQ(reason.empty(), values == good);
+        }
     }
     EXPECT_EQ(FindAccountKey("TlsModes"), nullptr);
 }

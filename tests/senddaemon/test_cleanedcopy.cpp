@@ -7,6 +7,7 @@
 #include "senddaemon/wireheader.h"
 #include "senddaemon/wirelines.h"
 #include "tests/senddaemon/sendfixture.h"
+#include "tests/utility/repeat.h"
 #include "utility/text.h"
 
 namespace SendDaemon {
@@ -15,13 +16,6 @@ namespace {
 
 constexpr CCleanOptions With8BitMime{};
 constexpr CCleanOptions Without8BitMime{.keepHeaders = {}, .has8BitMime = false};
-
-std::string Repeat(std::string_view text, int count) {
-    std::string result;
-    for (int i = 0; i < count; ++i)
-        result += text;
-    return result;
-}
 
 class CleanedCopy : public CSendFixture {
 protected:
@@ -173,7 +167,7 @@ TEST(WireHeader, LongValues) {
 TEST(WireHeader, HostileValuesTakeNoLongerThanOthers) {
     for (const std::string_view piece : {"=?x?Q?", "=?x?Q?a?=b", "=?utf-8?Q?a?= ", "=?utf-8?Q?a@b?= ",
                                          "\xE1 =?utf-8?Q?a?= ", "\"", "(", "<", ",", "\xE1 <a@b>,"}) {
-        const std::string value = Repeat(piece, static_cast<int>(900000 / piece.size())) + "\xE1 <a@b>";
+        const std::string value = Repeat(piece, 900000 / piece.size()) + "\xE1 <a@b>";
         const std::uint32_t start = Platform::ClockMilliseconds();
         for (const std::string_view name : {"To", "Subject"}) {
             CWireHeaderRules rules;
@@ -297,8 +291,7 @@ TEST_F(CleanedCopy, BlocksMayEndAnywhere) {
     const std::string tail = "a\r\r\nb\rc\nd\r\n\xC3\xA9\n--B\n\n\xC3\xA9\r--B--";
     const std::string tail8 =
         "a\r\nb\r\nc\r\nd\r\n\xC3\xA9\r\n--B\r\nContent-Transfer-Encoding: 8bit\r\n\r\n\xC3\xA9\r\n--B--\r\n";
-    const std::string lines =
-        Repeat(std::string(78, 'x') + "\r\n", static_cast<int>(2 * CMessageReader::BlockSize / 80) - 2);
+    const std::string lines = Repeat(std::string(78, 'x') + "\r\n", 2 * CMessageReader::BlockSize / 80 - 2);
     const std::string front = head + "\r\n--B\r\n\r\n";
     for (std::size_t before = 0; before < 40; ++before) {
         const std::size_t missing = 2 * CMessageReader::BlockSize - front.size() - lines.size() - before;

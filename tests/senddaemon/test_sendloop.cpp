@@ -27,18 +27,6 @@ TEST_F(SendLoop, OnePassTriesEachMessageOnce) {
     EXPECT_EQ(RunOnce(*m_daemon, m_options).sent, 0U);
 }
 
-TEST_F(SendLoop, RunningSeesMessagesThatComeLater) {
-    ASSERT_TRUE(Start());
-    int asked = 0;
-    m_options.idlePause = std::chrono::milliseconds(5);
-    m_options.stopRequested = [&] {
-        if (++asked == 3) Queue(2);
-        return asked > 100000 || CountAccountMessages(m_account).sent == 2;
-    };
-    EXPECT_TRUE(RunUntilStopped(*m_daemon, m_options).wasStopped);
-    EXPECT_EQ(Counts(), "0 0 2 0 0 0");
-}
-
 // The n-th operation fails, for every n until none is left to fail: at the end
 // of each run every message is in exactly one folder, and a second run without
 // fault sends the rest.

@@ -7,27 +7,6 @@
 
 using namespace std::string_literals;
 
-TEST(Text, LineEnds) {
-    const struct {
-        std::string in, toLf, toCrLf;
-    } table[] = {
-        {"", "", ""},
-        {"\n", "\n", "\r\n"},
-        {"\r", "\r", "\r"},
-        {"a\r\nb", "a\nb", "a\r\r\nb"},
-        {"a\r\r\n\r", "a\r\n\r", "a\r\r\r\n\r"},
-        {"\n\na\0b\n"s, "\n\na\0b\n"s, "\r\n\r\na\0b\r\n"s},
-    };
-    for (const auto& row : table) {
-        EXPECT_EQ(CrLfToLf(row.in), row.toLf);
-        EXPECT_EQ(LfToCrLf(row.in), row.toCrLf);
-    }
-    std::string large;
-    for (int i = 0; i < 100000; ++i)
-        large += std::string(static_cast<std::size_t>(i % 97), 'x') + "\n";
-    EXPECT_EQ(CrLfToLf(LfToCrLf(large)), large);
-}
-
 TEST(Text, ComparesAndFindsWithoutCase) {
     EXPECT_EQ(CompareNoCase("Content-TYPE", "content-type"), 0);
     EXPECT_LT(CompareNoCase("ab", "ABC"), 0);
@@ -77,25 +56,6 @@ TEST(Text, Utf8Validity) {
     for (int i = 0; i < 256; ++i)
         all += static_cast<char>(i);
     EXPECT_TRUE(IsValidUtf8(Windows1252ToUtf8(all)));
-}
-
-// The pairs of RFC 4648, section 10, without their padding.
-TEST(Text, Base32AndHex) {
-    const std::pair<const char*, const char*> pairs[] = {{"", ""},
-                                                         {"f", "MY"},
-                                                         {"fo", "MZXQ"},
-                                                         {"foo", "MZXW6"},
-                                                         {"foob", "MZXW6YQ"},
-                                                         {"fooba", "MZXW6YTB"},
-                                                         {"foobar", "MZXW6YTBOI"}};
-    for (const auto& [plain, coded] : pairs) {
-        EXPECT_EQ(EncodeBase32(plain), coded);
-        EXPECT_EQ(DecodeBase32(coded), plain);
-        EXPECT_EQ(DecodeBase32(LowerAscii(coded)), plain);
-    }
-    for (const char* bad : {"M", "MZ", "MZX", "MY======", "M1", "MY "})
-        EXPECT_FALSE(DecodeBase32(bad)) << bad;
-    EXPECT_EQ(EncodeHex("\x00\x9F\xFF"s.substr(0, 3)), "009fff"s.substr(0, 6));
 }
 
 TEST(Paths, TakenApartAndJoined) {
