@@ -196,14 +196,16 @@ bool MatchWholeText(std::string_view text, std::string_view pattern, PatternCase
     });
 }
 
-bool FindPattern(std::string_view text, std::string_view pattern, PatternCase letterCase, std::size_t from,
-                 std::size_t& start, std::size_t& end) {
-    if (from > text.size()) return false;
+bool ForEachMatch(std::string_view text, std::string_view pattern, PatternCase letterCase,
+                  const std::function<void(std::size_t start, std::size_t end)>& visit) {
     return TryPattern(pattern, letterCase, [&](const Regex& regex, CStepBudget& budget) {
         Match match;
-        if (!Search(regex, text, from, budget, match, boost::match_not_null)) return false;
-        start = static_cast<std::size_t>(match[0].first.Get() - text.data());
-        end = static_cast<std::size_t>(match[0].second.Get() - text.data());
+        std::size_t from = 0;
+        while (from < text.size() && Search(regex, text, from, budget, match, boost::match_not_null)) {
+            const auto end = static_cast<std::size_t>(match[0].second.Get() - text.data());
+            visit(static_cast<std::size_t>(match[0].first.Get() - text.data()), end);
+            from = end;
+        }
         return true;
     });
 }

@@ -13,6 +13,7 @@
 #define LISTHAVEN_ENGINE_RULES_BOUNDEDREGEX_H
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -26,9 +27,9 @@ bool CheckPattern(std::string_view pattern, std::string& reason);  // false with
 bool SearchPattern(std::string_view text, std::string_view pattern, PatternCase letterCase);   // somewhere in it
 bool MatchWholeText(std::string_view text, std::string_view pattern, PatternCase letterCase);  // all of it
 
-// Where the next match at or behind "from" begins and ends; an empty one does not count.
-bool FindPattern(std::string_view text, std::string_view pattern, PatternCase letterCase, std::size_t from,
-                 std::size_t& start, std::size_t& end);
+// Every match, one behind the other; empty ones do not count.  False when the search had to be given up.
+bool ForEachMatch(std::string_view text, std::string_view pattern, PatternCase letterCase,
+                  const std::function<void(std::size_t start, std::size_t end)>& visit);
 
 // What format ("$1", "$2 $1", "$&") makes of the first match; value is not touched without one.
 bool ExtractPattern(std::string_view text, std::string_view pattern, std::string_view format, PatternCase letterCase,
