@@ -175,4 +175,18 @@ bool CMailServer::WaitForMessages(std::size_t count) const {
     return WaitUntil([&] { return CountMessages() >= count; });
 }
 
+bool CMailServer::WaitForDelivery() const {
+    const auto isEmpty = [this] {
+        for (const char* part : {"maildrop", "incoming", "active", "deferred"}) {
+            for (const auto& entry :
+                 std::filesystem::recursive_directory_iterator(m_folder / (std::string("queue/") + part))) {
+                if (entry.is_regular_file()) return false;
+            }
+        }
+        return true;
+    };
+    // Twice: what moves from one folder to another may be missed once.
+    return WaitUntil([&] { return isEmpty() && isEmpty(); });
+}
+
 }  // namespace TestServers

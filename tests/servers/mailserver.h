@@ -40,6 +40,7 @@ public:
     std::vector<std::string> GetMessages() const;
     std::size_t CountMessages() const;
     bool WaitForMessages(std::size_t count) const;
+    bool WaitForDelivery() const;  // of all that was taken, and of the bounces of it
 
 private:
     bool Prepare(CCommand& command) override;
