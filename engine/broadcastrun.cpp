@@ -101,7 +101,7 @@ bool CBroadcastRun::Run(const BroadcastStop& stop, const BroadcastProgress& prog
     m_next = m_mark;
     m_next.group.clear();
     m_pause = ReadSetting("Execution", "GenerationPause", 10);
-    if (!m_message.Load(BroadcastFile(m_folder, BroadcastMessageFile))) {
+    if (!m_message.Load(BroadcastFile(m_folder, BroadcastMessageFile), CMimeSource::Sealed::Kept)) {
         SetLastErrorText("The message of the broadcast cannot be loaded.");
         return false;
     }

@@ -25,10 +25,10 @@ void PromoteOnlyPart(CSharedPointer<CMimeEntity>& root) {
 
 }  // namespace
 
-bool CMimeMessage::Load(std::string_view path) {
+bool CMimeMessage::Load(std::string_view path, CMimeSource::Sealed sealed) {
     m_path = path;
     std::string text;
-    return ReadWholeFile(path, text) && LoadText(CMimeSource(std::move(text)));
+    return ReadWholeFile(path, text) && LoadText(CMimeSource(std::move(text)).With(sealed));
 }
 
 bool CMimeMessage::LoadText(const CMimeSource& text) {

@@ -19,7 +19,7 @@
 
 class CMimeMessage {
 public:
-    bool Load(std::string_view path);
+    bool Load(std::string_view path, CMimeSource::Sealed sealed = CMimeSource::Sealed::Split);
     void LoadOrThrow(std::string_view path);
     bool LoadText(const CMimeSource& text);  // either line end; false when it is empty
     bool Save(std::string_view path);        // false without a root, and nothing is touched

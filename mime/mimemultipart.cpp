@@ -91,6 +91,11 @@ CMimeMultipart::Child CMimeMultipart::CreatePart(const CMimeSource& text) {
     return CreateEntity(text);
 }
 
+bool CMimeMultipart::IsSealedType() const {
+    const std::string subType = GetSubType();
+    return subType == "signed" || subType == "encrypted" || subType == "digest" || subType == "report";
+}
+
 void CMimeMultipart::KeepUnsplit(const CMimeSource& text, std::string_view body) {
     m_isUnsplit = true;
     // White space at the end of a part would grow with every load and save.
@@ -108,6 +113,10 @@ bool CMimeMultipart::Parse(const CMimeSource& text) {
     if (!TakeHead(text, body)) {
         m_isUnsplit = true;
         return false;
+    }
+    if (text.GetSealed() == CMimeSource::Sealed::Kept && IsSealedType()) {
+        KeepUnsplit(text, body);
+        return true;
     }
     CMultipartPieces pieces;
     if (text.GetDepth() >= MaxDepth || !SplitMultipart(body, GetBoundary(), pieces)) {

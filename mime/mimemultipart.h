@@ -45,6 +45,7 @@ public:
 
     std::string_view GetEpilogue() const noexcept { return m_epilogue.View(); }
     bool IsUnsplit() const noexcept { return m_isUnsplit; }
+    bool IsSealedType() const;  // by its content type: see CMimeSource::Sealed
 
 protected:
     CMimeMultipart(MimeClass kind, const char* contentType);

@@ -43,7 +43,14 @@ CMimeSource CMimeSource::Part(std::string_view piece) const {
     part.m_owner = m_owner;
     part.m_text = piece;
     part.m_depth = m_depth + 1;
+    part.m_sealed = m_sealed;
     return part;
+}
+
+CMimeSource CMimeSource::With(Sealed sealed) const {
+    CMimeSource same = *this;
+    same.m_sealed = sealed;
+    return same;
 }
 
 CMimeSource CMimeSource::WithHead(CMimeHead& head) const {

@@ -19,6 +19,12 @@ struct CMimeHead;
 // A string that is moved in and holds no CR is not copied.
 class CMimeSource {
 public:
+    // Multiparts whose bytes or whose structure mean something by themselves:
+    // signed, encrypted, digest, report.  Split, they are like any other one, and
+    // are written as the library would; Kept, they have no parts, and are written
+    // as they came.
+    enum class Sealed { Split, Kept };
+
     CMimeSource(std::string&& text);       // NOLINT: texts of every kind are sources
     CMimeSource(const std::string& text);  // NOLINT
     CMimeSource(std::string_view text);    // NOLINT
@@ -26,6 +32,9 @@ public:
 
     std::string_view View() const noexcept { return m_text; }
     int GetDepth() const noexcept { return m_depth; }  // 0: the whole message
+
+    CMimeSource With(Sealed sealed) const;
+    Sealed GetSealed() const noexcept { return m_sealed; }
 
     CMimeSource Part(std::string_view piece) const;  // of View(); one level deeper
 
@@ -41,6 +50,7 @@ private:
     std::string_view m_text;
     CMimeHead* m_head = nullptr;
     int m_depth = 0;
+    Sealed m_sealed = Sealed::Split;
 };
 
 // Either a string of its own, or a piece of a text that others use too.
