@@ -60,6 +60,7 @@ bool ReadBroadcastList(std::uint32_t number, BroadcastList& list) {
     list.commandAddress = catalogue.GetListAddress(index, "Command");
     list.authorizedAddress = catalogue.GetListAddress(index, "Authorized");
     list.postAddress = catalogue.GetListAddress(index, "Post");
+    list.loopProtection = catalogue.GetNumber(index, ListColumn::LoopProtection);
     list.emptySender = catalogue.GetFlag(index, ListColumn::EmptySender);
     return true;
 }

@@ -44,7 +44,8 @@ struct BroadcastList {
     std::string commandAddress;
     std::string authorizedAddress;
     std::string postAddress;
-    bool emptySender = false;  // the copies get an empty envelope sender, unless the message has one of its own
+    std::int64_t loopProtection = 0;  // sum of 1, 2 and 8
+    bool emptySender = false;         // the copies get an empty envelope sender, unless the message has one of its own
 };
 // From the catalogue.  False only when there is no such list; faults throw CLhvException.
 bool ReadBroadcastList(std::uint32_t number, BroadcastList& list);

@@ -8,6 +8,7 @@
 #include "engine/datafields.h"
 #include "engine/eventlog.h"
 #include "engine/finalize.h"
+#include "engine/literaltext.h"
 #include "engine/messagefields.h"
 #include "engine/messagetemplate.h"
 #include "engine/textcharset.h"
@@ -254,6 +255,7 @@ void CBroadcastMaker::CState::SetCopyFields(const CMember& member, const std::st
     for (const auto& [field, value] : shared)
         SetDataField(field, value);
     SetDataField(DataField::To, toLine);
+    SetLiteralTextField();
     SetMemberFields(member, nameCase);
     SetRandomFields();
     for (const auto& [slot, field] : slotFields) {
