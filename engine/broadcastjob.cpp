@@ -10,6 +10,7 @@
 #include "mime/mimemessage.h"
 #include "mime/mimemultipart.h"
 #include "platform/filestatus.h"
+#include "platform/guid.h"
 #include "platform/namedmutex.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"
@@ -93,6 +94,30 @@ bool CheckLists(const std::vector<std::uint32_t>& lists, const CMimeMessage& mes
     return !lists.empty();
 }
 
+bool ReadSettings(std::string_view messagePath, const std::vector<std::uint32_t>& lists, const BroadcastModes& modes,
+                  BroadcastSettings& settings) {
+    for (const std::uint32_t list : lists) {
+        const bool isNew = std::find(settings.lists.begin(), settings.lists.end(), list) == settings.lists.end();
+        if (isNew) settings.lists.push_back(list);
+    }
+    settings.modes = modes;
+    settings.started = Platform::SecondsSince1970();
+    if (!modes.regular && !modes.both && !modes.digest) {
+        SetLastErrorText("A broadcast needs at least one delivery mode.");
+        return false;
+    }
+    CMimeMessage message;
+    if (!LoadUsableMessage(std::string(messagePath), message) || !CheckLists(settings.lists, message)) return false;
+    settings.subject = message.GetRoot()->GetField("Subject");
+    return true;
+}
+
+void RemoveUnfinished(const std::string& folder) {
+    const std::string reason = GetLastErrorText();
+    if (!folder.empty()) RemoveFolderTree(folder);
+    SetLastErrorText(reason);
+}
+
 bool IsJobId(std::string_view id) {
     return !id.empty() && id.find_first_not_of("0123456789") == std::string_view::npos;
 }
@@ -117,24 +142,23 @@ CBroadcastJobs::CBroadcastJobs() : m_root(GetBroadcastsFolder()) {}
 
 CBroadcastJobs::CBroadcastJobs(std::string_view root) : m_root(WithoutSeparator(root)) {}
 
+bool CBroadcastJobs::Check(std::string_view messagePath, const std::vector<std::uint32_t>& lists,
+                           const BroadcastModes& modes) {
+    BroadcastSettings settings;
+    try {
+        return ReadSettings(messagePath, lists, modes, settings);
+    } catch (const CLhvException& exception) {
+        SetLastErrorFromException(exception);
+        return false;
+    }
+}
+
 bool CBroadcastJobs::Create(std::string_view messagePath, const std::vector<std::uint32_t>& lists,
                             const BroadcastModes& modes, std::string& id) {
     std::string folder;
     try {
         BroadcastSettings settings;
-        for (const std::uint32_t list : lists) {
-            const bool isNew = std::find(settings.lists.begin(), settings.lists.end(), list) == settings.lists.end();
-            if (isNew) settings.lists.push_back(list);
-        }
-        settings.modes = modes;
-        settings.started = Platform::SecondsSince1970();
-        if (!modes.regular && !modes.both && !modes.digest) {
-            SetLastErrorText("A broadcast needs at least one delivery mode.");
-            return false;
-        }
-        CMimeMessage message;
-        if (!LoadUsableMessage(std::string(messagePath), message) || !CheckLists(settings.lists, message)) return false;
-        settings.subject = message.GetRoot()->GetField("Subject");
+        if (!ReadSettings(messagePath, lists, modes, settings)) return false;
         if (!EnsureFolder(m_root) || !MakeUniqueFolder(m_root, folder)) return false;
         if (FillJob(folder, messagePath, settings)) {
             Platform::FlushFolder(m_root);
@@ -144,9 +168,44 @@ bool CBroadcastJobs::Create(std::string_view messagePath, const std::vector<std:
     } catch (const CLhvException& exception) {
         SetLastErrorFromException(exception);
     }
-    const std::string reason = GetLastErrorText();
-    if (!folder.empty()) RemoveFolderTree(folder);
-    SetLastErrorText(reason);
+    RemoveUnfinished(folder);
+    return false;
+}
+
+std::string CBroadcastJobs::NewIdentifier() const {
+    std::string id;
+    do
+        id = std::to_string(Platform::RandomNumber() & 0x7FFFFFFFU);
+    while (Platform::FolderIsThere(JoinPath(m_root, id)));
+    return id;
+}
+
+bool CBroadcastJobs::Exists(std::string_view id) const {
+    return IsJobId(id) && Platform::FileIsThere(BroadcastFile(JoinPath(m_root, id), BroadcastSettingsFile));
+}
+
+bool CBroadcastJobs::CreateAs(std::string_view id, std::string_view messagePath,
+                              const std::vector<std::uint32_t>& lists, const BroadcastModes& modes) {
+    if (Exists(id)) return true;
+    if (!IsJobId(id)) {
+        SetLastErrorFormat("\"%s\" is no identifier of a broadcast.", std::string(id).c_str());
+        return false;
+    }
+    std::string folder;
+    try {
+        BroadcastSettings settings;
+        if (!ReadSettings(messagePath, lists, modes, settings)) return false;
+        folder = JoinPath(m_root, id);
+        // The settings are written last: what is there without them is half of it.
+        if (RemoveFolderTree(folder) && EnsureFolder(folder) && FillJob(folder, messagePath, settings)) {
+            if (Platform::FlushFolder(m_root)) return true;
+            SetLastErrorFromSystem();
+            return false;
+        }
+    } catch (const CLhvException& exception) {
+        SetLastErrorFromException(exception);
+    }
+    RemoveUnfinished(folder);
     return false;
 }
 

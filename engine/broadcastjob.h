@@ -64,6 +64,18 @@ public:
     bool Create(std::string_view messagePath, const std::vector<std::uint32_t>& lists, const BroadcastModes& modes,
                 std::string& id);
 
+    // Under an identifier that the caller has chosen (NewIdentifier()): may be
+    // called again after a crash.  A job that is there already is left as it is.
+    bool CreateAs(std::string_view id, std::string_view messagePath, const std::vector<std::uint32_t>& lists,
+                  const BroadcastModes& modes);
+    std::string NewIdentifier() const;  // of no job that is there
+    bool Exists(std::string_view id) const;
+
+    // Whether a job can be created of it: false, with the reason, for what no
+    // later attempt would change.
+    static bool Check(std::string_view messagePath, const std::vector<std::uint32_t>& lists,
+                      const BroadcastModes& modes);
+
     // From where it stopped to the end.  True also when it was stopped or
     // cancelled: info says so.  Fails at once for a job that another process runs.
     bool Run(std::string_view id, const BroadcastStop& stop, const BroadcastProgress& progress, BroadcastInfo& info);

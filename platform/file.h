@@ -75,6 +75,10 @@ bool IsFlushEnabled() noexcept;
 bool RenameReplacing(std::string_view from, std::string_view to);
 bool RenameNew(std::string_view from, std::string_view to);
 
+// Another name of the same file, on the same volume.  Fails with
+// IsAlreadyThere(), and where the file system gives a file one name only.
+bool LinkFile(std::string_view from, std::string_view to);
+
 bool RemoveFile(std::string_view path);
 bool MakeFolder(std::string_view path);         // one level, 0770; fails with IsAlreadyThere()
 bool RemoveEmptyFolder(std::string_view path);  // fails with IsNotEmpty()

@@ -296,15 +296,18 @@ bool CBatchFolder::AddMessageText(std::string_view text, std::string& newPath) {
         [&](const std::string& batchPath) { return WriteMessageToFolder(text, batchPath, newPath); });
 }
 
-bool CBatchFolder::PrepareMessage(std::string_view text, CPreparedMessage& prepared) {
+bool CBatchFolder::CreateMessage(CNewFile& file) {
     const std::lock_guard guard(m_state->lock);
-    return m_state->PlaceInBatch([&](const std::string& batchPath) {
-        CNewFile file;
-        if (!file.Create(batchPath, MessageExtension) || !file.Write(text) || !file.FinishWriting()) return false;
-        file.Keep();
-        prepared = {.temporaryPath = file.GetTemporaryPath(), .finalPath = file.GetFinalPath()};
-        return true;
-    });
+    return m_state->PlaceInBatch(
+        [&](const std::string& batchPath) { return file.Create(batchPath, MessageExtension); });
+}
+
+bool CBatchFolder::PrepareMessage(std::string_view text, CPreparedMessage& prepared) {
+    CNewFile file;
+    if (!CreateMessage(file) || !file.Write(text) || !file.FinishWriting()) return false;
+    file.Keep();
+    prepared = {.temporaryPath = file.GetTemporaryPath(), .finalPath = file.GetFinalPath()};
+    return true;
 }
 
 bool CBatchFolder::PublishPrepared(std::span<const CPreparedMessage> prepared) {

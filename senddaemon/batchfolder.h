@@ -25,6 +25,8 @@
 #include <string>
 #include <string_view>
 
+class CNewFile;
+
 // A message that is on disk under a name that no queue walk sees.
 struct CPreparedMessage {
     std::string temporaryPath;  // NUMBER.tmp
@@ -64,6 +66,10 @@ public:
 
     // text as it goes on disk (CR LF).
     bool AddMessageText(std::string_view text, std::string& newPath);
+
+    // Makes an empty message under its .tmp name, for the caller to write, keep
+    // and publish.  It counts as one of the batch.
+    bool CreateMessage(CNewFile& file);
 
     // Writes and flushes the message under its .tmp name.  It counts as one of
     // the batch, so that a group of them fits.  The file outlives this object:

@@ -211,6 +211,11 @@ bool RenameNew(std::string_view from, std::string_view to) {
     return RenameNewWithoutFlag(source.c_str(), target.c_str());
 }
 
+bool LinkFile(std::string_view from, std::string_view to) {
+    if (HitsFault(Operation::Rename)) return false;
+    return link(SystemPath(from).c_str(), SystemPath(to).c_str()) == 0;
+}
+
 bool RemoveFile(std::string_view path) {
     if (HitsFault(Operation::Remove)) return false;
     return unlink(SystemPath(path).c_str()) == 0;

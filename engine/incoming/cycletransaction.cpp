@@ -1,0 +1,241 @@
+#include "engine/incoming/cycletransaction.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "engine/broadcastjob.h"
+#include "engine/incoming/cycleparts.h"
+#include "platform/file.h"
+#include "platform/guid.h"
+#include "platform/systemerror.h"
+#include "utility/files.h"
+#include "utility/lasterror.h"
+#include "utility/paths.h"
+#include "utility/text.h"
+#include "utility/uniquename.h"
+
+namespace {
+
+constexpr std::size_t CopyBlock = 256 * 1024;
+
+std::uint64_t NewRecordId() {
+    return std::uint64_t{Platform::RandomNumber()} << 32 | Platform::RandomNumber();
+}
+
+bool AppendFile(const std::string& source, CNewFile& target) {
+    Platform::CFile file;
+    std::uint64_t size = 0;
+    if (!file.Open(source, Platform::FileMode::Read) || !file.GetSize(size)) {
+        SetLastErrorFromSystem();
+        return false;
+    }
+    std::string block(static_cast<std::size_t>(std::min<std::uint64_t>(size, CopyBlock)), '\0');
+    for (std::uint64_t offset = 0; offset < size;) {
+        const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(size - offset, block.size()));
+        if (!file.ReadAt(offset, block.data(), length)) {
+            SetLastErrorFromSystem();
+            return false;
+        }
+        if (!target.Write(std::string_view(block).substr(0, length))) return false;
+        offset += length;
+    }
+    return true;
+}
+
+std::string HeaderLines(std::string_view lines) {
+    std::string text = LfToCrLf(CrLfToLf(lines));
+    if (!text.empty() && !text.ends_with('\n')) text += "\r\n";
+    return text;
+}
+
+}  // namespace
+
+struct CCycleTransaction::CState {
+    explicit CState(CCycleState::CState& owner) : cycle(owner) {}
+
+    // By address, without regard to case: what is to become of the member.
+    struct CMemberChange {
+        bool isRemoved = false;
+        CMember member;
+    };
+
+    CCycleState::CState& cycle;
+    CycleRecord record;
+    std::map<std::string, CMemberChange, CLessNoCase> members;
+    Marks marks;
+    bool isCounted = false;  // among those that have prepared something
+
+    bool Begin(std::string_view queueFolder, CNewFile& file);
+    bool Note(const CNewFile& file);
+    bool FlushPrepared();
+    void RemovePrepared();
+    void Forget(bool isFinished);
+};
+
+// The file's name is noted before there is anything in it.
+bool CCycleTransaction::CState::Begin(std::string_view queueFolder, CNewFile& file) {
+    if (!cycle.IsReady()) return false;
+    CBatchFolder* const queue = cycle.work.GetQueues().Open(WithoutSeparator(queueFolder));
+    return queue && queue->CreateMessage(file) && Note(file);
+}
+
+bool CCycleTransaction::CState::Note(const CNewFile& file) {
+    if (!std::exchange(isCounted, true)) ++cycle.transactions;
+    return cycle.preparing.Add(file.GetTemporaryPath());
+}
+
+// The record must not name a file that a power failure takes away.
+bool CCycleTransaction::CState::FlushPrepared() {
+    std::set<std::string> folders;
+    for (const CycleRecord::CFile& file : record.files)
+        folders.insert(ParentFolder(file.temporaryPath));
+    for (const CycleRecord::CTwin& twin : record.twins)
+        folders.insert(ParentFolder(twin.temporaryPath));
+    for (const CycleRecord::CBroadcast& broadcast : record.broadcasts)
+        folders.insert(ParentFolder(broadcast.messagePath));
+    for (const std::string& folder : folders) {
+        if (Platform::FlushFolder(folder)) continue;
+        SetLastErrorFromSystem();
+        return false;
+    }
+    return true;
+}
+
+void CCycleTransaction::CState::RemovePrepared() {
+    const std::string reason = GetLastErrorText();
+    for (const CycleRecord::CFile& file : record.files)
+        Platform::RemoveFile(file.temporaryPath);
+    for (const CycleRecord::CTwin& twin : record.twins)
+        Platform::RemoveFile(twin.temporaryPath);
+    for (const CycleRecord::CBroadcast& broadcast : record.broadcasts)
+        Platform::RemoveFile(broadcast.messagePath);
+    SetLastErrorText(reason);
+}
+
+// The list of names is emptied when nobody needs it any more.
+void CCycleTransaction::CState::Forget(bool isFinished) {
+    record = {};
+    members.clear();
+    marks.clear();
+    if (std::exchange(isCounted, false) && --cycle.transactions == 0 && isFinished) {
+        const std::string reason = GetLastErrorText();
+        cycle.preparing.Clear();
+        SetLastErrorText(reason);
+    }
+}
+
+CCycleTransaction::CCycleTransaction(CCycleState& state) : m_state(std::make_unique<CState>(*state.m_state)) {}
+
+CCycleTransaction::~CCycleTransaction() {
+    m_state->RemovePrepared();
+    m_state->Forget(!m_state->cycle.needsRecovery);
+}
+
+bool CCycleTransaction::BeginMessage(std::string_view queueFolder, CNewFile& file) {
+    return m_state->Begin(queueFolder, file);
+}
+
+bool CCycleTransaction::FinishMessage(CNewFile& file, std::string* newPath) {
+    if (!file.FinishWriting()) return false;
+    m_state->record.files.push_back({file.GetTemporaryPath(), file.GetFinalPath()});
+    if (newPath) *newPath = file.GetFinalPath();
+    file.Keep();
+    return true;
+}
+
+bool CCycleTransaction::AddMessage(std::string_view queueFolder, std::string_view text, std::string* newPath) {
+    CNewFile file;
+    return BeginMessage(queueFolder, file) && file.Write(text) && FinishMessage(file, newPath);
+}
+
+bool CCycleTransaction::AddCopy(std::string_view queueFolder, std::string_view source, std::string_view extraHeaders,
+                                std::string* newPath) {
+    CNewFile file;
+    return BeginMessage(queueFolder, file) && file.Write(HeaderLines(extraHeaders)) &&
+           AppendFile(std::string(source), file) && FinishMessage(file, newPath);
+}
+
+bool CCycleTransaction::AddTwin(std::string_view queueFolder) {
+    CycleRecord& record = m_state->record;
+    if (record.files.empty()) {
+        SetLastErrorText("There is no message that could lie in another folder too.");
+        return false;
+    }
+    CNewFile file;
+    if (!m_state->Begin(queueFolder, file) || !file.FinishWriting()) return false;
+    const CycleRecord::CFile& source = record.files.back();
+    record.twins.push_back({source.temporaryPath, source.finalPath, file.GetTemporaryPath(), file.GetFinalPath()});
+    file.Keep();
+    return true;
+}
+
+void CCycleTransaction::MoveMessage(std::string_view source, std::string_view queueFolder) {
+    m_state->record.moves.push_back({std::string(source), WithoutSeparator(queueFolder)});
+}
+
+void CCycleTransaction::RemoveMessage(std::string_view path) {
+    m_state->record.removals.emplace_back(path);
+}
+
+void CCycleTransaction::PutMember(const CMember& member) {
+    m_state->members[member.address] = {false, member};
+}
+
+void CCycleTransaction::RemoveMember(std::string_view address) {
+    m_state->members[std::string(address)] = {true, {}};
+}
+
+bool CCycleTransaction::AddBroadcast(std::string_view text, const BroadcastModes& modes, std::string& identifier) {
+    CState& s = *m_state;
+    const std::string folder = GetPostsFolder(s.cycle.list);
+    CNewFile file;
+    if (!s.cycle.IsReady() || !EnsureFolder(folder) || !file.Create(folder, "eml") || !s.Note(file) ||
+        !file.Write(text) || !file.FinishWriting() ||
+        !CBroadcastJobs::Check(file.GetTemporaryPath(), {s.cycle.list}, modes)) {
+        return false;
+    }
+    identifier = CBroadcastJobs().NewIdentifier();
+    s.record.broadcasts.push_back({identifier, file.GetTemporaryPath(), modes});
+    file.Keep();
+    return true;
+}
+
+void CCycleTransaction::SetMark(MarkKind kind, std::string_view key, std::string_view value) {
+    m_state->marks[MarkKey(kind, key)] = value;
+}
+
+bool CCycleTransaction::GetMark(MarkKind kind, std::string_view key, std::string& value) const {
+    const std::string stored = MarkKey(kind, key);
+    const auto found = m_state->marks.find(stored);
+    if (found == m_state->marks.end()) return m_state->cycle.database.Get(stored, value);
+    value = found->second;
+    return !value.empty();
+}
+
+bool CCycleTransaction::IsEmpty() const noexcept {
+    return m_state->record.IsEmpty() && m_state->members.empty() && m_state->marks.empty();
+}
+
+bool CCycleTransaction::Commit() {
+    if (IsEmpty()) return true;
+    CState& s = *m_state;
+    CycleRecord& record = s.record;
+    record.id = NewRecordId();
+    record.members.clear();
+    record.removedMembers.clear();
+    for (const auto& [address, change] : s.members) {
+        if (change.isRemoved)
+            record.removedMembers.push_back(address);
+        else
+            record.members.push_back(change.member);
+    }
+    if (!s.cycle.IsReady() || !s.FlushPrepared()) return false;
+    const auto result = s.cycle.Commit(record, s.marks);
+    using Result = CCycleState::CState::Result;
+    if (result == Result::Nothing) return false;
+    s.Forget(result == Result::Done);
+    return result == Result::Done;
+}

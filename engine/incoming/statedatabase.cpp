@@ -1,0 +1,336 @@
+#include "engine/incoming/statedatabase.h"
+
+#include <lmdb.h>
+
+#include <cstdint>
+
+#include "engine/eventlog.h"
+#include "platform/faultplan.h"
+#include "platform/file.h"
+#include "platform/filestatus.h"
+#include "platform/systemerror.h"
+#include "utility/lasterror.h"
+
+namespace {
+
+constexpr std::size_t FirstMapSize = std::size_t{16} << 20;
+constexpr std::uint64_t SpareRoom = std::uint64_t{1} << 20;
+constexpr std::uint64_t ChangeCost = 16384;  // pages that one change may rewrite
+constexpr int MostSetAside = 1000;
+
+bool IsDamage(int code) {
+    switch (code) {
+        case MDB_INVALID:
+        case MDB_CORRUPTED:
+        case MDB_PAGE_NOTFOUND:
+        case MDB_VERSION_MISMATCH:
+        case MDB_INCOMPATIBLE:
+        case MDB_BAD_DBI:
+        case MDB_PANIC:
+        case MDB_CURSOR_FULL:
+        case MDB_PAGE_FULL:
+            return true;
+        default:
+            return false;
+    }
+}
+
+MDB_val ToValue(std::string_view text) {
+    return {text.size(), const_cast<char*>(text.data())};
+}
+std::string_view ToText(const MDB_val& value) {
+    return {static_cast<const char*>(value.mv_data), value.mv_size};
+}
+
+class CTransaction {
+public:
+    CTransaction() = default;
+    CTransaction(const CTransaction&) = delete;
+    CTransaction& operator=(const CTransaction&) = delete;
+    ~CTransaction() { Abort(); }
+    void Abort() {
+        if (handle) mdb_txn_abort(handle);
+        handle = nullptr;
+    }
+    int Begin(MDB_env* environment, unsigned flags) { return mdb_txn_begin(environment, nullptr, flags, &handle); }
+    int Commit() {
+        MDB_txn* const committed = handle;
+        handle = nullptr;  // freed by the call, whatever it returns
+        return mdb_txn_commit(committed);
+    }
+
+    MDB_txn* handle = nullptr;
+};
+
+}  // namespace
+
+struct CStateDatabase::CFileState {
+    MDB_env* environment = nullptr;
+    MDB_dbi entries = 0;
+    std::uint64_t pageSize = 0;
+
+    CFileState() = default;
+    CFileState(const CFileState&) = delete;
+    CFileState& operator=(const CFileState&) = delete;
+    ~CFileState() {
+        if (environment) mdb_env_close(environment);
+    }
+
+    int Open(const std::string& path);
+    int OpenEntries();
+    std::uint64_t SizeItSays() const;
+    bool IsLongEnough(const std::string& path) const;
+    int Grow();
+};
+
+// The caller keeps everyone else out, so the library's lock file and its table
+// of readers are not needed.
+int CStateDatabase::CFileState::Open(const std::string& path) {
+    if (const int code = mdb_env_create(&environment)) return code;
+    Platform::FileStatus status;
+    std::size_t mapSize = FirstMapSize;
+    if (Platform::GetFileStatus(path, status)) {
+        while (mapSize < status.size + status.size / 4)
+            mapSize *= 2;
+    }
+    if (const int code = mdb_env_set_mapsize(environment, mapSize)) return code;
+    const unsigned flags = MDB_NOSUBDIR | MDB_NOTLS | MDB_NOLOCK | MDB_NORDAHEAD;
+    if (const int code = mdb_env_open(environment, path.c_str(), flags, 0660)) return code;
+    MDB_stat statistics{};
+    if (const int code = mdb_env_stat(environment, &statistics)) return code;
+    pageSize = statistics.ms_psize;
+    // Reading a mapped page behind the end of the file would end the process.
+    return IsLongEnough(path) ? OpenEntries() : MDB_CORRUPTED;
+}
+
+int CStateDatabase::CFileState::OpenEntries() {
+    CTransaction transaction;
+    if (const int code = transaction.Begin(environment, 0)) return code;
+    if (const int code = mdb_dbi_open(transaction.handle, nullptr, 0, &entries)) return code;
+    return transaction.Commit();
+}
+
+std::uint64_t CStateDatabase::CFileState::SizeItSays() const {
+    MDB_envinfo info{};
+    mdb_env_info(environment, &info);
+    return (std::uint64_t{info.me_last_pgno} + 1) * pageSize;
+}
+
+bool CStateDatabase::CFileState::IsLongEnough(const std::string& path) const {
+    Platform::FileStatus status;
+    return Platform::GetFileStatus(path, status) && status.size >= 2 * pageSize && status.size >= SizeItSays();
+}
+
+int CStateDatabase::CFileState::Grow() {
+    MDB_envinfo info{};
+    if (const int code = mdb_env_info(environment, &info)) return code;
+    return mdb_env_set_mapsize(environment, info.me_mapsize * 2);
+}
+
+CStateDatabase::CStateDatabase() = default;
+CStateDatabase::~CStateDatabase() = default;
+
+bool CStateDatabase::Open(const std::string& path) {
+    m_path = path;
+    return OpenFile();
+}
+
+bool CStateDatabase::Reopen() {
+    return OpenFile();
+}
+
+void CStateDatabase::Close() noexcept {
+    m_file.reset();
+}
+
+bool CStateDatabase::OpenFile() {
+    m_file.reset();
+    if (Platform::HitsFault(Platform::Operation::Open)) {
+        SetLastErrorFromSystem();
+        return false;
+    }
+    auto file = std::make_unique<CFileState>();
+    const int code = file->Open(m_path);
+    if (code == MDB_SUCCESS) {
+        m_file = std::move(file);
+        return true;
+    }
+    file.reset();
+    return SetAside(code);
+}
+
+bool CStateDatabase::SetAside(int code) {
+    SetLastErrorFormat("The state \"%s\" cannot be used: %s", m_path.c_str(), mdb_strerror(code));
+    if (!IsDamage(code)) return false;
+    m_file.reset();
+    std::string aside;
+    bool isMoved = false;
+    for (int i = 1; i <= MostSetAside && !isMoved; ++i) {
+        aside = m_path + ".damaged-" + std::to_string(i);
+        isMoved = Platform::RenameNew(m_path, aside);
+        if (!isMoved && !Platform::IsAlreadyThere(Platform::LastSystemError())) break;
+    }
+    if (!isMoved) return false;
+    Log(LogError,
+        "The state \"%s\" is damaged (%s) and was moved to \"%s\". What it knew of messages that were left on the "
+        "server is lost: they will be processed once more.",
+        m_path.c_str(), mdb_strerror(code), aside.c_str());
+    auto file = std::make_unique<CFileState>();
+    if (const int again = file->Open(m_path)) {
+        SetLastErrorFormat("The state \"%s\" cannot be made anew: %s", m_path.c_str(), mdb_strerror(again));
+        return false;
+    }
+    m_file = std::move(file);
+    return true;
+}
+
+bool CStateDatabase::Get(std::string_view key, std::string& value) {
+    value.clear();
+    if (!m_file || key.empty() || key.size() > LongestKey) return false;
+    CTransaction transaction;
+    MDB_val wanted = ToValue(key);
+    MDB_val found{};
+    int code = transaction.Begin(m_file->environment, MDB_RDONLY);
+    if (code == MDB_SUCCESS) code = mdb_get(transaction.handle, m_file->entries, &wanted, &found);
+    if (code == MDB_SUCCESS) value = ToText(found);
+    if (code == MDB_SUCCESS || code == MDB_NOTFOUND) return code == MDB_SUCCESS;
+    if (m_visits == 0) SetAside(code);
+    return false;
+}
+
+namespace {
+
+// While it lives nothing may be changed: the map must not move.
+class CVisit {
+public:
+    explicit CVisit(int& visits) : m_visits(visits) { ++m_visits; }
+    CVisit(const CVisit&) = delete;
+    CVisit& operator=(const CVisit&) = delete;
+    ~CVisit() { --m_visits; }
+
+private:
+    int& m_visits;
+};
+
+using CursorOwner = std::unique_ptr<MDB_cursor, void (*)(MDB_cursor*)>;
+
+// Drops the entry that the cursor is at when visit returns true and "drops" is set.
+int Walk(MDB_txn* transaction, MDB_dbi entries, std::string_view prefix, bool drops,
+         const CStateDatabase::Visit& visit) {
+    MDB_cursor* cursor = nullptr;
+    if (const int code = mdb_cursor_open(transaction, entries, &cursor)) return code;
+    const CursorOwner owner(cursor, mdb_cursor_close);
+    MDB_val key = ToValue(prefix);
+    MDB_val value{};
+    int code = mdb_cursor_get(cursor, &key, &value, MDB_SET_RANGE);
+    for (; code == MDB_SUCCESS && ToText(key).starts_with(prefix);
+         code = mdb_cursor_get(cursor, &key, &value, MDB_NEXT)) {
+        const bool isWanted = visit(ToText(key), ToText(value));
+        if (!drops && !isWanted) return MDB_SUCCESS;
+        if (!drops || !isWanted) continue;
+        if (const int failed = mdb_cursor_del(cursor, 0)) return failed;
+    }
+    return code == MDB_NOTFOUND ? MDB_SUCCESS : code;
+}
+
+}  // namespace
+
+bool CStateDatabase::ForEach(std::string_view prefix, const Visit& visit) {
+    if (!m_file) {
+        SetLastErrorText("The state is not open.");
+        return false;
+    }
+    int code = MDB_SUCCESS;
+    {
+        CTransaction transaction;
+        const CVisit guard(m_visits);
+        code = transaction.Begin(m_file->environment, MDB_RDONLY);
+        if (code == MDB_SUCCESS) code = Walk(transaction.handle, m_file->entries, prefix, false, visit);
+    }
+    return code == MDB_SUCCESS || SetAside(code);
+}
+
+// A change that does not fit makes the map grow, and is made again.
+int CStateDatabase::Write(const std::function<int(void* transaction)>& work, Written written, bool& isUnknown) {
+    isUnknown = false;
+    MDB_env* const environment = m_file->environment;
+    mdb_env_set_flags(environment, MDB_NOSYNC, Platform::IsFlushEnabled() ? 0 : 1);
+    mdb_env_set_flags(environment, MDB_NOMETASYNC, written == Written::Later ? 1 : 0);
+    for (;;) {
+        CTransaction transaction;
+        int code = transaction.Begin(environment, 0);
+        if (code == MDB_SUCCESS) code = work(transaction.handle);
+        if (code == MDB_SUCCESS) {
+            code = transaction.Commit();
+            isUnknown = code != MDB_SUCCESS && code != MDB_MAP_FULL;
+        }
+        if (code != MDB_MAP_FULL) return code;
+        transaction.Abort();
+        if (const int failed = m_file->Grow()) return failed;
+    }
+}
+
+CStateDatabase::Outcome CStateDatabase::Apply(std::span<const CStateChange> changes, Written written) {
+    if (!m_file || m_visits > 0) {
+        SetLastErrorText("The state cannot be changed now.");
+        return Outcome::Nothing;
+    }
+    if (Platform::HitsFault(Platform::Operation::Write)) {
+        SetLastErrorFromSystem();
+        return Outcome::Nothing;
+    }
+    const auto put = [&](void* handle) {
+        auto* const transaction = static_cast<MDB_txn*>(handle);
+        for (const CStateChange& change : changes) {
+            MDB_val key = ToValue(change.key);
+            MDB_val value = ToValue(change.value);
+            const int code = change.value.empty() ? mdb_del(transaction, m_file->entries, &key, nullptr)
+                                                  : mdb_put(transaction, m_file->entries, &key, &value, 0);
+            if (code != MDB_SUCCESS && (code != MDB_NOTFOUND || !change.value.empty())) return code;
+        }
+        return MDB_SUCCESS;
+    };
+    std::uint64_t bytes = 0;
+    for (const CStateChange& change : changes)
+        bytes += change.key.size() + change.value.size() + ChangeCost;
+    if (!EnsureRoom(bytes)) return Outcome::Nothing;
+    bool isUnknown = false;
+    int code = Write(put, written, isUnknown);
+    if (IsDamage(code) && SetAside(code)) code = Write(put, written, isUnknown);
+    if (code == MDB_SUCCESS && Platform::HitsFault(Platform::Operation::Flush)) {
+        SetLastErrorFromSystem();
+        return Outcome::Unknown;
+    }
+    if (code == MDB_SUCCESS) return Outcome::Done;
+    SetLastErrorFormat("The state \"%s\" cannot be written: %s", m_path.c_str(), mdb_strerror(code));
+    return isUnknown ? Outcome::Unknown : Outcome::Nothing;
+}
+
+bool CStateDatabase::Drop(std::string_view prefix, const Visit& drop) {
+    if (!m_file || m_visits > 0) {
+        SetLastErrorText("The state cannot be changed now.");
+        return false;
+    }
+    if (!EnsureRoom(m_file->SizeItSays())) return false;
+    bool isUnknown = false;
+    const int code = Write(
+        [&](void* handle) {
+            const CVisit visit(m_visits);
+            return Walk(static_cast<MDB_txn*>(handle), m_file->entries, prefix, true, drop);
+        },
+        Written::Later, isUnknown);
+    return code == MDB_SUCCESS || SetAside(code);
+}
+
+// The library leaves out pages at the end that a change took and gave back, and
+// a file that is too short is taken for a damaged one: so it gets its length
+// before the change.  Where nothing was written it takes no room on the disk.
+bool CStateDatabase::EnsureRoom(std::uint64_t bytes) {
+    Platform::FileStatus status;
+    const std::uint64_t needed = m_file->SizeItSays() + 2 * bytes + SpareRoom;
+    if (Platform::GetFileStatus(m_path, status) && status.size >= needed) return true;
+    Platform::CFile file;
+    if (file.Open(m_path, Platform::FileMode::ReadWrite) && file.SetSize(needed + 4 * SpareRoom)) return true;
+    SetLastErrorFromSystem();
+    return false;
+}
