@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "engine/catalogue.h"
-#include "engine/listcreation.h"
+#include "engine/rules/listcreation.h"
 #include "engine/listremoval.h"
 #include "engine/memberstore.h"
 #include "mime/mailbox.h"

@@ -1,0 +1,50 @@
+#include "engine/rules/listcreation.h"
+
+#include <string>
+#include <string_view>
+
+#include "engine/listaccount.h"
+#include "engine/listremoval.h"
+#include "engine/rules/rulebuilder.h"
+#include "engine/rules/rulestore.h"
+#include "senddaemon/accountfolders.h"
+#include "senddaemon/configuration.h"
+#include "utility/lasterror.h"
+#include "utility/lhvexception.h"
+
+namespace {
+
+// What answers and posts need to be recognised by other programs.
+constexpr std::string_view KeptHeaders =
+    "Message-ID, In-Reply-To, References, Auto-Submitted, Precedence, List-Id, List-Help, List-Post, List-Subscribe, "
+    "List-Unsubscribe, List-Owner";
+
+void ConfigureAccount(std::uint32_t number) {
+    SendDaemon::CConfiguration config(SendDaemon::GetAccountConfigPath(GetAccountRoot(number)));
+    if (config.SetValue("RetryTemporary", "1") && config.SetValue("KeepHeaders", KeptHeaders)) return;
+    throw CLhvException("The settings of the list's account could not be written: " + DescribeLastError());
+}
+
+}  // namespace
+
+std::int32_t CreateList(const NewList& list) {
+    CCatalogue& catalogue = GetCatalogue();
+    const std::int32_t index = catalogue.Create(list);
+    try {
+        ResetRules(index);
+        ConfigureAccount(catalogue.GetListNumber(index));
+    } catch (...) {
+        RemoveList(index);
+        throw;
+    }
+    return index;
+}
+
+void ResetRules(std::int32_t index) {
+    CCatalogue& catalogue = GetCatalogue();
+    CRuleBuilder builder;
+    BuildStandardRules(builder, catalogue.GetKind(index), catalogue.GetFlag(index, ListColumn::LeaveCopies),
+                       catalogue.GetFlag(index, ListColumn::RemoveMatched));
+    CRuleStore(catalogue.GetListNumber(index)).Replace(builder.GetRules());
+    catalogue.SetText(index, ListColumn::Usage, builder.GetUsage());
+}
