@@ -85,11 +85,13 @@ void AddFromStatus(CBounceReport& report, const CNoticeParts& parts, const COwnA
 bool ReadStatusReport(CBounceReport& report, const CNoticeParts& parts, const COwnAddresses& own) {
     if (parts.deliveryStatus.empty()) return false;
     if (parts.isStatusInText && KindOfNotice(parts) == NoticeKind::Ordinary) return false;
+    bool hasFailure = false;
     bool hasDelay = false;
     bool hasSuccess = false;
     const auto statuses = ParseStatusReport(parts.deliveryStatus);
     for (const CRecipientStatus& status : statuses) {
         const DeliveryAction action = ActionOf(status, parts);
+        hasFailure = hasFailure || action == DeliveryAction::Failed;
         hasDelay = hasDelay || action == DeliveryAction::Delayed;
         hasSuccess = hasSuccess || action == DeliveryAction::Delivered;
         if (action != DeliveryAction::Failed) continue;
@@ -98,7 +100,7 @@ bool ReadStatusReport(CBounceReport& report, const CNoticeParts& parts, const CO
         else
             AddFromStatus(report, parts, own, status);
     }
-    if (!report.recipients.empty())
+    if (hasFailure)
         report.kind = NoticeKind::Bounce;
     else if (hasDelay)
         report.kind = NoticeKind::Delay;

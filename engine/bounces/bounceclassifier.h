@@ -35,7 +35,7 @@ struct CBouncedRecipient {
 
 struct CBounceReport {
     NoticeKind kind = NoticeKind::Ordinary;
-    std::vector<CBouncedRecipient> recipients;  // of a bounce or an abuse report
+    std::vector<CBouncedRecipient> recipients;  // of a bounce or an abuse report; none when all are the list's own
     BounceClass GetClass() const noexcept;      // the worst: hard, blocked, soft
     bool IsBounce() const noexcept { return kind == NoticeKind::Bounce || kind == NoticeKind::AbuseReport; }
 };
