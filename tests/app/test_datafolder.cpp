@@ -1,11 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <thread>
 
 #include "app/datafolder.h"
-#include "app/logcontext.h"
-#include "app/stoplist.h"
 #include "tests/platform/temporaryfolder.h"
 #include "utility/lhvexception.h"
 #include "utility/paths.h"
@@ -25,22 +22,4 @@ TEST(DataFolder, IsMadeWithItsParentsAndHoldsTheFiles) {
     EXPECT_FALSE(std::filesystem::exists(GetDataFolder()));
     std::filesystem::remove(folder / "file");
     EXPECT_TRUE(std::filesystem::is_directory(GetDataFolder()));
-}
-
-TEST(Services, AreOfOneThread) {
-    const Platform::ThreadId mine = Platform::CurrentThreadId();
-    RequestThreadStop(mine);
-    EXPECT_TRUE(IsThreadStopRequested(mine));
-    const CLogContext outer("fetch");
-    std::thread([mine] {
-        EXPECT_EQ(GetLogContext(), "");
-        EXPECT_FALSE(IsThreadStopRequested(Platform::CurrentThreadId()));
-        ClearThreadStop(mine);
-    }).join();
-    EXPECT_FALSE(IsThreadStopRequested(mine));
-    {
-        const CLogContext inner("send");
-        EXPECT_EQ(GetLogContext(), "send");
-    }
-    EXPECT_EQ(GetLogContext(), "fetch");
 }

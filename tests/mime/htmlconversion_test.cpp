@@ -4,6 +4,7 @@
 
 #include <array>
 #include <string>
+#include <vector>
 
 #include "tests/utility/repeat.h"
 #include "utility/text.h"
@@ -15,69 +16,67 @@ struct Conversion {
     std::string text;
 };
 
-class HtmlToTextTest : public testing::TestWithParam<Conversion> {};
-
-TEST_P(HtmlToTextTest, GivesTheVisibleText) {
-    EXPECT_EQ(HtmlToText(GetParam().html), GetParam().text);
+void ExpectTexts(const std::vector<Conversion>& conversions) {
+    for (const Conversion& one : conversions)
+        EXPECT_EQ(HtmlToText(one.html), one.text) << one.html;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Blocks, HtmlToTextTest,
-    testing::Values(
-        Conversion{"", ""}, Conversion{"<html><body> \n </body></html>", ""}, Conversion{"just text", "just text\n"},
-        Conversion{"<p>One</p><p>Two\n  lines</p>", "One\n\nTwo lines\n"},
-        Conversion{"<div>a</div>b<br>c<br><br>d", "a\nb\nc\n\nd\n"},
-        Conversion{"<p>a <b>bold</b><i> word</i>.</p>", "a bold word.\n"},
-        Conversion{"<h1>News</h1><p>x</p><h3>More</h3>y", "News\n====\n\nx\n\nMore\n\ny\n"},
-        Conversion{"<p>a</p><ul><li>one<li>two<ol><li>x</li><li>y</li></ol></ul><p>b</p>",
-                   "a\n\n* one\n* two\n  1. x\n  2. y\n\nb\n"},
-        Conversion{"<ol start=9><li>a</li><li value=20>b</li></ol>", "9. a\n20. b\n"},
-        Conversion{"<p>He said:</p><blockquote><p>a</p><p>b</p></blockquote>c", "He said:\n\n> a\n>\n> b\n\nc\n"},
-        Conversion{"<pre>\n  if (a &lt; b)\n\n\treturn;</pre>x", "  if (a < b)\n\n\treturn;\n\nx\n"},
-        Conversion{"<table><tr><th>Town</th><th>Boats</th></tr><tr><td>Kiel</td><td></td><td>3</td></tr></table>",
-                   "Town | Boats\nKiel |  | 3\n"},
-        Conversion{"<table><tr><td><p>left</p><p>more</p></td><td><p>right</p></td></tr></table>",
-                   "left\n\nmore\n\nright\n"},
-        Conversion{"a<hr>b", "a\n\n" + std::string(72, '-') + "\n\nb\n"},
-        Conversion{"<dl><dt>Buoy</dt><dd>floats</dd></dl>", "Buoy\n    floats\n"}));
+TEST(HtmlToText, Blocks) {
+    ExpectTexts(
+        {{"", ""},
+         {"<html><body> \n </body></html>", ""},
+         {"just text", "just text\n"},
+         {"<p>One</p><p>Two\n  lines</p>", "One\n\nTwo lines\n"},
+         {"<div>a</div>b<br>c<br><br>d", "a\nb\nc\n\nd\n"},
+         {"<p>a <b>bold</b><i> word</i>.</p>", "a bold word.\n"},
+         {"<h1>News</h1><p>x</p><h3>More</h3>y", "News\n====\n\nx\n\nMore\n\ny\n"},
+         {"<p>a</p><ul><li>one<li>two<ol><li>x</li><li>y</li></ol></ul><p>b</p>",
+          "a\n\n* one\n* two\n  1. x\n  2. y\n\nb\n"},
+         {"<ol start=9><li>a</li><li value=20>b</li></ol>", "9. a\n20. b\n"},
+         {"<p>He said:</p><blockquote><p>a</p><p>b</p></blockquote>c", "He said:\n\n> a\n>\n> b\n\nc\n"},
+         {"<pre>\n  if (a &lt; b)\n\n\treturn;</pre>x", "  if (a < b)\n\n\treturn;\n\nx\n"},
+         {"<table><tr><th>Town</th><th>Boats</th></tr><tr><td>Kiel</td><td></td><td>3</td></tr></table>",
+          "Town | Boats\nKiel |  | 3\n"},
+         {"<table><tr><td><p>left</p><p>more</p></td><td><p>right</p></td></tr></table>", "left\n\nmore\n\nright\n"},
+         {"a<hr>b", "a\n\n" + std::string(72, '-') + "\n\nb\n"},
+         {"<dl><dt>Buoy</dt><dd>floats</dd></dl>", "Buoy\n    floats\n"}});
+}
 
-INSTANTIATE_TEST_SUITE_P(
-    Links, HtmlToTextTest,
-    testing::Values(
-        Conversion{"<a href='http://a.example/x'>here</a>!", "here (http://a.example/x)!\n"},
-        Conversion{"<a href='http://a.example/'>A.example</a>", "A.example\n"},
-        Conversion{"<a href='mailto:a@b.example'>a@b.example</a>", "a@b.example\n"},
-        Conversion{"<a href='http://a.example/\n y z'><img src=x alt=''></a>", "http://a.example/%20y%20z\n"},
-        Conversion{"<a href='#top'>up</a><a href='javascript:x()'> run</a>", "up run\n"},
-        Conversion{"<a href=\"http://a.example/?a=1&amp;b=2\">q</a>", "q (http://a.example/?a=1&b=2)\n"},
-        Conversion{"<img src=x alt=\"The 'Gull'\">", "The 'Gull'\n"},
-        Conversion{"see " + Repeat("http://host.example/", 6), "see\n" + Repeat("http://host.example/", 6) + "\n"}));
+TEST(HtmlToText, Links) {
+    ExpectTexts({{"<a href='http://a.example/x'>here</a>!", "here (http://a.example/x)!\n"},
+                 {"<a href='http://a.example/'>A.example</a>", "A.example\n"},
+                 {"<a href='mailto:a@b.example'>a@b.example</a>", "a@b.example\n"},
+                 {"<a href='http://a.example/\n y z'><img src=x alt=''></a>", "http://a.example/%20y%20z\n"},
+                 {"<a href='#top'>up</a><a href='javascript:x()'> run</a>", "up run\n"},
+                 {"<a href=\"http://a.example/?a=1&amp;b=2\">q</a>", "q (http://a.example/?a=1&b=2)\n"},
+                 {"<img src=x alt=\"The 'Gull'\">", "The 'Gull'\n"},
+                 {"see " + Repeat("http://host.example/", 6), "see\n" + Repeat("http://host.example/", 6) + "\n"}});
+}
 
-INSTANTIATE_TEST_SUITE_P(
-    HiddenAndStrange, HtmlToTextTest,
-    testing::Values(
-        Conversion{"<head><title>T</title><style>p{}</style></head><body><!-- no --><script>if(a<b)x()</script>yes",
-                   "yes\n"},
-        Conversion{"<style>a</style>one<STYLE>b</STYLE>two", "onetwo\n"},
-        Conversion{"a & b &amp; &lt;c&gt; &unknown; 1 < 2", "a & b & <c> &unknown; 1 < 2\n"},
-        Conversion{"<p>&nbsp;&nbsp;in&nbsp;side &nbsp; x</p>", "  in side   x\n"},
-        Conversion{"<p>a<p>b</div></td></blockquote>c", "a\n\nbc\n"},
-        Conversion{std::string("a\0b\x01"
-                               "c",
-                               5),
-                   "a b c\n"},
-        Conversion{"<p", ""}, Conversion{"x <", "x <\n"}));
+TEST(HtmlToText, HiddenAndStrangeThings) {
+    ExpectTexts(
+        {{"<head><title>T</title><style>p{}</style></head><body><!-- no --><script>if(a<b)x()</script>yes", "yes\n"},
+         {"<style>a</style>one<STYLE>b</STYLE>two", "onetwo\n"},
+         {"a & b &amp; &lt;c&gt; &unknown; 1 < 2", "a & b & <c> &unknown; 1 < 2\n"},
+         {"<p>&nbsp;&nbsp;in&nbsp;side &nbsp; x</p>", "  in side   x\n"},
+         {"<p>a<p>b</div></td></blockquote>c", "a\n\nbc\n"},
+         {std::string("a\0b\x01"
+                      "c",
+                      5),
+          "a b c\n"},
+         {"<p", ""},
+         {"x <", "x <\n"}});
+}
 
-INSTANTIATE_TEST_SUITE_P(
-    Encodings, HtmlToTextTest,
-    testing::Values(Conversion{"M\xC3\xB6we &eacute; &#8364; &rsquo;",
-                               "M\xC3\xB6we \xC3\xA9 \xE2\x82\xAC \xE2\x80\x99\n"},
-                    Conversion{"M\xF6we &eacute; &#8364; &rsquo; \x93 &#1078;", "M\xF6we \xE9 EUR ' \x93 &#1078;\n"},
-                    Conversion{"caf&eacute; &#146;", "caf\xC3\xA9 \xE2\x80\x99\n"},
-                    Conversion{"<meta charset='utf-16'><meta http-equiv=Content-Type content='text/html; "
-                               "charset=koi8-r'>\xC3\xA9",
-                               "\xC3\xA9\n"},
-                    Conversion{"\xEF\xBB\xBFx", "x\n"}));
+TEST(HtmlToText, Encodings) {
+    ExpectTexts({{"M\xC3\xB6we &eacute; &#8364; &rsquo;", "M\xC3\xB6we \xC3\xA9 \xE2\x82\xAC \xE2\x80\x99\n"},
+                 {"M\xF6we &eacute; &#8364; &rsquo; \x93 &#1078;", "M\xF6we \xE9 EUR ' \x93 &#1078;\n"},
+                 {"caf&eacute; &#146;", "caf\xC3\xA9 \xE2\x80\x99\n"},
+                 {"<meta charset='utf-16'><meta http-equiv=Content-Type content='text/html; "
+                  "charset=koi8-r'>\xC3\xA9",
+                  "\xC3\xA9\n"},
+                 {"\xEF\xBB\xBFx", "x\n"}});
+}
 
 TEST(HtmlToText, WrapsAtBlanksByCharacters) {
     const std::string words = Repeat("\xC3\xA9\xC3\xA9\xC3\xA9 ", 60);

@@ -30,19 +30,6 @@ protected:
         (std::filesystem::temp_directory_path() / ("lhvmime" + std::to_string(Platform::RandomNumber()))).string();
 };
 
-TEST_F(MimeMessage, LoadsAndSaves) {
-    CMimeMessage message;
-    EXPECT_FALSE(message.Save(PathOf("a.eml")));
-    EXPECT_FALSE(std::filesystem::exists(PathOf("a.eml")));
-    ASSERT_TRUE(WriteFileAtomically(PathOf("a.eml"), "Subject: x\r\n\r\none\r\ntwo\r\n"));
-    ASSERT_TRUE(message.Load(PathOf("a.eml")));
-    EXPECT_EQ(message.GetPath(), PathOf("a.eml"));
-    EXPECT_EQ(message.GetText(), "Subject: x\n\none\ntwo");
-    ASSERT_TRUE(message.Save(PathOf("b.eml")));
-    EXPECT_EQ(ContentOf(PathOf("b.eml")), "Subject: x\r\n\r\none\r\ntwo");
-    EXPECT_EQ(message.GetDiskText(), ContentOf(PathOf("b.eml")));
-}
-
 TEST_F(MimeMessage, FailedLoadKeepsTheRoot) {
     CMimeMessage message;
     ASSERT_TRUE(message.LoadText("Content-Type: image/png\n\nx"));
