@@ -217,8 +217,10 @@ bool CBroadcastJobs::Get(std::string_view id, BroadcastInfo& info) const {
     }
     BroadcastSettings settings;
     if (!ReadBroadcastSettings(folder, settings)) return false;
-    info = BroadcastInfo{std::string(id),   settings.subject, settings.lists,   settings.modes, BroadcastState::Done,
-                         settings.position, settings.total,   settings.started, settings.counts};
+    info = BroadcastInfo{std::string(id),      settings.subject,  settings.lists,
+                         settings.modes,       BroadcastState::Done, settings.hasBegun,
+                         settings.position,    settings.total,    settings.started,
+                         settings.counts};
     if (settings.state == BroadcastSettings::State::Done) return true;
     info.state = BroadcastState::Cancelled;
     if (settings.state == BroadcastSettings::State::Cancelled) return true;

@@ -42,6 +42,7 @@ struct BroadcastInfo {
     std::vector<std::uint32_t> lists;
     BroadcastModes modes;
     BroadcastState state = BroadcastState::Interrupted;
+    bool hasBegun = false;       // some program has been at it
     std::uint64_t position = 0;  // members of the snapshot that are dealt with
     std::uint64_t total = 0;     // members in the snapshot
     std::int64_t started = 0;    // seconds since 1970
@@ -89,6 +90,10 @@ public:
     // Ends a job for good; copies that are visible stay.  One that another
     // process runs ends before its next member.  Fails for one that is done.
     bool Cancel(std::string_view id);
+
+    // Removes the jobs that were done or cancelled before that time, and counts
+    // them.  Goes on with the next when one cannot be removed, and then fails.
+    bool PruneDone(std::int64_t before, std::size_t& pruned);
 
 private:
     std::string m_root;

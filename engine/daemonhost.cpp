@@ -189,6 +189,17 @@ void ResumeBroadcasts(const std::function<bool()>& stopRequested) {
             std::string(BroadcastStateName(info.state)).c_str());
 }
 
+void RunNewBroadcasts(const std::function<bool()>& stopRequested) {
+    CBroadcastJobs jobs;
+    std::vector<BroadcastInfo> found;
+    if (!jobs.List(found)) Log(LogError, "The broadcasts cannot be listed: %s", DescribeLastError().c_str());
+    for (BroadcastInfo& info : found) {
+        if (info.state != BroadcastState::Interrupted || info.hasBegun) continue;
+        if (stopRequested && stopRequested()) return;
+        jobs.Run(info.id, stopRequested, {}, info);  // logs what fails; another program may be quicker
+    }
+}
+
 void KeepLogWithinLimit() {
     if (ReadSetting("Service", "LimitLogSize", 1) == 0) return;
     const auto limit = static_cast<std::uint64_t>(std::max(1, ReadSetting("Service", "MaxLogSize", 1024))) * 1024;

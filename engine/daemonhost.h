@@ -57,6 +57,9 @@ private:
 // Goes on with every interrupted broadcast, and logs what became of each.
 void ResumeBroadcasts(const std::function<bool()>& stopRequested);
 
+// Runs those that were made and that nobody has begun: of posts and digests.
+void RunNewBroadcasts(const std::function<bool()>& stopRequested);
+
 // [Service] LimitLogSize and MaxLogSize (kilobytes): trims the event log when it is larger.
 void KeepLogWithinLimit();
 
