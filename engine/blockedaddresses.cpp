@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <mutex>
-#include <optional>
 #include <shared_mutex>
 #include <utility>
 #include <vector>
 
 #include "app/datafolder.h"
 #include "engine/blockedset.h"
+#include "engine/filelook.h"
 #include "platform/filestatus.h"
 #include "platform/namedmutex.h"
 #include "platform/systemerror.h"
@@ -25,26 +25,7 @@ constexpr std::array<CColumnDescription, 2> BlockedColumns = {{
     {ColumnType::Text, 40, CSTable::OldestVersion, "Since"},
 }};
 
-// Two changes within one tick of the clock that stamps files can look alike.
-constexpr std::int64_t ClockTick = 20'000'000;  // nanoseconds, generously
-
 constexpr std::size_t RecordsAtATime = 512;
-
-// What the file looked like when it was read; nothing when there was none.
-struct Look {
-    std::uint64_t identity = 0;
-    std::uint64_t size = 0;
-    std::int64_t modified = 0;
-
-    bool operator==(const Look&) const = default;
-};
-
-std::optional<Look> LookAt(const std::string& path) {
-    Platform::FileStatus status;
-    if (Platform::GetFileStatus(path, status)) return Look{status.identity, status.size, status.times.modified};
-    if (Platform::IsNotFound(Platform::LastSystemError())) return std::nullopt;
-    throw CLhvException("The blocked addresses in " + path + " cannot be read.", Platform::LastSystemError());
-}
 
 }  // namespace
 
@@ -56,11 +37,8 @@ struct CBlockedAddresses::CState {
 
     std::shared_mutex guard;  // of what follows
     CBlockedSet patterns;
-    bool isLoaded = false;
-    std::optional<Look> look;
-    std::int64_t loadedAt = 0;
+    CFileLook look;
 
-    bool IsFresh() const;
     void Load();
     bool Open(CSTable& table, bool readOnly, bool create) const;
     void Visit(const std::function<bool(CSTable& table, std::int32_t index, std::span<const std::byte> record)>& visit,
@@ -68,15 +46,9 @@ struct CBlockedAddresses::CState {
     std::int32_t FindRecord(CSTable& table, std::string_view pattern) const;
 };
 
-bool CBlockedAddresses::CState::IsFresh() const {
-    if (!isLoaded || LookAt(path) != look) return false;
-    const bool isSure = !look || loadedAt - look->modified > ClockTick;
-    return isSure || Platform::NanosecondsSince1970() - loadedAt <= ClockTick;
-}
-
 // False when there is no table.
 bool CBlockedAddresses::CState::Open(CSTable& table, bool readOnly, bool create) const {
-    if (!create && !LookAt(path)) return false;
+    if (!create && !LookAtFile(path)) return false;
     if (table.Open(path, BlockedColumns, readOnly, create)) return true;
     throw CLhvException("The blocked addresses in " + path + " cannot be opened.", Platform::LastSystemError());
 }
@@ -113,10 +85,10 @@ std::int32_t CBlockedAddresses::CState::FindRecord(CSTable& table, std::string_v
 
 void CBlockedAddresses::CState::Load() {
     const CMutexGuard lock(mutex);
-    isLoaded = false;
+    look.Forget();
     patterns.Clear();
-    loadedAt = Platform::NanosecondsSince1970();
-    look = LookAt(path);
+    CFileLook before;
+    before.Note(path);
     CSTable table;
     if (Open(table, true, false)) {
         Visit(
@@ -126,7 +98,7 @@ void CBlockedAddresses::CState::Load() {
             },
             table);
     }
-    isLoaded = true;
+    look = before;
 }
 
 CBlockedAddresses::CBlockedAddresses() : CBlockedAddresses(GetDataFolder() + "BLOCKED.DAT") {}
@@ -190,10 +162,10 @@ void CBlockedAddresses::ForEach(const std::function<void(const BlockedPattern& p
 bool CBlockedAddresses::IsBlocked(std::string_view address) {
     {
         const std::shared_lock lock(m_state->guard);
-        if (m_state->IsFresh()) return m_state->patterns.Matches(address);
+        if (m_state->look.IsFresh(m_state->path)) return m_state->patterns.Matches(address);
     }
     const std::unique_lock lock(m_state->guard);
-    if (!m_state->IsFresh()) m_state->Load();
+    if (!m_state->look.IsFresh(m_state->path)) m_state->Load();
     return m_state->patterns.Matches(address);
 }
 

@@ -289,10 +289,13 @@ std::vector<std::string> CCatalogue::Delete(std::int32_t index) {
 std::vector<std::string> CCatalogue::CState::RemoveListFiles(std::uint32_t number) const {
     const std::string start = std::to_string(number) + ".";
     std::vector<std::string> left;
-    Platform::CNamedMutex members(TableMutexName(folder + start + "MBR"));
-    Platform::CNamedMutex fields(TableMutexName(folder + start + "CFD"));
-    const bool hasMembers = members.TryLockFor(LongestWait);
-    const bool hasFields = fields.TryLockFor(LongestWait);
+    std::vector<std::unique_ptr<Platform::CNamedMutex>> held;
+    bool isHeld = true;
+    for (const std::string_view extension : {"MBR", "CFD", "RUL", "ACL"}) {
+        auto next = std::make_unique<Platform::CNamedMutex>(TableMutexName(folder + start + std::string(extension)));
+        isHeld = isHeld && next->TryLockFor(LongestWait);
+        if (isHeld) held.push_back(std::move(next));
+    }
     std::vector<std::string> names;
     const bool wasListed = ListFolder(folder, "*", [&](const std::string& name, bool isFolder) {
         if (isFolder || !name.starts_with(start)) return true;
@@ -305,13 +308,12 @@ std::vector<std::string> CCatalogue::CState::RemoveListFiles(std::uint32_t numbe
     });
     if (!wasListed) left.push_back(folder);
     for (const std::string& name : names) {
-        const bool isHeld = hasMembers && hasFields;
         const bool removed =
             isHeld && (Platform::RemoveFile(folder + name) || Platform::IsNotFound(Platform::LastSystemError()));
         if (!removed) left.push_back(folder + name);
     }
-    if (hasFields) fields.Unlock();
-    if (hasMembers) members.Unlock();
+    for (const auto& each : held)
+        each->Unlock();
     return left;
 }
 

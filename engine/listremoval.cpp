@@ -31,7 +31,7 @@ std::vector<std::string> RemoveList(std::int32_t index) {
     StopSending(root);
     std::vector<std::string> left = catalogue.Delete(index);
     const std::string name = std::to_string(number);
-    for (const char* folder : {"Inbox", "Pending", "Archive"}) {
+    for (const char* folder : {"Inbox", "Pending", "Archive", "Digests"}) {
         const std::string path = JoinPath(JoinPath(catalogue.GetFolder(), folder), name);
         if (!RemoveFolderTree(path)) left.push_back(path);
     }

@@ -11,6 +11,7 @@
 #include "engine/eventlog.h"
 #include "engine/memberstore.h"
 #include "engine/membertable.h"
+#include "engine/rulecolumns.h"
 #include "engine/tablerepair.h"
 #include "platform/file.h"
 #include "platform/filestatus.h"
@@ -58,6 +59,16 @@ bool CRepair::Run() {
         RepairMembers(name);
     for (const std::string& name : FilesOf("*.CFD"))
         RepairOne(name, CCustomFields::Columns());
+    const struct {
+        const char* pattern;
+        std::span<const CColumnDescription> columns;
+    } tables[] = {{"*.RUL", RuleColumns()},     {"*.suw", RuleListColumns()},   {"*.bow", RuleListColumns()},
+                  {"*.toa", RuleListColumns()}, {"*.fra", RuleListColumns()},   {"*.foa", RuleListColumns()},
+                  {"*.sma", RuleListColumns()}, {"*.rpf", ParseFieldColumns()}, {"*.ACL", AccessColumns()}};
+    for (const auto& table : tables) {
+        for (const std::string& name : FilesOf(table.pattern))
+            RepairOne(name, table.columns);
+    }
     for (const std::string& name : FilesOf("*.DAT")) {
         if (EqualNoCase(name, "BLOCKED.DAT")) RepairOne(name, CBlockedAddresses::Columns());
     }

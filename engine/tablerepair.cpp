@@ -146,8 +146,10 @@ bool CTableRepair::FindVersion(std::uint32_t& version) const {
 
 bool CTableRepair::GuessVersion(std::uint32_t& version, bool isShort) const {
     std::optional<Layout> fitting;
-    for (const Layout& layout : KnownLayouts(m_columns)) {
-        if (m_size % layout.recordSize != 0 || CountBadFlags(layout.recordSize) != 0) continue;
+    const std::vector<Layout> layouts = KnownLayouts(m_columns);
+    for (const Layout& layout : layouts) {
+        const bool isOnly = layouts.size() == 1;  // then there is nothing to guess
+        if (!isOnly && (m_size % layout.recordSize != 0 || CountBadFlags(layout.recordSize) != 0)) continue;
         if (fitting) return Remains("Its version file is missing, and its length fits several versions.");
         fitting = layout;
     }

@@ -6,6 +6,7 @@
 
 #include "app/datafolder.h"
 #include "engine/eventlog.h"
+#include "engine/filelook.h"
 #include "engine/rules/rulesidefiles.h"
 #include "engine/rules/ruletable.h"
 #include "platform/file.h"
@@ -18,9 +19,6 @@
 #include "utility/text.h"
 
 namespace {
-
-// Two changes within one tick of the clock that stamps files can look alike.
-constexpr std::int64_t ClockTick = 20'000'000;  // nanoseconds, generously
 
 std::array<RuleFile, RuleFileCount> AllFiles() {
     std::array<RuleFile, RuleFileCount> files{};
@@ -62,15 +60,14 @@ void Require(const std::string& fault) {
 }
 
 void AppendLook(std::string& stamp, const std::string& path, std::int64_t now, bool& isRecent) {
-    Platform::FileStatus status;
-    if (!Platform::GetFileStatus(path, status)) {
+    const auto look = LookAtFile(path);
+    if (!look) {
         stamp += "-;";
         return;
     }
-    stamp += FormatText("%llx:%llx:%llx;", static_cast<unsigned long long>(status.identity),
-                        static_cast<unsigned long long>(status.size),
-                        static_cast<unsigned long long>(status.times.modified));
-    isRecent = isRecent || now - status.times.modified <= ClockTick;
+    stamp += FormatText("%llx:%llx:%llx;", static_cast<unsigned long long>(look->identity),
+                        static_cast<unsigned long long>(look->size), static_cast<unsigned long long>(look->modified));
+    isRecent = isRecent || now - look->modified <= FileClockTick;
 }
 
 }  // namespace

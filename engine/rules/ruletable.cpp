@@ -109,8 +109,9 @@ std::vector<CRuleRow> CRuleTable::Read() {
 
 std::uint32_t CRuleTable::NextId(const std::vector<CRuleRow>& rows) noexcept {
     std::uint32_t greatest = 0;
-    for (const CRuleRow& row : rows)
-        greatest = std::max(greatest, row.id);
+    for (const CRuleRow& row : rows) {
+        if (row.id < INT32_MAX) greatest = std::max(greatest, row.id);  // what is beyond is of a damaged record
+    }
     return greatest + 1;
 }
 

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <functional>
 
+#include "engine/catalogue.h"
+#include "engine/repair.h"
 #include "engine/rules/rulesidefiles.h"
 #include "engine/rules/ruletable.h"
 #include "platform/faultplan.h"
@@ -226,6 +228,26 @@ TEST_F(RuleStore, SeveralAtOnceOrNone) {
     EXPECT_THROW(m_store.Append(rules), CLhvException) << "two of one name";
     EXPECT_EQ(Names(), "r0- r1- r2- ");
     EXPECT_EQ(CountFiles(), 31U);
+}
+
+TEST_F(RuleStore, Repair) {
+    Add("a");
+    Add("b");
+    for (const char* const name : {"7.RUL", "7.RUL.1.toa"})
+        Put(PathOf(name), Get(PathOf(name)) + "half");
+    EXPECT_EQ(Names(), "a- b ");
+    std::string said;
+    EXPECT_TRUE(RepairDataFolder([&](const std::string& action) { said += action + "\n"; })) << said;
+    EXPECT_EQ(Names(), "a b ") << said;
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 2) << said;
+    CCatalogue catalogue;
+    const std::int32_t index = catalogue.Create();
+    EXPECT_EQ(catalogue.GetListNumber(index), 1U);
+    for (const char* const name : {"1.RUL.3.suw", "1.RUL.3.rte.next", "1.ACL"})
+        Put(PathOf(name), "x");
+    EXPECT_EQ(catalogue.Delete(index).size(), 0U);
+    EXPECT_EQ(std::filesystem::exists(PathOf("1.RUL.3.suw")) + std::filesystem::exists(PathOf("1.RUL.3.rte.next")), 0);
+    EXPECT_EQ(Names(), "a b ");
 }
 
 TEST_F(RuleStore, StampShowsChanges) {
