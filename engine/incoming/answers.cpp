@@ -10,10 +10,10 @@
 #include "engine/incoming/messageids.h"
 #include "engine/incoming/originalfields.h"
 #include "engine/incoming/subjectline.h"
-#include "engine/incoming/utf8text.h"
 #include "engine/messagefields.h"
 #include "engine/messagetemplate.h"
 #include "engine/textcharset.h"
+#include "engine/utf8text.h"
 #include "mime/mimeentity.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"
@@ -67,7 +67,8 @@ void CompleteSubject(CMimeHeader& header, Answer answer) {
     if (rest.size() != subject.size() && StartsWithNoCase(rest, OriginalSubject)) {
         const std::string tail(rest.substr(OriginalSubject.size()));
         subject = "Re: $(" + std::string(ReplySubject) + ")" + tail;
-        const std::string_view plain = WithoutReplyMarks(GetDataField("Original-Subject"));
+        const std::string original = GetDataField("Original-Subject");
+        const std::string_view plain = WithoutReplyMarks(original);
         SetLiteralDataField(ReplySubject, plain.empty() ? "your message" : plain);
     }
     SetStoredLine(header, "Subject", StoredSubject(subject));
@@ -205,6 +206,9 @@ CopyResult CAnswerMaker::MakeRedirected(const CIncomingMessage& original, std::s
     if (m_state->finalizer.IsBlocked(to.address, original.subject)) return CopyResult::Blocked;
     text.assign(ControlHeader::RecipientOverride).append(": ").append(to.address).append("\r\n");
     text.append(ControlHeader::ReturnPathOverride).append(": <>\r\n");
+    const std::string& own =
+        m_state->list.commandAddress.empty() ? m_state->list.address : m_state->list.commandAddress;
+    if (!own.empty()) text.append("Resent-From: ").append(OneLine(own)).append("\r\n");
     text.append(WholeText(original));
     return CopyResult::Made;
 }

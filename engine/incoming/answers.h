@@ -39,7 +39,8 @@ public:
     // "auto-generated", and it refers to no message: it answers none.
     CopyResult MakeMessageTo(const CMimeMessage& message, std::string_view address, const CIncomingMessage& original,
                              std::int64_t now, std::string& text);
-    // The message as it came, for one address; the envelope sender is empty.
+    // The message as it came, for one address, "Resent-From" the list in front of
+    // it; the envelope sender is empty.
     // Skipped when the address is one of the list's own.
     CopyResult MakeRedirected(const CIncomingMessage& original, std::string_view address, std::int64_t now,
                               std::string& text);

@@ -1,4 +1,4 @@
-#include "engine/incoming/utf8text.h"
+#include "engine/utf8text.h"
 
 #include <algorithm>
 
@@ -20,12 +20,10 @@ std::string FromLatin(std::string_view bytes) {
 }
 
 bool ToUtf8(std::string_view characterSet, std::string_view bytes, std::string& text) {
-    if (IsOneOf(characterSet, {"", "us-ascii", "ascii", "utf-8", "utf8"})) {
+    // Much that says ISO-8859-1 is UTF-8, the subjects that this system stores among it.
+    if (IsOneOf(characterSet,
+                {"", "us-ascii", "ascii", "utf-8", "utf8", "iso-8859-1", "latin1", "windows-1252", "cp1252"})) {
         text = FromLatin(bytes);
-        return true;
-    }
-    if (IsOneOf(characterSet, {"iso-8859-1", "latin1", "windows-1252", "cp1252"})) {
-        text = Windows1252ToUtf8(bytes);
         return true;
     }
     if (Platform::ConvertToUtf8(characterSet, bytes, text)) return true;
@@ -91,7 +89,10 @@ std::string HeaderFieldInUtf8(const CMimeHeader& header, std::string_view name) 
 }
 
 std::vector<CMailbox> MailboxesInUtf8(std::string_view stored) {
-    std::vector<CMailbox> mailboxes = ParseMailboxes(CMimeHeader::Unfold(stored));
+    const std::string line = CMimeHeader::Unfold(stored);
+    std::vector<CMailbox> mailboxes = ParseMailboxes(line);
+    // A line that came with bytes above 127 is kept as one word, its addresses in it.
+    if (mailboxes.empty()) mailboxes = ParseMailboxes(HeaderLineInUtf8(line));
     for (CMailbox& mailbox : mailboxes) {
         mailbox.displayName = HeaderLineInUtf8(mailbox.displayName);
         mailbox.address = WithoutControls(FromLatin(mailbox.address));

@@ -3,8 +3,8 @@
 // Errors   Nothing throws but std::bad_alloc.
 // Threads  Any.
 
-#ifndef LISTHAVEN_ENGINE_INCOMING_UTF8TEXT_H
-#define LISTHAVEN_ENGINE_INCOMING_UTF8TEXT_H
+#ifndef LISTHAVEN_ENGINE_UTF8TEXT_H
+#define LISTHAVEN_ENGINE_UTF8TEXT_H
 
 #include <string>
 #include <string_view>
@@ -33,4 +33,4 @@ bool BringToUtf8(CMimeText& entity);
 // At most that many bytes, whole characters; UTF-8.
 std::string_view CutUtf8(std::string_view text, std::size_t most) noexcept;
 
-#endif  // LISTHAVEN_ENGINE_INCOMING_UTF8TEXT_H
+#endif  // LISTHAVEN_ENGINE_UTF8TEXT_H
