@@ -53,7 +53,7 @@ constexpr auto Keys = std::to_array<CAccountKey>({
      "", TlsModes},
     {"TlsCaFile", Text, "", "", "PEM file of the authorities to trust; empty: those of the system", ""},
     {"HeloName", Text, "", "", "name that this host gives itself in EHLO; empty: its own", ""},
-    {"KeepHeaders", FieldNames, "", "", "further header fields that go along, separated by commas", ""},
+    {"KeepHeaders", FieldNames, DefaultKeepHeaders, "", "further header fields that go along, separated by commas", ""},
     {"TurnOffDeliveryNotifications", Choice, "False", "",
      "True: servers are asked for no delivery status notifications", "(always False)", "False|True"},
     {"EnableTrace",

@@ -13,6 +13,16 @@
 
 namespace SendDaemon {
 
+// KeepHeaders of an account that says nothing: without these fields an automatic
+// message could be answered, and a redirected one go round.
+inline constexpr std::string_view DefaultKeepHeaders = "Auto-Submitted, Precedence, Resent-From";
+
+// KeepHeaders of new lists: by these fields programs know list mail, and readers
+// put what belongs together in one thread.
+inline constexpr std::string_view ListKeepHeaders =
+    "Message-ID, In-Reply-To, References, Auto-Submitted, Precedence, Resent-From, List-Id, List-Help, List-Post, "
+    "List-Subscribe, List-Unsubscribe, List-Owner";
+
 enum class AccountValueKind : std::uint8_t {
     Text,
     Secret,

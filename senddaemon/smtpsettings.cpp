@@ -6,6 +6,7 @@
 
 #include "app/datafolder.h"
 #include "app/settings.h"
+#include "senddaemon/accountkeys.h"
 #include "senddaemon/configuration.h"
 #include "utility/lasterror.h"
 #include "utility/paths.h"
@@ -74,6 +75,7 @@ bool CSmtpSettings::ReadFor(const CConfiguration& config, const std::string& exc
     turnOffNotifications = config.GetText("TurnOffDeliveryNotifications") == "True";
     isTraced = config.GetNumber("EnableTrace") > 0;
     keepHeaders = config.GetText("KeepHeaders");
+    if (Trim(keepHeaders).empty()) keepHeaders = DefaultKeepHeaders;
     return true;
 }
 

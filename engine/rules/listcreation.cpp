@@ -1,27 +1,22 @@
 #include "engine/rules/listcreation.h"
 
 #include <string>
-#include <string_view>
 
 #include "engine/listaccount.h"
 #include "engine/listremoval.h"
 #include "engine/rules/rulebuilder.h"
 #include "engine/rules/rulestore.h"
 #include "senddaemon/accountfolders.h"
+#include "senddaemon/accountkeys.h"
 #include "senddaemon/configuration.h"
 #include "utility/lasterror.h"
 #include "utility/lhvexception.h"
 
 namespace {
 
-// What answers and posts need to be recognised by other programs.
-constexpr std::string_view KeptHeaders =
-    "Message-ID, In-Reply-To, References, Auto-Submitted, Precedence, List-Id, List-Help, List-Post, List-Subscribe, "
-    "List-Unsubscribe, List-Owner";
-
 void ConfigureAccount(std::uint32_t number) {
     SendDaemon::CConfiguration config(SendDaemon::GetAccountConfigPath(GetAccountRoot(number)));
-    if (config.SetValue("RetryTemporary", "1") && config.SetValue("KeepHeaders", KeptHeaders)) return;
+    if (config.SetValue("RetryTemporary", "1") && config.SetValue("KeepHeaders", SendDaemon::ListKeepHeaders)) return;
     throw CLhvException("The settings of the list's account could not be written: " + DescribeLastError());
 }
 
