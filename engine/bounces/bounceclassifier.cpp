@@ -83,7 +83,7 @@ void AddFromStatus(CBounceReport& report, const CNoticeParts& parts, const COwnA
 }
 
 bool ReadStatusReport(CBounceReport& report, const CNoticeParts& parts, const COwnAddresses& own) {
-    if (parts.deliveryStatus.empty()) return false;
+    if (parts.deliveryStatus.empty() || !MayReport(parts)) return false;
     if (parts.isStatusInText && KindOfNotice(parts) == NoticeKind::Ordinary) return false;
     bool hasFailure = false;
     bool hasDelay = false;

@@ -297,13 +297,53 @@ bool SaysAutomaticReply(const CNoticeParts& parts) {
            StartsWithNoCase(Trim(header.FindStored("Precedence")), "auto_reply");
 }
 
-NoticeKind KindOfPerson(const CNoticeParts& parts, std::string_view subject, std::string_view words) {
-    const std::string_view opening = words.substr(0, MaxOpening);
+struct CNoticeWords {
+    explicit CNoticeWords(const CNoticeParts& parts)
+        : subject(SubjectOf(parts)), all(WordsOf(parts)), opening(std::string_view(all).substr(0, MaxOpening)) {
+        isAnswer = subject.starts_with("re:") || subject.starts_with("fw:") || subject.starts_with("fwd:");
+        hasSubject = !isAnswer && HasAny(subject, FailureSubjects);
+    }
+    CNoticeWords(const CNoticeWords&) = delete;
+    CNoticeWords& operator=(const CNoticeWords&) = delete;
+
+    std::string subject;
+    std::string all;
+    std::string_view opening;
+    bool isAnswer = false;
+    bool hasSubject = false;  // that a system gives to a bounce
+};
+
+NoticeKind KindOfPerson(const CNoticeParts& parts, const CNoticeWords& words) {
     const bool isReply = SaysAutomaticReply(parts);
-    if ((isReply || HasNullReturnPath(parts)) && HasAny(opening, ChallengeWords)) return NoticeKind::Challenge;
-    if (isReply || HasAny(subject, VacationWords)) return NoticeKind::Vacation;
-    if (HasNullReturnPath(parts) && HasAny(opening, VacationWords)) return NoticeKind::Vacation;
+    if ((isReply || HasNullReturnPath(parts)) && HasAny(words.opening, ChallengeWords)) return NoticeKind::Challenge;
+    if (isReply || HasAny(words.subject, VacationWords)) return NoticeKind::Vacation;
+    if (HasNullReturnPath(parts) && HasAny(words.opening, VacationWords)) return NoticeKind::Vacation;
     return NoticeKind::Ordinary;
+}
+
+// Whether this is a machine's, so that its words may be believed.
+bool Speaks(const CNoticeParts& parts, const CNoticeWords& words) {
+    const Speaker speaker = SpeakerOf(parts);
+    if (speaker == Speaker::System || parts.reportType == "delivery-status") return true;
+    if (HasNullReturnPath(parts) && words.hasSubject && !SaysAutomaticReply(parts)) return true;
+    return speaker == Speaker::Machine && (parts.hasReturned || HasNullReturnPath(parts));
+}
+
+// A postmaster is a person too: without one of these it may be he who writes.
+bool IsCertainlyAutomatic(const CNoticeParts& parts, const CNoticeWords& words) {
+    const std::string_view automatic = Trim(parts.header.FindStored("Auto-Submitted"));
+    return HasNullReturnPath(parts) || StartsWithNoCase(automatic, "auto-") || words.hasSubject || parts.hasReturned ||
+           !parts.reportType.empty() || FindNoCase(parts.header.FindStored("From"), "daemon") != std::string_view::npos;
+}
+
+bool SaysFailure(const CNoticeParts& parts, const CNoticeWords& words) {
+    const bool hasWords = HasAny(words.opening, FailureWords);
+    const bool hasReply = FindReplyCodes(std::string_view(parts.text).substr(0, MaxWords)).reply >= 400;
+    const ReplyWeight weight = MeaningOfReply(words.all).weight;
+    if (!IsCertainlyAutomatic(parts, words))
+        return hasWords && hasReply && weight == ReplyWeight::Clear && parts.text.find("\n> ") == std::string::npos;
+    if (hasWords || words.hasSubject) return true;
+    return hasReply ? weight >= ReplyWeight::Likely : weight == ReplyWeight::Clear && !words.isAnswer;
 }
 
 }  // namespace
@@ -331,30 +371,16 @@ bool IsComplaint(const CNoticeParts& parts) {
     return !EqualNoCase(type, "not-spam") && !EqualNoCase(type, "auth-failure") && !EqualNoCase(type, "dmarc");
 }
 
-NoticeKind KindOfNotice(const CNoticeParts& parts) {
-    const std::string subject = SubjectOf(parts);
-    const std::string words = WordsOf(parts);
-    const std::string_view opening = std::string_view(words).substr(0, MaxOpening);
-    const Speaker speaker = SpeakerOf(parts);
-    const bool isReport = parts.reportType == "delivery-status";
-    const bool hasSubject = HasAny(subject, FailureSubjects);
-    const bool hasNullPath = HasNullReturnPath(parts);
-    const bool speaks = speaker == Speaker::System || isReport ||
-                        (hasNullPath && hasSubject && !SaysAutomaticReply(parts)) ||
-                        (speaker == Speaker::Machine && (parts.hasReturned || hasNullPath));
-    if (!speaks || CameThroughList(parts)) return KindOfPerson(parts, subject, words);
+bool MayReport(const CNoticeParts& parts) {
+    return !parts.reportType.empty() || HasNullReturnPath(parts) || SpeakerOf(parts) != Speaker::Person;
+}
 
-    const bool isVacation =
-        HasAny(subject, VacationWords) && !parts.header.HasField("X-Failed-Recipients") && !hasSubject;
-    if (isVacation) return NoticeKind::Vacation;
+NoticeKind KindOfNotice(const CNoticeParts& parts) {
+    const CNoticeWords words(parts);
+    if (!Speaks(parts, words) || CameThroughList(parts)) return KindOfPerson(parts, words);
+    const bool namesFailed = parts.header.HasField("X-Failed-Recipients");
+    if (HasAny(words.subject, VacationWords) && !namesFailed && !words.hasSubject) return NoticeKind::Vacation;
     if (AnnouncesRetry(parts)) return NoticeKind::Delay;
-    const CReplyCodes codes = FindReplyCodes(std::string_view(parts.text).substr(0, MaxWords));
-    const bool saysFailure =
-        HasAny(opening, FailureWords) || (codes.reply >= 400 && MeaningOfReply(words).weight >= ReplyWeight::Likely);
-    if (saysFailure || parts.header.HasField("X-Failed-Recipients")) return NoticeKind::Bounce;
-    const bool isAnswer = subject.starts_with("re:") || subject.starts_with("fw:") || subject.starts_with("fwd:");
-    const bool isPlain = speaker == Speaker::System && !isAnswer;
-    if (isPlain && MeaningOfReply(opening).weight == ReplyWeight::Clear) return NoticeKind::Bounce;
-    if (hasSubject && (isPlain || MeaningOfReply(opening).weight >= ReplyWeight::Likely)) return NoticeKind::Bounce;
-    return KindOfPerson(parts, subject, words);
+    if (namesFailed || SaysFailure(parts, words)) return NoticeKind::Bounce;
+    return KindOfPerson(parts, words);
 }

@@ -19,6 +19,9 @@ NoticeKind KindOfNotice(const CNoticeParts& parts);
 // Passed on by a list, which makes it a post, whatever is in it.
 bool CameThroughList(const CNoticeParts& parts);
 
+// Whether a report for machines is to be believed: members attach them to what they write.
+bool MayReport(const CNoticeParts& parts);
+
 bool IsFromPerson(const CNoticeParts& parts);
 
 // Whether the words announce further attempts.

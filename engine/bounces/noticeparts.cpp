@@ -185,8 +185,11 @@ void TakeReturnedFromText(CNoticeParts& parts) {
 void ReadRoot(const CMimeEntity& root, CNoticeParts& parts) {
     parts.header = root.GetHeader();
     const std::string contentType = CMimeHeader::Unfold(parts.header.FindStored("Content-Type"));
-    if (root.GetSubType() == "report")
+    if (root.GetSubType() == "report") {
         parts.reportType = LowerAscii(Trim(CMimeHeader::GetParameter(contentType, "report-type")));
+        if (parts.reportType.empty()) parts.reportType = "unnamed";
+    }
+    if (root.GetMainType() == "message" && root.GetSubType() == "delivery-status") parts.reportType = "delivery-status";
     CPartReader reader(parts);
     reader.Read(root, 0);
     reader.Finish();

@@ -14,7 +14,7 @@ class CMimeMessage;
 
 struct CNoticeParts {
     CMimeHeader header;
-    std::string reportType;       // of multipart/report, lower case
+    std::string reportType;       // of multipart/report, lower case; "unnamed"; "" of other types
     std::string text;             // for people, LF, without the returned message
     std::string deliveryStatus;   // message/delivery-status
     bool isStatusInText = false;  // it stood in a text, which should have been divided

@@ -15,9 +15,16 @@ bool IsGeneral(const CStatusCode& status) noexcept {
     return status.subject == 0 && status.detail == 0;
 }
 
-std::string_view Paragraph(std::string_view text) noexcept {
-    constexpr std::size_t MaxParagraph = 2000;
-    return text.substr(0, std::min(text.find("\n\n"), MaxParagraph));
+// The answer that a text begins with: its lines up to an empty one or one with another code.
+std::string_view Answer(std::string_view text) noexcept {
+    constexpr std::size_t MaxAnswer = 2000;
+    const std::string_view all = text.substr(0, std::min(text.find("\n\n"), MaxAnswer));
+    for (std::size_t end = all.find('\n'); end != std::string_view::npos; end = all.find('\n', end + 1)) {
+        const std::string_view next = all.substr(end + 1, 4);
+        const bool isReply = next.size() == 4 && (next[0] == '4' || next[0] == '5') && FindReplyCodes(next).reply != 0;
+        if (isReply && next.substr(0, 3) != all.substr(0, 3)) return all.substr(0, end);
+    }
+    return all;
 }
 
 // The piece of a text that a phrase stands in: its line is not known any more,
@@ -53,7 +60,7 @@ void JudgeRecipient(CBouncedRecipient& recipient, const CStatusCode& declared, s
     text = text.substr(0, MaxText);
     const CReplyCodes said = FindReplyCodes(diagnostic.empty() ? text : diagnostic);
     const bool isQuoted = !diagnostic.empty();
-    if (!isQuoted && said.reply != 0) diagnostic = Paragraph(text.substr(said.position));
+    if (!isQuoted && said.reply != 0) diagnostic = Answer(text.substr(said.position));
     CStatusCode status = declared;
     const CStatusCode saidStatus = said.status || !isQuoted ? said.status : FindStatusCode(diagnostic);
     if (!status || (IsGeneral(status) && saidStatus)) status = saidStatus;
@@ -62,14 +69,21 @@ void JudgeRecipient(CBouncedRecipient& recipient, const CStatusCode& declared, s
     const std::string context = NormalizeReply(text);
     const CReplyMeaning byWords = MeaningOfReply(words);
     const CReplyMeaning byContext = MeaningOfReply(context);
-    const CReplyMeaning byStatus = MeaningOfStatus(status);
-    // Of equal ones the first counts: what the server said, or all that there is.
-    const std::array<CReplyMeaning, 4> meanings = {diagnostic.empty() ? byContext : byWords, byStatus, byContext,
-                                                   MeaningOfReplyCode(said.reply)};
-    const auto best =
-        std::max_element(meanings.begin(), meanings.end(),
-                         [](const CReplyMeaning& a, const CReplyMeaning& b) { return a.weight < b.weight; });
-    recipient.bounceClass = best->weight == ReplyWeight::None ? BounceClass::Soft : best->bounceClass;
+    // What the server said counts more than its code, and both more than what is around them.
+    struct CSaying {
+        CReplyMeaning meaning;
+        int worth;
+    };
+    const auto saying = [](const CReplyMeaning& meaning, int trust) {
+        const bool isNone = meaning.weight == ReplyWeight::None;
+        return CSaying{meaning, isNone ? 0 : static_cast<int>(meaning.weight) * 4 + trust};
+    };
+    const std::array<CSaying, 4> sayings = {saying(diagnostic.empty() ? byContext : byWords, 4),
+                                            saying(MeaningOfStatus(status), 2), saying(byContext, -1),
+                                            saying(MeaningOfReplyCode(said.reply), 0)};
+    const auto best = std::max_element(sayings.begin(), sayings.end(),
+                                       [](const CSaying& a, const CSaying& b) { return a.worth < b.worth; });
+    recipient.bounceClass = best->worth == 0 ? BounceClass::Soft : best->meaning.bounceClass;
     const bool isTemporary = status.classCode == 4 || (status.classCode == 0 && said.reply >= 400 && said.reply < 500);
     if (isTemporary && recipient.bounceClass == BounceClass::Hard) recipient.bounceClass = BounceClass::Soft;
 

@@ -55,6 +55,15 @@ TEST(BounceClassifier, WhoSaysWhat) {
              Daemon + Report +
              "Final-Recipient: rfc822; ann@example.com\nAction: failed\nStatus: 5.1.1\n\n--b--\n--a--\n",
          "ordinary"},
+        {"a report that a member attaches",
+         Person + "Subject: What is this?\nContent-Type: multipart/mixed; boundary=b\n\n--b\n\nUndeliverable?\n--b\n"
+                  "Content-Type: message/delivery-status\n\nFinal-Recipient: rfc822; ann@example.com\nAction: failed\n"
+                  "Status: 5.1.1\n\n--b--\n",
+         "ordinary"},
+        {"a postmaster who writes himself",
+         "From: Postmaster <postmaster@example.com>\nTo: list@example.org\nSubject: Meeting\n\n"
+         "Monday: why spam was rejected, and what user unknown means.\n",
+         "ordinary"},
         {"a bounce that a list has posted",
          Daemon + "List-Id: <other.example.org>\n" + Report +
              "Final-Recipient: rfc822; ann@example.com\n"
