@@ -1,0 +1,113 @@
+#include "engine/incoming/listview.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "app/datafolder.h"
+#include "app/settings.h"
+#include "engine/catalogue.h"
+#include "engine/incoming/cycletransaction.h"
+#include "utility/lasterror.h"
+#include "utility/lhvexception.h"
+#include "utility/text.h"
+
+namespace {
+
+constexpr std::int64_t Hour = 3600;
+constexpr std::int64_t Day = 24 * Hour;
+constexpr int DefaultReplyInterval = 24;      // hours
+constexpr int DefaultSignatureLifetime = 14;  // days
+
+}  // namespace
+
+CListView::CListView(std::uint32_t listNumber, std::int64_t now, const CCycleState* state)
+    : m_now(now), m_accessList(listNumber), m_state(state) {
+    m_list.number = listNumber;
+    Refresh(now);
+    m_store.Open(listNumber, CMemberStore::Access::ReadOnly);
+}
+
+void CListView::Refresh(std::int64_t now) {
+    m_now = now;
+    if (!ReadBroadcastList(m_list.number, m_list)) throw CLhvException(DescribeLastError());
+    CCatalogue& catalogue = GetCatalogue();
+    m_isModerated = catalogue.GetFlag(catalogue.FindByNumber(m_list.number), ListColumn::Moderated);
+    m_replyInterval = ReadReplyInterval();
+    m_signatureLifetime = std::max(1, ReadSetting("Service", "SignatureLifetime", DefaultSignatureLifetime)) * Day;
+}
+
+bool CListView::FindMember(std::string_view address, CMember& member) {
+    const std::string key = LowerAscii(address);
+    for (const MemberChanges* changes : {&m_ofMessage, &m_ofGroup}) {
+        const auto change = changes->find(key);
+        if (change == changes->end()) continue;
+        if (change->second) member = *change->second;
+        return change->second.has_value();
+    }
+    const std::int32_t index = m_store.Find(address);
+    return index != CMemberStore::None && m_store.Read(index, member);
+}
+
+Access CListView::CheckAccess(std::string_view address) {
+    return m_accessList.Check(address);
+}
+
+// The time that counts is that of the receipt: a mailbox that was not read for
+// weeks makes no token older.
+bool CListView::HasTokenFor(const CIncomingMessage& message, std::string_view address) {
+    if (address.empty()) return false;
+    if (!m_hasSecret && !m_signer.Load(GetDataFolder())) throw CLhvException(DescribeLastError());
+    m_hasSecret = true;
+    const bool isStamped = message.received > 0 && message.received <= m_now;
+    return m_signer.Verify(message.signedSubject, m_list.guid, address, isStamped ? message.received : m_now,
+                           m_signatureLifetime);
+}
+
+bool CListView::IsReplyToSigned(const CIncomingMessage& message) {
+    return message.signedSubject != message.subject && HasTokenFor(message, message.sender.address);
+}
+
+bool CListView::IsSigned(const CIncomingMessage& message) {
+    return IsReplyToSigned(message) || (message.signedSubject != message.subject &&
+                                        std::any_of(message.to.begin(), message.to.end(), [&](const CMailbox& mailbox) {
+                                            return HasTokenFor(message, mailbox.address);
+                                        }));
+}
+
+// A clock that was put back neither answers at once again nor never again.
+bool CListView::WasAnswered(std::uint32_t ruleId, std::string_view address) {
+    if (m_replyInterval == 0) return false;
+    const std::string key = AnswerKey(ruleId, address);
+    std::string value;
+    const bool isMarked = m_transaction ? m_transaction->GetMark(MarkKind::Answer, key, value)
+                                        : m_state && m_state->GetMark(MarkKind::Answer, key, value);
+    const auto time = isMarked ? ParseNumber(value) : std::nullopt;
+    return time && std::max(*time - m_now, m_now - *time) < m_replyInterval;
+}
+
+void CListView::PutMember(const CMember& member) {
+    m_ofMessage.insert_or_assign(LowerAscii(member.address), member);
+}
+
+void CListView::RemoveMember(std::string_view address) {
+    m_ofMessage.insert_or_assign(LowerAscii(address), std::nullopt);
+}
+
+void CListView::KeepChanges() {
+    for (auto& [key, member] : m_ofMessage)
+        m_ofGroup.insert_or_assign(key, std::move(member));
+    m_ofMessage.clear();
+}
+
+void CListView::ForgetChanges() noexcept {
+    m_ofMessage.clear();
+    m_ofGroup.clear();
+}
+
+std::int64_t CListView::ReadReplyInterval() {
+    return std::max(0, ReadSetting("Service", "ReplyInterval", DefaultReplyInterval)) * Hour;
+}
+
+std::string CListView::AnswerKey(std::uint32_t ruleId, std::string_view address) {
+    return std::to_string(ruleId) + " " + LowerAscii(address);
+}
