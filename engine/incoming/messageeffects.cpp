@@ -1,0 +1,63 @@
+#include "engine/incoming/messageeffects.h"
+
+#include <algorithm>
+
+
+namespace {
+
+void AddMembers(CCycleTransaction& transaction, const CListView& view) {
+    for (const auto& [address, member] : view.GetMessageChanges()) {
+        if (member)
+            transaction.PutMember(*member);
+        else
+            transaction.RemoveMember(address);
+    }
+}
+
+void MarkForRemoval(CCycleTransaction& transaction, const std::string& serverId) {
+    std::string value;
+    if (!serverId.empty() && transaction.GetMark(MarkKind::ServerMessage, serverId, value))
+        transaction.SetMark(MarkKind::ServerMessage, serverId, "delete");
+}
+
+}  // namespace
+
+bool CMessageEffects::AddTo(CCycleTransaction& transaction, const CListView& view, std::string_view path,
+                            const std::string& serverId) const {
+    const bool isPrepared = std::all_of(messages.begin(), messages.end(),
+                                        [&](const CNewMessage& message) {
+                                            return transaction.AddMessage(message.queueFolder, message.text);
+                                        }) &&
+                            std::all_of(copies.begin(), copies.end(), [&](const CCopyOfIt& copy) {
+                                return transaction.AddCopy(copy.queueFolder, path, copy.extraHeaders);
+                            });
+    if (!isPrepared) return false;
+    for (const CPost& post : posts) {
+        std::string identifier;
+        if (!transaction.AddBroadcast(post.text, post.modes, identifier)) return false;
+    }
+    AddMembers(transaction, view);
+    if (view.GetReplyInterval() > 0) {
+        for (const CAnswerMark& answer : answers)
+            transaction.SetMark(MarkKind::Answer, CListView::AnswerKey(answer.ruleId, answer.address),
+                                std::to_string(view.GetTime()));
+    }
+    if (removeFromServer) MarkForRemoval(transaction, serverId);
+    transaction.RemoveMessage(path);
+    return true;
+}
+
+CCycleTotals& operator+=(CCycleTotals& totals, const CCycleTotals& more) noexcept {
+    totals.fetched += more.fetched;
+    totals.processed += more.processed;
+    totals.replies += more.replies;
+    totals.posted += more.posted;
+    totals.digested += more.digested;
+    totals.held += more.held;
+    totals.added += more.added;
+    totals.removed += more.removed;
+    totals.bounces += more.bounces;
+    totals.loops += more.loops;
+    totals.failed += more.failed;
+    return totals;
+}

@@ -1,0 +1,57 @@
+// messageeffects.h - what one message leads to, collected before any of it is
+// put into the transaction of its group: a message that fails halfway has done
+// nothing, and the others of the group go on.
+//
+// Threads  One at a time.
+
+#ifndef LISTHAVEN_ENGINE_INCOMING_MESSAGEEFFECTS_H
+#define LISTHAVEN_ENGINE_INCOMING_MESSAGEEFFECTS_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/broadcast.h"
+#include "engine/incoming/cycletransaction.h"
+#include "engine/incoming/listview.h"
+#include "engine/incoming/mailcycle.h"
+
+struct CMessageEffects {
+    struct CNewMessage {
+        std::string queueFolder;
+        std::string text;  // CR LF
+    };
+    struct CCopyOfIt {
+        std::string queueFolder;
+        std::string extraHeaders;  // LF
+    };
+    struct CPost {
+        std::string text;  // with its control headers
+        BroadcastModes modes;
+    };
+    struct CAnswerMark {
+        std::uint32_t ruleId = 0;
+        std::string address;
+    };
+
+    std::vector<CNewMessage> messages;
+    std::vector<CCopyOfIt> copies;
+    std::vector<CPost> posts;
+    std::vector<CAnswerMark> answers;
+    bool removeFromServer = false;
+    std::vector<std::string> notes;  // lines for the log
+    std::vector<std::string> done;   // one more line
+    CCycleTotals totals;
+
+    void Say(std::string what) { done.push_back(std::move(what)); }
+
+    // With the member changes that the view has for the message; the message
+    // itself is removed.  False with the reason when the transaction cannot take it.
+    bool AddTo(CCycleTransaction& transaction, const CListView& view, std::string_view path,
+               const std::string& serverId) const;
+};
+
+CCycleTotals& operator+=(CCycleTotals& totals, const CCycleTotals& more) noexcept;
+
+#endif  // LISTHAVEN_ENGINE_INCOMING_MESSAGEEFFECTS_H
