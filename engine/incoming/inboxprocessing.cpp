@@ -1,0 +1,180 @@
+#include "engine/incoming/inboxprocessing.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "engine/catalogue.h"
+#include "engine/datafields.h"
+#include "engine/eventlog.h"
+#include "engine/incoming/originalfields.h"
+#include "engine/rules/addressmatch.h"
+#include "platform/filestatus.h"
+#include "utility/lasterror.h"
+#include "utility/lhvexception.h"
+#include "utility/paths.h"
+#include "utility/text.h"
+
+namespace {
+
+constexpr std::size_t LongestTitle = 200;  // bytes, in the log
+
+class CMarksInUse {
+public:
+    CMarksInUse(CListView& view, const CCycleTransaction& transaction) : m_view(view) {
+        m_view.UseTransaction(&transaction);
+    }
+    CMarksInUse(const CMarksInUse&) = delete;
+    CMarksInUse& operator=(const CMarksInUse&) = delete;
+    ~CMarksInUse() {
+        m_view.UseTransaction(nullptr);
+        m_view.ForgetChanges();
+    }
+
+private:
+    CListView& m_view;
+};
+
+std::string ForLog(std::string_view text) {
+    std::string shown(text.substr(0, LongestTitle));
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; };
+    std::replace_if(shown.begin(), shown.end(), isControl, ' ');
+    return shown;
+}
+
+std::string TitleOf(const CIncomingMessage& message) {
+    const std::string sender = message.sender.address.empty() ? "an empty sender" : message.sender.address;
+    return "\"" + ForLog(message.subject) + "\" from " + ForLog(sender);
+}
+
+}  // namespace
+
+CInboxProcessing::CInboxProcessing(std::uint32_t listNumber, CCycleState& state, std::int64_t now)
+    : m_list(listNumber), m_state(state), m_view(listNumber, now, &state), m_store(listNumber) {}
+
+void CInboxProcessing::Refresh(std::int64_t now) {
+    m_view.Refresh(now);
+    m_execution.emplace(m_view);
+    m_ownAddresses = OwnAddresses(m_view.GetList());
+    CCatalogue& catalogue = GetCatalogue();
+    const std::int32_t index = catalogue.FindByNumber(m_list);
+    m_loops.bits = catalogue.GetNumber(index, ListColumn::LoopProtection);
+    m_loops.redirect = catalogue.GetFlag(index, ListColumn::RedirectLoops);
+    m_loops.redirectAddress = catalogue.GetText(index, ListColumn::RedirectAddress);
+    m_loops.remove = catalogue.GetFlag(index, ListColumn::RemoveLoops);
+    std::string stamp = m_store.GetStamp();
+    if (!m_stamp.empty() && stamp == m_stamp) return;
+    m_rules = m_store.Load();
+    m_stamp = std::move(stamp);
+}
+
+void CInboxProcessing::CheckRules(std::int64_t now) {
+    Refresh(now);
+    if (m_rules.empty()) throw CLhvException("The list has no rules: its mail is left where it is.");
+}
+
+bool CInboxProcessing::Process(std::span<const std::string> paths, std::int64_t now, CCycleTotals& totals) {
+    CheckRules(now);
+    while (!paths.empty()) {
+        std::size_t count = 0;
+        if (!ProcessGroup(paths, count, totals)) {
+            Log(LogWarning, "%u messages are processed one by one: %s", static_cast<unsigned>(count),
+                DescribeLastError().c_str());
+            if (!m_state.Recover() || !ProcessSingly(paths.first(count), totals)) return false;
+        }
+        paths = paths.subspan(count);
+    }
+    return true;
+}
+
+// count: how many of the paths belonged to the transaction, also to one that failed.
+bool CInboxProcessing::ProcessGroup(std::span<const std::string> paths, std::size_t& count, CCycleTotals& totals) {
+    CCycleTransaction transaction(m_state);
+    const CMarksInUse marks(m_view, transaction);
+    CCycleTotals done;
+    std::vector<std::string> lines;
+    for (const std::string& path : paths.first(std::min(paths.size(), GroupSize))) {
+        CMessageEffects effects;
+        ++count;
+        if (!Handle(path, transaction, effects)) return false;
+        m_view.KeepChanges();
+        done += effects.totals;
+        std::move(effects.notes.begin(), effects.notes.end(), std::back_inserter(lines));
+        if (!effects.done.empty()) lines.push_back(Join(effects.done, "; ") + ".");
+        if (!effects.posts.empty()) break;
+    }
+    if (!transaction.IsEmpty() && !transaction.Commit()) return false;
+    totals += done;
+    for (const std::string& line : lines)
+        Log(LogInfo, "%s", line.c_str());
+    return true;
+}
+
+bool CInboxProcessing::ProcessSingly(std::span<const std::string> paths, CCycleTotals& totals) {
+    for (const std::string& path : paths) {
+        std::size_t count = 0;
+        if (!Platform::FileIsThere(path) || ProcessGroup({&path, 1}, count, totals)) continue;
+        const std::string reason = DescribeLastError();
+        if (!m_state.Recover()) return false;
+        if (!Platform::FileIsThere(path)) continue;  // it was done after all
+        CCycleTransaction transaction(m_state);
+        CountAttempt(path, LastPathComponent(path), reason, transaction, totals);
+        if (!transaction.Commit()) return false;
+    }
+    return true;
+}
+
+// True also when the message failed by itself: then that is what goes into the
+// transaction.  A fault of the list's own tables is thrown: no message is to
+// blame for it.
+bool CInboxProcessing::Handle(const std::string& path, CCycleTransaction& transaction, CMessageEffects& effects) {
+    CIncomingMessage message;
+    std::string title = LastPathComponent(path);
+    try {
+        if (!ReadIncomingMessage(path, m_ownAddresses, message)) {
+            if (!Platform::FileIsThere(path)) return true;
+            throw CLhvException(DescribeLastError());
+        }
+        title = TitleOf(message);
+        message.isAccepted = SamePath(ParentFolder(ParentFolder(path)), GetAcceptedFolder(m_list));
+        effects.Say(title + ": " + (message.isAccepted ? "accepted by the moderator" : "processed"));
+        Plan(message, effects);
+    } catch (const std::exception& exception) {
+        const std::string reason = exception.what();
+        m_view.DropChanges();
+        CMember nobody;
+        m_view.FindMember("nobody@localhost", nobody);
+        m_view.CheckAccess("nobody@localhost");
+        effects = {};
+        CountAttempt(path, title, reason, transaction, effects.totals);
+        return true;
+    }
+    effects.totals.processed = 1;
+    const std::string key = LastPathComponent(path);
+    if (std::string attempts; transaction.GetMark(MarkKind::Attempts, key, attempts))
+        transaction.SetMark(MarkKind::Attempts, key, "");
+    return effects.AddTo(transaction, m_view, path, message.serverId);
+}
+
+void CInboxProcessing::Plan(CIncomingMessage& message, CMessageEffects& effects) {
+    const CDataFieldScope scope;
+    SetIncomingFields(message, m_view.GetList());
+    if (message.tooLarge > 0) return m_execution->AnswerTooLarge(message, m_loops.bits, effects);
+    const CMessagePlan plan = PlanMessage(m_rules, message, m_loops, m_view);
+    m_execution->Execute(plan, m_rules, message, effects);
+}
+
+void CInboxProcessing::CountAttempt(const std::string& path, const std::string& title, const std::string& reason,
+                                    CCycleTransaction& transaction, CCycleTotals& totals) {
+    const std::string key = LastPathComponent(path);
+    std::string stored;
+    transaction.GetMark(MarkKind::Attempts, key, stored);
+    const std::int64_t attempt = ParseNumber(stored).value_or(0) + 1;
+    Log(LogError, "%s could not be processed (attempt %d of %d): %s", title.c_str(), static_cast<int>(attempt),
+        MaxAttempts, reason.c_str());
+    ++totals.failed;
+    if (attempt < MaxAttempts) return transaction.SetMark(MarkKind::Attempts, key, std::to_string(attempt));
+    Log(LogError, "%s is set aside in %s.", title.c_str(), GetFailedFolder(m_list).c_str());
+    transaction.MoveMessage(path, GetFailedFolder(m_list));
+    transaction.SetMark(MarkKind::Attempts, key, "");
+}

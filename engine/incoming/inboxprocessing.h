@@ -1,0 +1,61 @@
+// inboxprocessing.h - messages of a list's inbox, planned and carried out in
+// groups: each group is one transaction.
+//
+// A message that cannot be processed stays where it is, with a line in the log;
+// after three attempts it goes to .Failed.  A transaction that fails is given
+// up, and its messages are tried one by one.
+//
+// Errors   false or CLhvException: nothing more can be processed now (damaged
+//          rules, a full disk), and what was not done waits in the inbox.
+// Threads  One at a time in the process: data fields are shared.
+// Crash    Each message is processed once: cycletransaction.h.
+
+#ifndef LISTHAVEN_ENGINE_INCOMING_INBOXPROCESSING_H
+#define LISTHAVEN_ENGINE_INCOMING_INBOXPROCESSING_H
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "engine/incoming/planexecution.h"
+#include "engine/rules/rulestore.h"
+
+class CInboxProcessing {
+public:
+    static constexpr std::size_t GroupSize = 64;  // messages
+    static constexpr int MaxAttempts = 3;
+
+    // The caller holds the CCycleLock; state must outlive this object.
+    CInboxProcessing(std::uint32_t listNumber, CCycleState& state, std::int64_t now);
+
+    // Throws when the list cannot process anything: a list without rules would
+    // take every message in and do nothing with it.
+    void CheckRules(std::int64_t now);
+
+    // In this order, at most GroupSize of them; a message that makes a broadcast
+    // ends its transaction, so that it goes to those who are members by then.
+    bool Process(std::span<const std::string> paths, std::int64_t now, CCycleTotals& totals);
+
+private:
+    void Refresh(std::int64_t now);
+    bool ProcessGroup(std::span<const std::string> paths, std::size_t& count, CCycleTotals& totals);
+    bool ProcessSingly(std::span<const std::string> paths, CCycleTotals& totals);
+    bool Handle(const std::string& path, CCycleTransaction& transaction, CMessageEffects& effects);
+    void Plan(CIncomingMessage& message, CMessageEffects& effects);
+    void CountAttempt(const std::string& path, const std::string& title, const std::string& reason,
+                      CCycleTransaction& transaction, CCycleTotals& totals);
+
+    std::uint32_t m_list;
+    CCycleState& m_state;
+    CListView m_view;
+    CRuleStore m_store;
+    std::string m_stamp;
+    std::vector<CMessageRule> m_rules;
+    std::vector<std::string> m_ownAddresses;
+    LoopOptions m_loops;
+    std::optional<CPlanExecution> m_execution;
+};
+
+#endif  // LISTHAVEN_ENGINE_INCOMING_INBOXPROCESSING_H
