@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "engine/signature.h"
-#include "mime/headerwords.h"
+#include "engine/utf8text.h"
 #include "mime/htmlconversion.h"
 #include "mime/mimewalk.h"
 #include "utility/files.h"
@@ -11,47 +11,13 @@
 
 namespace {
 
+// What is looked at of one field: decoding takes time in proportion to the
+// square of what pretends to be an encoded word and is none.
+constexpr std::size_t LongestLine = 8 * 1024;
+constexpr std::size_t LongestRecipients = 48 * 1024;  // of all fields of a name
+
 bool IsContentField(std::string_view name) {
     return StartsWithNoCase(name, "Content-");
-}
-
-std::string InUtf8(std::string text, std::string_view charset) {
-    if (IsValidUtf8(text)) return text;
-    const bool isLatin = charset.empty() || EqualNoCase(charset, "us-ascii") || EqualNoCase(charset, "iso-8859-1") ||
-                         EqualNoCase(charset, "windows-1252") || EqualNoCase(charset, "utf-8");
-    return isLatin ? Windows1252ToUtf8(text) : text;
-}
-
-// White space between two words is none (RFC 2047, 6.2): a token that was
-// folded into two words must be found whole.
-std::string DecodeWords(std::string_view text) {
-    std::string result;
-    std::string run;  // bytes of neighbouring words of one charset: a character may be cut between them
-    std::string runCharset;
-    const auto endRun = [&] {
-        result += InUtf8(run, runCharset);
-        run.clear();
-    };
-    std::size_t i = 0;
-    while (i < text.size()) {
-        CHeaderWord word;
-        if (text.compare(i, 2, "=?") == 0 && ReadHeaderWord(text.substr(i), word) && word.size > 0) {
-            if (!EqualNoCase(runCharset, word.charset)) endRun();
-            runCharset = word.charset;
-            run += DecodeHeaderWord(word);
-            i += word.size;
-            const std::size_t next = std::min(text.find_first_not_of(" \t\r\n", i), text.size());
-            CHeaderWord following;
-            if (next > i && text.compare(next, 2, "=?") == 0 && ReadHeaderWord(text.substr(next), following)) i = next;
-            continue;
-        }
-        endRun();
-        const std::size_t end = std::min(text.find("=?", i + 1), text.size());
-        result += InUtf8(std::string(text.substr(i, end - i)), "");
-        i = end;
-    }
-    endRun();
-    return result;
 }
 
 // The fields as the file has them.  A CMimeHeader turns a line with bytes beyond
@@ -81,7 +47,7 @@ public:
 
     std::string Get(std::string_view name) const {  // of the first one, unfolded
         const CMimeField* field = Find(name);
-        return field ? CMimeHeader::Unfold(field->value) : std::string();
+        return field ? CMimeHeader::Unfold(std::string_view(field->value).substr(0, LongestLine)) : std::string();
     }
 
 private:
@@ -90,11 +56,13 @@ private:
 
 // All fields of a name.
 void AppendMailboxes(const CRawHeader& header, std::string_view name, std::vector<CMailbox>& mailboxes) {
+    std::size_t room = LongestRecipients;
     for (const CMimeField& field : header.GetFields()) {
         if (!EqualNoCase(field.name, name)) continue;
-        for (CMailbox& mailbox : ParseMailboxes(CMimeHeader::Unfold(field.value))) {
+        const std::string_view line = std::string_view(field.value).substr(0, room);
+        room -= line.size();
+        for (CMailbox& mailbox : MailboxesInUtf8(CMimeHeader::Unfold(line))) {
             if (mailboxes.size() >= CIncomingMessage::MaxRecipients) return;
-            mailbox.displayName = DecodeHeaderLine(mailbox.displayName);
             mailbox.address = OneLine(mailbox.address);
             mailboxes.push_back(std::move(mailbox));
         }
@@ -139,31 +107,27 @@ void UseOwnHeader(const CMimeHeader& own, CMimeHeader& root) {
 
 void AppendText(std::string& text, std::string_view piece) {
     if (!text.empty() && !text.ends_with('\n')) text.push_back('\n');
-    text.append(piece.substr(0, CIncomingMessage::MaxBodyText - std::min(text.size(), CIncomingMessage::MaxBodyText)));
+    text.append(CutUtf8(piece, CIncomingMessage::MaxBodyText - std::min(text.size(), CIncomingMessage::MaxBodyText)));
 }
 
 std::string ReadBodyText(const CMimeEntity& root) {
     std::string plain;
     std::string html;
     VisitEntities(root, [&](const CMimeEntity& entity, int) {
-        if (entity.GetKind() != MimeClass::Text || !entity.IsTextBody()) return true;
-        const bool isHtml = entity.GetSubType() == "html";
-        std::string& text = isHtml ? html : plain;
+        const auto* part = dynamic_cast<const CMimeText*>(&entity);
+        if (part == nullptr || !part->IsTextBody()) return true;
+        std::string& text = part->GetSubType() == "html" ? html : plain;
         if (text.size() >= CIncomingMessage::MaxBodyText) return true;
-        const std::string charset = CMimeHeader::GetParameter(entity.GetField("Content-Type"), "charset");
-        std::string body = entity.GetBody().substr(0, CIncomingMessage::MaxBodyText);
-        AppendText(text, isHtml ? body : InUtf8(std::move(body), charset));
+        std::string body;
+        BodyInUtf8(*part, body);
+        AppendText(text, body);
         return true;
     });
     if (!Trim(plain).empty() || html.empty()) return plain;
-    return InUtf8(HtmlToText(html), "").substr(0, CIncomingMessage::MaxBodyText);
+    return std::string(CutUtf8(HtmlToText(html), CIncomingMessage::MaxBodyText));
 }
 
 }  // namespace
-
-std::string DecodeHeaderLine(std::string_view stored) {
-    return OneLine(DecodeWords(CMimeHeader::Unfold(stored)));
-}
 
 bool IsControlField(std::string_view name) {
     return (StartsWithNoCase(name, "X-Lhv-") || StartsWithNoCase(name, "X-Zq-")) && !EqualNoCase(name, "X-ZQ-Loop");
@@ -194,7 +158,7 @@ bool ReadIncomingMessage(const std::string& path, const std::vector<std::string>
     }
     ReadPeople(header, message);
     ReadControlFields(header, message);
-    message.signedSubject = DecodeHeaderLine(header.Get("Subject"));
+    message.signedSubject = HeaderLineInUtf8(header.Get("Subject"));
     message.subject = WithoutSignature(message.signedSubject);
     message.bounce = ClassifyMessage(message.message, ownAddresses);
     message.automatic = ReadAutomatic(head.header, message.automaticReason);

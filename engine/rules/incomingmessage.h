@@ -52,9 +52,6 @@ private:
     mutable bool m_hasBodyText = false;
 };
 
-// A header line as people read it: on one line, in UTF-8 where its charset is known.
-std::string DecodeHeaderLine(std::string_view stored);
-
 // A field that tells our own programs something: X-Lhv-..., X-Zq-... but for the loop mark.
 bool IsControlField(std::string_view name);
 

@@ -4,6 +4,7 @@
 #include "engine/member.h"
 #include "engine/rules/boundedregex.h"
 #include "engine/rules/incomingmessage.h"
+#include "engine/utf8text.h"
 #include "mime/mailbox.h"
 #include "utility/lhvexception.h"
 #include "utility/text.h"
@@ -42,13 +43,7 @@ bool Accept(CFormField candidate, std::string_view pattern, CFormField& form) {
 std::string Tidy(std::string_view text, bool trim) {
     std::string value = OneLine(text);
     if (trim) value = std::string(Trim(value));
-    if (value.size() > MaxParsedValue) {
-        std::size_t end = MaxParsedValue;
-        while (end > 0 && (static_cast<unsigned char>(value[end]) & 0xC0) == 0x80)
-            --end;
-        value.resize(end);
-    }
-    return value;
+    return std::string(CutUtf8(value, MaxParsedValue));
 }
 
 void SetTarget(std::int32_t target, std::string_view value, CMember& member, std::string& email) {
