@@ -69,6 +69,7 @@ private:
     void Done(std::string text) { m_step->done.push_back(std::move(text)); }
     void Note(std::string text) { m_plan.notes.push_back(std::move(text)); }
     void RefuseAutomatic(std::string_view what);
+    void RemoveFromServer(const RuleFields& rule);
     CAction& Act(ActionKind kind, std::string_view address = {});
 
     std::span<const CMessageRule> m_rules;
@@ -102,6 +103,12 @@ void CPlanner::RefuseAutomatic(std::string_view what) {
          " neither answers nor posts it.");
 }
 
+void CPlanner::RemoveFromServer(const RuleFields& rule) {
+    if (!rule.removeFromServer) return;
+    m_plan.removeFromServer = true;
+    Done("removes the message from the server");
+}
+
 bool CPlanner::Visit(std::size_t index) {
     const RuleFields& rule = m_rules[index].Get();
     m_plan.steps.push_back({index, MatchRule(rule, m_message, m_view), {}});
@@ -112,14 +119,11 @@ bool CPlanner::Visit(std::size_t index) {
             return true;
         Done("the signature is changed, foreign or too old: the message is ignored");
         Note(Describe() + " has a signature that is changed, foreign or too old. Ignoring the message.");
-        m_plan.removeFromServer = m_plan.removeFromServer || rule.removeFromServer;
+        RemoveFromServer(rule);
         return false;
     }
     m_plan.matched = true;
-    if (rule.removeFromServer) {
-        m_plan.removeFromServer = true;
-        Done("removes the message from the server");
-    }
+    RemoveFromServer(rule);
     const CPerson person = FindPerson(rule, m_message, m_view);
     if (EndsEarly(rule, person)) return false;
     Perform(rule, person);
