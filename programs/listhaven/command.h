@@ -50,6 +50,7 @@ void AddQueueCommands(CLI::App& app);
 void AddDeliveryCommands(CLI::App& app);
 void AddMessageCommands(CLI::App& app);
 void AddSettingsCommands(CLI::App& app);
+void AddRuleTestCommand(CLI::App& app);  // behind what adds the group "rule"
 void AddLogCommands(CLI::App& app);
 void AddRepairCommand(CLI::App& app);
 

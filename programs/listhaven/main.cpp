@@ -38,6 +38,7 @@ void AddCommands(CLI::App& app) {
     AddDeliveryCommands(app);
     AddMessageCommands(app);
     AddSettingsCommands(app);
+    AddRuleTestCommand(app);
     AddLogCommands(app);
     AddRepairCommand(app);
 }
