@@ -51,11 +51,12 @@ bool PrepareContent(const RuleFields& rule, const CIncomingMessage& original, CM
     return false;
 }
 
-// A post without From is from who sent it.
+// A post without an address in its From is from who sent it, or from the list.
 void CompleteFrom(CMimeHeader& header, const CIncomingMessage& original) {
-    if (!Trim(header.GetField("From")).empty() || original.sender.address.empty()) return;
-    const CMailbox sender{HeaderLineInUtf8(original.sender.displayName), OneLine(original.sender.address)};
+    if (!MailboxesInUtf8(header.FindStored("From")).empty()) return;
     RemoveAll(header, "From");
+    if (original.sender.address.empty()) return;
+    const CMailbox sender{HeaderLineInUtf8(original.sender.displayName), OneLine(original.sender.address)};
     SetStoredLine(header, "From", StoredMailbox(sender));
 }
 

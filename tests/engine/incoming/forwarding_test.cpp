@@ -9,44 +9,22 @@
 #include "engine/messagetemplate.h"
 #include "mime/mimemultipart.h"
 #include "mime/mimewalk.h"
-#include "tests/engine/messagefixture.h"
-#include "utility/text.h"
+#include "tests/engine/incoming/outgoingfixture.h"
 
 namespace {
 
 constexpr std::int64_t Now = 1700000000;
 const std::string Rule(80, '-');
 
-class Forwarding : public MessageTest {
+class Forwarding : public OutgoingTest {
 protected:
     Forwarding() {
-        list.number = MakeList("Harbour News", {});
-        list.name = "Harbour News";
-        list.guid = "{01234567-89AB-CDEF-0123-456789ABCDEF}";
-        list.usage = "\"UNSUBSCRIBE\" and \"Help\"";
-        list.address = "news@harbour.example";
-        list.commandAddress = "news-do@harbour.example";
         CCustomFields fields;
         fields.Load(list.number);
         fields.Set(0, {"Password", "", CustomFieldKind::Text});
         rule.fromOptions.members.subscribers = true;
         rule.subjectTag = true;
         rule.toOverride = rule.replyToOverride = {true, "$(List-Display-Name) <$(List-Email)>"};
-    }
-
-    static CMimeMessage Message(const std::string& text) {
-        CMimeMessage message;
-        EXPECT_TRUE(message.LoadText(CMimeSource(text)));
-        return message;
-    }
-
-    CIncomingMessage Incoming(const std::string& text) {
-        CIncomingMessage incoming;
-        incoming.message = Message(text);
-        incoming.path = WriteMessage(LfToCrLf(text));
-        incoming.from = ParseMailboxes(incoming.message.GetRoot()->GetHeader().FindStored("From"));
-        if (!incoming.from.empty()) incoming.sender = incoming.from.front();
-        return incoming;
     }
 
     // A member's copy, by the way that broadcasts make it, LF; "" and the reason for an invalid format.
@@ -72,7 +50,6 @@ protected:
         return CrLfToLf(text);
     }
 
-    BroadcastList list;
     RuleFields rule;
 };
 
@@ -84,36 +61,25 @@ TEST_F(Forwarding, TheHeaderIsThatOfAListMessage) {
         "From: \"$(Secret) $(To-Name)\" <eve@x.example>\nFrom: second@x\nReply-To: eve@x.example\nTo: "
         "news@harbour.example\n"
         "Message-ID: <1@x>\nIn-Reply-To: <0@x>\nX-Kept: $(Unknown) $(Original-Subject)\n"
-        "Subject: Re: [Harbour News] =?koi8-r?B?5tXO?= $(Nothing) $(To-Email) [LHV-AAAAAAAAAAAAAAAAAAAAAAA]\n\nbody\n");
-    const CMimeMessage message = Message(copy);
-    const CMimeHeader& header = message.GetRoot()->GetHeader();
-    const std::pair<const char*, const char*> fields[] = {
-        {"Received", ""},
-        {"Return-Path", ""},
-        {"DKIM-Signature", ""},
-        {"ARC-Seal", ""},
-        {"Resent-To", ""},
-        {"BCC", ""},
-        {"Disposition-Notification-To", ""},
-        {"From", "\"$(Secret) Anna Berg\" <eve@x.example>"},
-        {"To", "\"Harbour News\" <news@harbour.example>"},
-        {"Reply-To", "\"Harbour News\" <news@harbour.example>"},
-        {ControlHeader::RecipientOverride, "\"Anna Berg\" <anna@b.example>"},
-        {ControlHeader::ReturnPathOverride, "news-do@harbour.example"},
-        {ControlHeader::UpdateAttachments, ""},
-        {"In-Reply-To", "<0@x>"},
-        {"References", "<0@x> <1@x>"},
-        {"Precedence", "list"},
-        {"List-Id", "\"Harbour News\" <news.harbour.example>"},
-        {"List-Post", "<mailto:news@harbour.example>"},
-        {"List-Unsubscribe", "<mailto:news-do@harbour.example?subject=UNSUBSCRIBE>"},
-        {"List-Subscribe", ""},
-        {"X-Kept", "$(Unknown) $(Original-Subject)"},
-        {"X-Loop", "eve@x.example"},
-        {"Subject", "[Harbour News] Re: \xD0\xA4\xD1\x83\xD0\xBD $(Nothing) anna@b.example"},
-    };
-    for (const auto& [name, value] : fields)
-        EXPECT_EQ(header.GetField(name), value) << name;
+        "Subject: Re: [Harbour (West)] =?koi8-r?B?5tXO?= $(Nothing) $(To-Email) "
+        "[LHV-AAAAAAAAAAAAAAAAAAAAAAA]\n\nbody\n");
+    for (const char* name : {"Received", "Return-Path", "DKIM-Signature", "ARC-Seal", "Resent-To", "BCC",
+                             "Disposition-Notification-To", "List-Subscribe", ControlHeader::UpdateAttachments})
+        EXPECT_FALSE(Message(copy).GetRoot()->HasField(name)) << name;
+    ExpectFields(copy, {{"From", "\"$(Secret) Anna Berg\" <eve@x.example>"},
+                        {"To", "\"Harbour (West)\" <news@harbour.example>"},
+                        {"Reply-To", "\"Harbour (West)\" <news@harbour.example>"},
+                        {ControlHeader::RecipientOverride, "\"Anna Berg\" <anna@b.example>"},
+                        {ControlHeader::ReturnPathOverride, "news-do@harbour.example"},
+                        {"In-Reply-To", "<0@x>"},
+                        {"References", "<0@x> <1@x>"},
+                        {"Precedence", "list"},
+                        {"List-Id", "\"Harbour (West)\" <news.harbour.example>"},
+                        {"List-Post", "<mailto:news@harbour.example>"},
+                        {"List-Unsubscribe", "<mailto:news-do@harbour.example?subject=UNSUBSCRIBE>"},
+                        {"X-Kept", "$(Unknown) $(Original-Subject)"},
+                        {"X-Loop", "eve@x.example"},
+                        {"Subject", "[Harbour (West)] Re: \xD0\xA4\xD1\x83\xD0\xBD $(Nothing) anna@b.example"}});
     for (const char* mark :
          {"X-Loop: other@x\n", "X-Loop: news@harbour.example\n", "X-ZQ-Loop: news@harbour.example\n"})
         EXPECT_NE(copy.find(mark), std::string::npos) << mark;
@@ -122,10 +88,10 @@ TEST_F(Forwarding, TheHeaderIsThatOfAListMessage) {
     list.emptySender = true;
     rule.subjectOverride = {true, "About $(Original-Subject)"};
     rule.sign = true;
-    const CMimeMessage other = Message(Copy("From: a@x\nSubject: [Harbour News] y [ID:01234567]\n\nx\n"));
+    const CMimeMessage other = Message(Copy("From: a@x\nSubject: [Harbour (West)] y [ID:01234567]\n\nx\n"));
     EXPECT_EQ(other.GetRoot()->GetField(ControlHeader::ReturnPathOverride), "<>");
     const std::string subject = other.GetRoot()->GetField("Subject");
-    EXPECT_TRUE(subject.starts_with("[Harbour News] About y [ID:")) << subject;
+    EXPECT_TRUE(subject.starts_with("[Harbour (West)] About y [ID:")) << subject;
     EXPECT_NE(subject.find("] [LHV-"), std::string::npos) << subject;
 }
 
@@ -140,8 +106,8 @@ TEST_F(Forwarding, HeaderAndFooterStandInEveryText) {
         "Gr\xC3\xBC\xC3\x9F"
         "e, Anna\n" +
         Rule + "\n\n";
-    const std::string foot = "\n" + Rule + "\n\nHarbour News & s $(List-Name)";
-    const std::string html = "\n<br>\n<hr>\n<b>Harbour News</b> & s $(List-Name)\n";
+    const std::string foot = "\n" + Rule + "\n\nHarbour (West) & s $(List-Name)";
+    const std::string html = "\n<br>\n<hr>\n<b>Harbour (West)</b> & s $(List-Name)\n";
     const std::string from = "From: a@x\nSubject: s $(List-Name)\nMIME-Version: 1.0\n";
     const std::string signedPart =
         "Content-Type: multipart/signed; boundary=S; protocol=\"application/pgp-signature\"\n\n"
@@ -268,14 +234,14 @@ TEST_F(Forwarding, NothingBreaksOutOfADigest) {
     std::string text;
     ASSERT_EQ(MakeForwardCopy(digest, "Anna <anna@b.example>", list, Now, text), CopyResult::Made);
     const CMimeMessage copy = Message(text);
-    EXPECT_EQ(copy.GetRoot()->GetField("Subject"), "Harbour News digest #12");
+    EXPECT_EQ(copy.GetRoot()->GetField("Subject"), "Harbour (West) digest #12");
     EXPECT_EQ(copy.GetRoot()->GetField(ControlHeader::ReturnPathOverride), "news-do@harbour.example");
     CMimeMessage loaded;
     ASSERT_TRUE(loaded.LoadText(CMimeSource(text).With(CMimeSource::Sealed::Kept)));
     const auto parts = loaded.GetRoot().As<CMimeMultipart>();
     ASSERT_EQ(parts->GetPartCount(), 2u);
     const std::string contents = parts->GetPart(0)->GetBody();
-    for (const char* line : {"Harbour News digest #12, ", "1. $(To-Name)  X: 1\n    \"$(To-Name)\" <a@x>\n",
+    for (const char* line : {"Harbour (West) digest #12, ", "1. $(To-Name)  X: 1\n    \"$(To-Name)\" <a@x>\n",
                              "2. (none)\n    b@x\n", "3. (This message could not be read.)\n", "4. last\n"})
         EXPECT_NE(contents.find(line), std::string::npos) << line << contents;
     CMimeMessage messages;
@@ -296,7 +262,7 @@ TEST_F(Forwarding, NothingBreaksOutOfADigest) {
          at = plain.find("\n" + bar + "\n", at + 1))
         ++separators;
     EXPECT_EQ(separators, 3u);
-    EXPECT_NE(plain.find("End of Harbour News digest #13\n****"), std::string::npos);
+    EXPECT_NE(plain.find("End of Harbour (West) digest #13\n****"), std::string::npos);
 }
 
 }  // namespace
