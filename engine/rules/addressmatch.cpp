@@ -18,11 +18,15 @@ std::string Expanded(std::string entry) {
     return entry;
 }
 
-// "*@domain", or the address itself.
+// "*@domain", "*@*.domain" for its subdomains, or the address itself.
 bool IsListedBy(std::string_view pattern, std::string_view address) {
     if (!pattern.starts_with("*@")) return EqualNoCase(pattern, address);
     const std::size_t at = address.rfind('@');
-    return at != std::string_view::npos && EqualNoCase(pattern.substr(1), address.substr(at));
+    if (at == std::string_view::npos) return false;
+    if (!pattern.starts_with("*@*.")) return EqualNoCase(pattern.substr(1), address.substr(at));
+    const std::string_view domain = address.substr(at + 1);
+    const std::string_view end = pattern.substr(3);  // with the dot
+    return domain.size() > end.size() && EqualNoCase(domain.substr(domain.size() - end.size()), end);
 }
 
 // "a member (regular)", "" when there is no such member or the rule does not admit it.

@@ -1,9 +1,9 @@
 // addressmatch.h - the addresses of a rule.
 //
 // An entry is one or more addresses, "*@domain" for every address of a domain,
-// or a regular expression for the whole of an address; case of A-Z does not
-// count.  Data fields in entries are expanded, in expressions to what matches
-// their value literally.
+// "*@*.domain" for those of its subdomains, or a regular expression for the
+// whole of an address; case of A-Z does not count.  Data fields in entries are
+// expanded, in expressions to what matches their value literally.
 //
 // Errors   CLhvException from the view.
 // Threads  One at a time in the process: data fields are shared.

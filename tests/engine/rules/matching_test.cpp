@@ -84,6 +84,8 @@ TEST_F(MatchingTest, AddressesAreListed) {
         {{"x@y.example, a@b.example"}, false, "a@b.example", true},
         {{"*@b.example"}, false, "a@B.example", true},
         {{"*@b.example"}, false, "a@c.b.example", false},
+        {{"*@*.b.example"}, false, "a@c.B.example", true},
+        {{"*@*.b.example"}, false, "a@b.example", false},
         {{"$(Authorized-Email)"}, false, "boss@harbour.example", true},
         {{"$(No-Such-Field)"}, false, "", false},
         {{".*@b\\.example"}, true, "a@b.example", true},
