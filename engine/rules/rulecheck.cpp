@@ -26,6 +26,7 @@ std::string CheckTexts(const RuleFields& rule) {
         const std::size_t limit = column == RuleColumn::Name ? NameLimit : TextLimit;
         if (!fault.empty()) return;
         if (!IsOneLine(text)) fault = std::string(key) + " must be one line.";
+        if (!IsValidUtf8(text)) fault = std::string(key) + " is not UTF-8.";
         if (text.size() > limit) fault = std::string(key) + " takes at most " + std::to_string(limit) + " bytes.";
     });
     VisitRuleLists(rule, [&](std::string_view key, RuleFile, const std::vector<std::string>& entries) {
@@ -33,6 +34,7 @@ std::string CheckTexts(const RuleFields& rule) {
             if (!fault.empty()) return;
             if (Trim(entry).empty()) fault = std::string(key) + " holds an empty entry.";
             if (!IsOneLine(entry)) fault = std::string(key) + " holds an entry of several lines.";
+            if (!IsValidUtf8(entry)) fault = std::string(key) + " holds an entry that is not UTF-8.";
             if (entry.size() > EntryLimit) fault = std::string(key) + ": an entry takes at most 1024 bytes.";
         }
     });
@@ -53,6 +55,7 @@ std::string CheckParseFields(const std::vector<CParseField>& fields) {
         if (field.pattern.empty() || !IsOneLine(field.pattern) || !IsOneLine(field.format)) {
             return "A parse field needs a pattern and a format of one line.";
         }
+        if (!IsValidUtf8(field.pattern) || !IsValidUtf8(field.format)) return "A parse field is not UTF-8.";
         if (field.format.size() > FormatLimit) return "The format of a parse field takes at most 1024 bytes.";
         if (field.target < 0 || field.target >= CParseField::FirstSlot + 64) {
             return "A parse field names a member field that there is not.";

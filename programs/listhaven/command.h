@@ -39,6 +39,8 @@ std::int32_t FindList(std::string_view numberOrName);
 void AddListCommands(CLI::App& app);
 void AddFieldCommands(CLI::App& app);
 void AddMemberCommands(CLI::App& app);
+void AddRuleCommands(CLI::App& app);
+void AddAccessCommands(CLI::App& app);
 void AddBlockedCommands(CLI::App& app);
 void AddBroadcastCommands(CLI::App& app);
 void AddRunCommand(CLI::App& app);

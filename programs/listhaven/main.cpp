@@ -27,6 +27,8 @@ void AddCommands(CLI::App& app) {
     AddListCommands(app);
     AddFieldCommands(app);
     AddMemberCommands(app);
+    AddRuleCommands(app);
+    AddAccessCommands(app);
     AddBlockedCommands(app);
     AddBroadcastCommands(app);
     AddRunCommand(app);
