@@ -41,12 +41,28 @@ void CPopClient::Disconnect() {
     m_session.Close();
 }
 
-bool CPopClient::Authenticate(const CSmtpSettings& settings) {
-    std::string traceFile;
-    if (ReadSetting("Execution", "DebugMode", 0) != 0) {
-        LogStep("EnableTrace ()");
-        traceFile = JoinPath(GetLogFolder(), "PopTrace.txt");
+std::string CPopClient::GetTraceFile() {
+    if (ReadSetting("Execution", "DebugMode", 0) == 0) return {};
+    LogStep("EnableTrace ()");
+    return JoinPath(GetLogFolder(), "PopTrace.txt");
+}
+
+bool CPopClient::Open(const CSmtpSettings& settings) {
+    const std::string traceFile = GetTraceFile();
+    if (!Connect(settings, traceFile)) return false;
+    if (m_session.HasApop()) {
+        if (Login(Net::Pop3Login::Apop, settings)) return true;
+        if (m_session.GetFailure().kind == Net::FailureKind::Cancelled) return false;
+        Disconnect();
+        if (!Connect(settings, traceFile)) return false;
     }
+    if (Login(Net::Pop3Login::UserPass, settings)) return true;
+    Disconnect();
+    return false;
+}
+
+bool CPopClient::Authenticate(const CSmtpSettings& settings) {
+    const std::string traceFile = GetTraceFile();
     if (!Connect(settings, traceFile)) return false;
     if (!Login(Net::Pop3Login::Apop, settings)) {
         Disconnect();

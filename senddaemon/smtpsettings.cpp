@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::int32_t DefaultPort = 25;
 constexpr std::int32_t DefaultPopPort = 110;
+constexpr std::uint16_t ImplicitTlsPort = 995;
 constexpr std::int32_t DefaultTimeout = 60;
 constexpr std::int32_t LongestTimeout = 86400;
 constexpr std::int32_t DefaultMessagesPerConnection = 999;
@@ -49,14 +50,29 @@ bool ReadTimeouts(const CConfiguration& config, CSmtpSettings& settings) {
     return config.GetNumberWithin("DataTimeout", 1, LongestTimeout, settings.dataTimeout);
 }
 
+// "host", "host:port", "[address]:port" or an IPv6 address.
+bool SplitHost(std::string_view text, std::string& host, std::uint16_t& port) {
+    const std::size_t colon = text.rfind(':');
+    const bool hasBrackets = text.starts_with('[');
+    const bool hasPort = colon != std::string_view::npos &&
+                         (hasBrackets ? text.substr(0, colon).ends_with(']') : text.find(':') == colon);
+    host = hasPort ? text.substr(0, colon) : text;
+    if (!hasPort) return true;
+    const auto number = ParseNumber(text.substr(colon + 1));
+    if (!number || *number < 1 || *number > 65535) {
+        SetLastErrorFormat("\"%s\" is no POP3 server: behind the colon must be a port.", std::string(text).c_str());
+        return false;
+    }
+    port = static_cast<std::uint16_t>(*number);
+    return true;
+}
+
 bool ReadPop(const CConfiguration& config, CSmtpSettings& settings) {
-    settings.popHostName = Trim(config.GetText("PopHostName"));
-    if (settings.popHostName.empty()) return true;
+    const std::string host(Trim(config.GetText("PopHostName")));
+    if (host.empty()) return true;
     settings.popLogin = config.GetText("PopLogin");
     settings.popPassword = config.GetText("PopPassword");
-    const int port = std::clamp(ReadSetting("Service", "Pop3Port", DefaultPopPort), 1, 65535);
-    return ReadPort(config, "PopPort", port, settings.popPort) &&
-           ReadTlsMode(config, "PopTlsMode", settings.popTlsMode);
+    return settings.ReadPopFor(config, host);
 }
 
 }  // namespace
@@ -90,6 +106,17 @@ bool CSmtpSettings::Read(const CConfiguration& config) {
     if (!ReadFor(config, host) || !ReadPort(config, "HostPort", port, port) || !ReadPop(config, *this)) return false;
     login = config.GetText("Login");
     password = config.GetText("Password");
+    return true;
+}
+
+bool CSmtpSettings::ReadPopFor(const CConfiguration& config, const std::string& server) {
+    tlsCaFile = config.GetText("TlsCaFile");
+    const int usualPort = std::clamp(ReadSetting("Service", "Pop3Port", DefaultPopPort), 1, 65535);
+    if (!ReadPort(config, "PopPort", usualPort, popPort) || !ReadTlsMode(config, "PopTlsMode", popTlsMode) ||
+        !SplitHost(server, popHostName, popPort)) {
+        return false;
+    }
+    if (popPort == ImplicitTlsPort) popTlsMode = Net::TlsMode::Implicit;
     return true;
 }
 

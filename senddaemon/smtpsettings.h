@@ -44,6 +44,9 @@ struct CSmtpSettings {
     bool Read(const CConfiguration& config);
     // The account's, for a mail exchanger: its host, the common port, no log-in.
     bool ReadFor(const CConfiguration& config, const std::string& exchanger);
+    // The POP3 side alone: this host, or host and port ("host:port"), with the
+    // account's port, security and certificate.  Port 995 is TLS from the first byte.
+    bool ReadPopFor(const CConfiguration& config, const std::string& server);
     Net::SmtpOptions MakeSmtpOptions(Net::Resolver resolver) const;
     Net::Pop3Options MakePop3Options(const std::string& traceFile) const;
 };

@@ -86,6 +86,10 @@ bool CNewFile::Write(std::string_view bytes) {
     return m_file.Write(bytes) || FailOn(m_temporaryPath) || Discard();
 }
 
+bool CNewFile::Overwrite(std::uint64_t offset, std::string_view bytes) {
+    return m_file.WriteAt(offset, bytes.data(), bytes.size()) || FailOn(m_temporaryPath) || Discard();
+}
+
 // A flush that failed is not tried again: the system may have dropped the bytes.
 bool CNewFile::FinishWriting() {
     if (!m_file.IsOpen()) return m_owned;

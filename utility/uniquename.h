@@ -15,7 +15,7 @@
 #ifndef LISTHAVEN_UTILITY_UNIQUENAME_H
 #define LISTHAVEN_UTILITY_UNIQUENAME_H
 
-#include <chrono>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -31,13 +31,15 @@ public:
     // After a failure of any of these nothing is left of the file.
     bool Create(std::string_view folder, std::string_view extension);
     bool Write(std::string_view bytes);
-    bool FinishWriting();  // flushes and closes; the name stays NUMBER.tmp
-    bool Publish();        // renames; FinishWriting() first if need be
+    bool Overwrite(std::uint64_t offset, std::string_view bytes);  // of what was written
+    bool FinishWriting();                                          // flushes and closes; the name stays NUMBER.tmp
+    bool Publish();                                                // renames; FinishWriting() first if need be
 
     // Fails when there is no temporary file, or when the final name is taken.
     static bool PublishAs(std::string_view temporaryPath, std::string_view finalPath);
     void Keep() noexcept;  // the .tmp file outlives this object
 
+    bool HasFile() const noexcept { return m_owned; }
     const std::string& GetTemporaryPath() const noexcept { return m_temporaryPath; }
     const std::string& GetFinalPath() const noexcept { return m_finalPath; }
 

@@ -1,0 +1,41 @@
+// fetchmarks.h - which messages of a POP3 mailbox are known: marks of the kind
+// ServerMessage, "STATE SECONDS CONTENT", with the time when the server listed
+// the message last and the key of its content.
+//
+// A server may give the id of a deleted message to another one.  So the mark of
+// one whose deletion was confirmed says "gone": when the id is listed again, the
+// content tells whether it is a new message or one that was not deleted after all.
+
+#ifndef LISTHAVEN_ENGINE_INCOMING_FETCHMARKS_H
+#define LISTHAVEN_ENGINE_INCOMING_FETCHMARKS_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/incoming/cycletransaction.h"
+
+struct CServerMark {
+    enum class State : std::uint8_t { None, Keep, Delete, Gone };
+
+    State state = State::None;
+    std::int64_t lastSeen = 0;  // 0: it does not say
+    std::string content;        // "": it does not say
+
+    static CServerMark Parse(std::string_view value);
+    std::string Encode() const;
+};
+
+// Those that the server lists: their time is renewed once a day.
+bool RenewServerMarks(CCycleState& state, const std::vector<std::string>& listed, std::int64_t now);
+
+// Their deletion was confirmed.
+bool SetServerMarksGone(CCycleState& state, const std::vector<std::string>& deleted, std::int64_t now);
+
+// Those not listed since that time; keys that isListed names stay.
+bool DropServerMarks(CCycleState& state, const std::function<bool(std::string_view key)>& isListed,
+                     std::int64_t lastSeenBefore);
+
+#endif  // LISTHAVEN_ENGINE_INCOMING_FETCHMARKS_H

@@ -1,0 +1,327 @@
+#include "engine/incoming/mailfetch.h"
+
+#include <algorithm>
+#include <atomic>
+#include <utility>
+
+#include "engine/eventlog.h"
+#include "engine/incoming/fetchedmessage.h"
+#include "engine/incoming/fetchmarks.h"
+#include "senddaemon/accountfolders.h"
+#include "senddaemon/configuration.h"
+#include "senddaemon/popclient.h"
+#include "utility/lasterror.h"
+#include "utility/text.h"
+
+namespace {
+
+using Net::FailureKind;
+using Net::Pop3Message;
+using MarkState = CServerMark::State;
+
+constexpr std::uint16_t ImplicitTlsPort = 995;
+constexpr int MostReconnects = 100;
+constexpr std::uint64_t MostLogged = 10;  // vanished messages in a session
+constexpr std::int64_t SecondsPerDay = 86400;
+constexpr std::int64_t KeptFor = 7 * SecondsPerDay;
+constexpr std::int64_t KeptLongFor = 90 * SecondsPerDay;
+
+// Ids that several messages have are none.
+void DropDoubledIds(std::vector<Pop3Message>& messages) {
+    std::vector<Pop3Message*> sorted;
+    for (Pop3Message& message : messages)
+        sorted.push_back(&message);
+    const auto isLess = [](const Pop3Message* a, const Pop3Message* b) { return a->uid < b->uid; };
+    std::sort(sorted.begin(), sorted.end(), isLess);
+    for (auto at = sorted.begin(); at != sorted.end();) {
+        const auto end = std::upper_bound(at, sorted.end(), *at, isLess);
+        if (end - at > 1) std::for_each(at + 1, end, [](Pop3Message* message) { message->uid.clear(); });
+        if (end - at > 1) (*at)->uid.clear();
+        at = end;
+    }
+}
+
+bool AreSame(const Pop3Message& a, const Pop3Message& b) {
+    return a.number == b.number && a.size == b.size && a.uid == b.uid;
+}
+
+}  // namespace
+
+struct CMailFetch::CState {
+    CState(std::uint32_t number, CCycleState& owner, CFetchOptions given)
+        : list(number), state(owner), options(std::move(given)) {
+        limit = options.limitSize ? std::min(options.maxSize, HardLimit) : HardLimit;
+    }
+
+    bool Fail(std::string reason);
+    bool FailBySession() { return Fail(Session().GetFailure().text); }
+    Net::CPop3Session& Session() { return client.GetSession(); }
+
+    bool Connect();
+    bool List(std::vector<Pop3Message>& listing);
+    bool Reconnect();
+    bool FetchOne(CCycleTransaction& transaction, std::int64_t now);
+    bool FetchWhole(CCycleTransaction& transaction, std::int64_t now);
+    bool FetchTooLarge(CCycleTransaction& transaction, std::int64_t now);
+    bool Store(CCycleTransaction& transaction, CFetchedMessage& fetched, std::uint64_t tooLargeSize, std::int64_t now);
+    bool FailRetrieval(const CFetchedMessage& fetched);
+    CServerMark GetMark(const CCycleTransaction& transaction, const std::string& key) const;
+    bool DeleteMarked();
+    bool TidyMarks(std::int64_t now, bool isConfirmed);
+
+    std::uint32_t list;
+    CCycleState& state;
+    CFetchOptions options;
+    std::uint64_t limit = 0;  // octets of a message
+    SendDaemon::CPopClient client;
+    std::vector<Pop3Message> messages;
+    std::vector<std::string> keys;  // of the messages, where they are known
+    std::size_t next = 0;
+    std::vector<std::string> deleted;  // keys
+    CFetchTotals totals;
+    std::vector<std::string> paths;  // of the group
+    std::uint64_t groupBytes = 0;
+    std::string failure;  // "": none
+    bool hasUids = true;
+    bool hasTop = true;
+    int reconnects = 0;
+    std::atomic<bool> isCancelled = false;
+};
+
+// The first reason is the one that counts.
+bool CMailFetch::CState::Fail(std::string reason) {
+    if (failure.empty()) failure = reason.empty() ? "Fetching has failed" : std::move(reason);
+    SetLastErrorText(failure);
+    return false;
+}
+
+bool CMailFetch::CState::Connect() {
+    if (isCancelled) return Fail("Fetching was cancelled");
+    SendDaemon::CSmtpSettings settings;
+    settings.popHostName = options.host;
+    if (!options.accountRoot.empty()) {
+        const SendDaemon::CConfiguration config(SendDaemon::GetAccountConfigPath(options.accountRoot));
+        if (!settings.ReadPopFor(config, options.host)) return Fail(GetLastErrorText());
+    }
+    settings.popPort = options.port;
+    if (options.port == ImplicitTlsPort) settings.popTlsMode = Net::TlsMode::Implicit;
+    settings.popLogin = options.login;
+    settings.popPassword = options.password;
+    settings.timeout = options.timeoutSeconds;
+    return client.Open(settings) || Fail(GetLastErrorText());
+}
+
+// A server whose list of ids is nonsense is one without ids.
+bool CMailFetch::CState::List(std::vector<Pop3Message>& listing) {
+    if (!Session().GetMessages(listing)) return FailBySession();
+    if (!hasUids || listing.empty()) return true;
+    if (!Session().GetUids(listing)) {
+        const auto kind = Session().GetFailure().kind;
+        if (kind != FailureKind::Reply && kind != FailureKind::Protocol) return FailBySession();
+        hasUids = false;
+        if (kind == FailureKind::Protocol) {
+            Log(LogWarning, "%s The messages are told apart by their content.", Session().GetFailure().text.c_str());
+            return Connect() && List(listing);
+        }
+    }
+    DropDoubledIds(listing);
+    return true;
+}
+
+// To end a message that is not wanted any further takes a new session.  If the
+// mailbox has changed meanwhile, the walk begins again: what is known is skipped.
+bool CMailFetch::CState::Reconnect() {
+    if (++reconnects > MostReconnects) return Fail("Too many messages above the size limit for one session");
+    std::vector<Pop3Message> listing;
+    if (!Connect() || !List(listing)) return false;
+    const bool isSame =
+        listing.size() >= next &&
+        std::equal(listing.begin(), listing.begin() + static_cast<std::ptrdiff_t>(next), messages.begin(), AreSame);
+    messages = std::move(listing);
+    if (!isSame) {
+        next = 0;
+        keys.clear();
+    }
+    keys.resize(messages.size());
+    return true;
+}
+
+CServerMark CMailFetch::CState::GetMark(const CCycleTransaction& transaction, const std::string& key) const {
+    std::string value;
+    transaction.GetMark(MarkKind::ServerMessage, key, value);
+    return CServerMark::Parse(value);
+}
+
+bool CMailFetch::CState::FetchOne(CCycleTransaction& transaction, std::int64_t now) {
+    if (isCancelled) return Fail("Fetching was cancelled");
+    if (!Session().IsOpen() && !Reconnect()) return false;
+    if (next >= messages.size()) return true;
+    const Pop3Message& message = messages[next];
+    keys[next] = message.uid;
+    const auto known = message.uid.empty() ? MarkState::None : GetMark(transaction, message.uid).state;
+    if (known == MarkState::Keep || known == MarkState::Delete) {
+        ++totals.known;
+        ++next;
+        return true;
+    }
+    return message.size > limit ? FetchTooLarge(transaction, now) : FetchWhole(transaction, now);
+}
+
+// A refusal says that the message has vanished since it was listed.
+bool CMailFetch::CState::FailRetrieval(const CFetchedMessage& fetched) {
+    const Net::Failure& why = Session().GetFailure();
+    if (why.kind == FailureKind::Local && !fetched.IsTooLarge()) return Fail(GetLastErrorText());
+    if (why.kind != FailureKind::Reply) return FailBySession();
+    if (++totals.vanished <= MostLogged)
+        Log(LogWarning, "Message %u is left out: %s\n", static_cast<unsigned>(messages[next].number), why.text.c_str());
+    ++next;
+    return true;
+}
+
+bool CMailFetch::CState::FetchWhole(CCycleTransaction& transaction, std::int64_t now) {
+    CFetchedMessage fetched(transaction, messages[next].uid, now);
+    if (!fetched.Begin(GetInboxFolder(list))) return Fail(GetLastErrorText());
+    const auto take = [&](std::string_view block) { return fetched.Add(block, limit); };
+    if (Session().Retrieve(messages[next].number, UINT64_MAX, take)) return Store(transaction, fetched, 0, now);
+    if (fetched.IsTooLarge()) return Store(transaction, fetched, fetched.GetOctets(), now);
+    return FailRetrieval(fetched);
+}
+
+bool CMailFetch::CState::FetchTooLarge(CCycleTransaction& transaction, std::int64_t now) {
+    const Pop3Message message = messages[next];
+    CFetchedMessage fetched(transaction, message.uid, now);
+    const auto take = [&](std::string_view block) { return fetched.AddHeader(block); };
+    bool isFetched = hasTop && Session().RetrieveTop(message.number, 0, UINT64_MAX, take);
+    const bool isRefused = hasTop && !isFetched && Session().GetFailure().kind == FailureKind::Reply;
+    if (!hasTop || isRefused) {
+        isFetched = Session().Retrieve(message.number, UINT64_MAX, take);
+        hasTop = hasTop && !isFetched && Session().GetFailure().kind == FailureKind::Reply;
+    }
+    const bool isEnough = Session().GetFailure().kind == FailureKind::Local && fetched.HasWholeHeader();
+    if (isFetched || isEnough) return Store(transaction, fetched, message.size, now);
+    return FailRetrieval(fetched);
+}
+
+// The mark goes with the message, in one transaction.
+bool CMailFetch::CState::Store(CCycleTransaction& transaction, CFetchedMessage& fetched, std::uint64_t tooLargeSize,
+                               std::int64_t now) {
+    const bool isTooLarge = tooLargeSize != 0;
+    const Pop3Message& message = messages[next];
+    const std::string content = fetched.MakeContentKey(isTooLarge ? std::to_string(message.size) : std::string());
+    if (content.empty()) return Fail(GetLastErrorText());
+    const std::string key = message.uid.empty() ? content : message.uid;
+    keys[next] = key;
+    ++next;
+    CServerMark mark = GetMark(transaction, key);
+    const bool isKnown = mark.state != MarkState::None && (mark.state != MarkState::Gone || mark.content == content);
+    if (isKnown) {
+        ++totals.known;
+        if (mark.state != MarkState::Gone) return true;
+        mark.state = MarkState::Delete;
+        transaction.SetMark(MarkKind::ServerMessage, key, mark.Encode());
+        return true;
+    }
+    std::string path;
+    const bool isStored =
+        isTooLarge ? fetched.FinishHeader(GetInboxFolder(list), tooLargeSize, path)
+                   : fetched.Finish(path) && (!options.saveIncoming || transaction.AddTwin(GetReceivedFolder(list)));
+    if (!isStored) return Fail(GetLastErrorText());
+    const bool isToGo = isTooLarge ? options.removeTooLarge : !options.leaveCopies;
+    mark = {isToGo ? MarkState::Delete : MarkState::Keep, now, content};
+    transaction.SetMark(MarkKind::ServerMessage, key, mark.Encode());
+    ++(isTooLarge ? totals.tooLarge : totals.fetched);
+    groupBytes += isTooLarge ? 0 : fetched.GetOctets();
+    paths.push_back(std::move(path));
+    return true;
+}
+
+bool CMailFetch::CState::DeleteMarked() {
+    std::string value;
+    for (std::size_t i = 0; i < next; ++i) {
+        if (isCancelled) return Fail("Fetching was cancelled");
+        if (keys[i].empty() || !state.GetMark(MarkKind::ServerMessage, keys[i], value)) continue;
+        if (CServerMark::Parse(value).state != MarkState::Delete) continue;
+        if (Session().Delete(messages[i].number)) {
+            deleted.push_back(keys[i]);
+            continue;
+        }
+        if (Session().GetFailure().kind != FailureKind::Reply) return FailBySession();
+        Log(LogWarning, "Message %u stays on the server: %s\n", static_cast<unsigned>(messages[i].number),
+            Session().GetFailure().text.c_str());
+    }
+    return true;
+}
+
+bool CMailFetch::CState::TidyMarks(std::int64_t now, bool isConfirmed) {
+    std::vector<std::string> listed;
+    bool areAllKnown = true;
+    for (std::size_t i = 0; i < messages.size(); ++i) {
+        const std::string& key = keys[i].empty() ? messages[i].uid : keys[i];
+        if (!key.empty()) listed.push_back(key);
+        areAllKnown = areAllKnown && !key.empty();
+    }
+    std::sort(listed.begin(), listed.end());
+    const auto isListed = [&](std::string_view key) {
+        // One that is known by its content may be among those that were not fetched.
+        return std::binary_search(listed.begin(), listed.end(), key) || (!areAllKnown && key.starts_with('#'));
+    };
+    return RenewServerMarks(state, listed, now) && (!isConfirmed || SetServerMarksGone(state, deleted, now)) &&
+           DropServerMarks(state, isListed, now - (options.keepIds ? KeptLongFor : KeptFor));
+}
+
+CMailFetch::CMailFetch(std::uint32_t listNumber, CCycleState& state, CFetchOptions options)
+    : m_state(std::make_unique<CState>(listNumber, state, std::move(options))) {}
+
+CMailFetch::~CMailFetch() = default;
+
+bool CMailFetch::Open() {
+    CState& s = *m_state;
+    if (!s.Connect() || !s.List(s.messages)) return false;
+    s.keys.assign(s.messages.size(), {});
+    return true;
+}
+
+// What came before the session broke is kept, and the failure told with the next call.
+CMailFetch::Step CMailFetch::Next(std::int64_t now, std::vector<std::string>& paths) {
+    CState& s = *m_state;
+    paths.clear();
+    s.paths.clear();
+    s.groupBytes = 0;
+    CCycleTransaction transaction(s.state);
+    while (s.failure.empty() && s.next < s.messages.size() && s.paths.size() < GroupSize && s.groupBytes < GroupBytes) {
+        if (!s.FetchOne(transaction, now)) break;
+    }
+    const bool isCommitted = transaction.Commit() || s.Fail(GetLastErrorText());
+    if (isCommitted && !s.paths.empty()) {
+        paths.swap(s.paths);
+        return Step::Group;
+    }
+    SetLastErrorText(s.failure);
+    return s.failure.empty() ? Step::End : Step::Failed;
+}
+
+bool CMailFetch::Finish(std::int64_t now) {
+    CState& s = *m_state;
+    if (!s.failure.empty()) {
+        SetLastErrorText(s.failure);
+        return false;
+    }
+    // Nobody is to wait for it: what could not be deleted will be next time.
+    if (!s.Session().IsOpen() && !s.Reconnect()) return false;
+    if (!s.DeleteMarked()) return false;
+    const bool isConfirmed = s.Session().Quit() || s.FailBySession();
+    if (isConfirmed) s.totals.deleted += s.deleted.size();
+    if (s.totals.vanished > MostLogged)
+        Log(LogWarning, "%llu messages in all were left out.\n", static_cast<unsigned long long>(s.totals.vanished));
+    const bool isTidy = s.TidyMarks(now, isConfirmed) || s.Fail(GetLastErrorText());
+    return isConfirmed && isTidy;
+}
+
+const CFetchTotals& CMailFetch::GetTotals() const noexcept {
+    return m_state->totals;
+}
+
+void CMailFetch::Cancel() noexcept {
+    m_state->isCancelled = true;
+    m_state->client.Cancel();
+}
