@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr int MostFailures = 20;  // beginnings of words in a line that turn out to be none
+
 bool IsOneOf(std::string_view name, std::initializer_list<std::string_view> names) noexcept {
     return std::any_of(names.begin(), names.end(), [name](std::string_view one) { return EqualNoCase(name, one); });
 }
@@ -65,12 +67,14 @@ bool IsAsciiText(std::string_view text) noexcept {
 }
 
 std::string HeaderLineInUtf8(std::string_view stored) {
-    const std::string line = CMimeHeader::Unfold(stored);
+    const std::string line = CMimeHeader::Unfold(stored.substr(0, LongestHeaderLine));
     std::string_view value = line;
     std::string result;
     bool isBehindWord = false;
+    int failures = 0;
     while (!value.empty()) {
-        const std::size_t start = value.find("=?");
+        // Looking for the end of a word that has none costs the rest of the line.
+        const std::size_t start = failures < MostFailures ? value.find("=?") : std::string_view::npos;
         const std::string_view plain = value.substr(0, start);
         if (!isBehindWord || Trim(plain).size() != 0 || start == std::string_view::npos) result += FromLatin(plain);
         if (start == std::string_view::npos) break;
@@ -78,6 +82,7 @@ std::string HeaderLineInUtf8(std::string_view stored) {
         std::string text;
         const std::size_t taken = TakeWords(value, text);
         isBehindWord = taken != 0;
+        if (!isBehindWord) ++failures;
         result += isBehindWord ? text : "=?";
         value.remove_prefix(isBehindWord ? taken : 2);
     }
@@ -89,7 +94,7 @@ std::string HeaderFieldInUtf8(const CMimeHeader& header, std::string_view name) 
 }
 
 std::vector<CMailbox> MailboxesInUtf8(std::string_view stored) {
-    const std::string line = CMimeHeader::Unfold(stored);
+    const std::string line = CMimeHeader::Unfold(stored.substr(0, LongestHeaderLine));
     std::vector<CMailbox> mailboxes = ParseMailboxes(line);
     // A line that came with bytes above 127 is kept as one word, its addresses in it.
     if (mailboxes.empty()) mailboxes = ParseMailboxes(HeaderLineInUtf8(line));

@@ -15,6 +15,8 @@
 class CMimeHeader;
 class CMimeText;
 
+inline constexpr std::size_t LongestHeaderLine = 65536;  // bytes that are looked at; what is behind is cut off
+
 bool IsAsciiText(std::string_view text) noexcept;
 
 // One line without control characters.  stored: as it stands in the header.  A

@@ -44,6 +44,7 @@ bool PrepareContent(const RuleFields& rule, const CIncomingMessage& original, CM
         invalid = "The message is larger than this list takes.";
     } else {
         message = LoadContent(original, OptionsOf(rule));
+        if (message.GetRoot()) RemoveForeignFields(message.GetRoot()->GetHeader());
         if (HasUsableFormat(message, invalid)) ApplyContentOptions(message, OptionsOf(rule), invalid);
     }
     if (invalid.empty()) return true;
@@ -51,9 +52,21 @@ bool PrepareContent(const RuleFields& rule, const CIncomingMessage& original, CM
     return false;
 }
 
+// A line that came with bytes above 127 is kept as one word, its addresses in it.
+void StoreAddressesApart(CMimeHeader& header, const char* name) {
+    const std::string_view stored = header.FindStored(name);
+    if (stored.empty() || !ParseMailboxes(stored).empty()) return;
+    std::string line;
+    for (const CMailbox& mailbox : MailboxesInUtf8(stored))
+        line.append(line.empty() ? "" : ", ").append(StoredMailbox(mailbox));
+    if (!line.empty()) SetStoredLine(header, name, line);
+}
+
 // A post without an address in its From is from who sent it, or from the list.
 void CompleteFrom(CMimeHeader& header, const CIncomingMessage& original) {
-    if (!MailboxesInUtf8(header.FindStored("From")).empty()) return;
+    for (const char* name : {"From", "Reply-To"})
+        StoreAddressesApart(header, name);
+    if (!ParseMailboxes(header.FindStored("From")).empty()) return;
     RemoveAll(header, "From");
     if (original.sender.address.empty()) return;
     const CMailbox sender{HeaderLineInUtf8(original.sender.displayName), OneLine(original.sender.address)};
@@ -130,7 +143,6 @@ bool MakeForwardMessage(const RuleFields& rule, const CIncomingMessage& original
         SetIncomingFields(original, list);
         const CPostReferences references(list.number);
         CMimeHeader& posted = forwarded.GetRoot()->GetHeader();
-        RemoveForeignFields(posted);
         for (const char* name : {"CC", "Mime-Version", "X-Mailer"})
             RemoveAll(posted, name);
         CompleteFrom(posted, original);
@@ -175,7 +187,6 @@ bool MakeDigestEntry(const RuleFields& rule, const CIncomingMessage& original, c
         CMimeMessage message;
         if (!PrepareContent(rule, original, message, invalid)) return false;
         CMimeHeader& header = message.GetRoot()->GetHeader();
-        RemoveForeignFields(header);
         for (const char* name : {"X-Loop", "X-ZQ-Loop"})
             RemoveAll(header, name);
         CompleteFrom(header, original);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "engine/messagetemplate.h"
@@ -12,52 +13,54 @@
 
 namespace {
 
-constexpr std::size_t MostFurther = 32768;  // bytes of fields that no reader needs
+constexpr std::size_t MostFurther = 200;  // fields that no reader needs
+constexpr std::size_t MostFurtherSize = 32768;
 constexpr std::size_t LongestField = 16384;
 constexpr std::size_t MostLoopMarks = 20;
 
-constexpr std::array<std::string_view, 36> ForeignFields = {"Received",
-                                                            "Return-Path",
-                                                            "Delivered-To",
-                                                            "X-Delivered-To",
-                                                            "Envelope-To",
-                                                            "X-Envelope-To",
-                                                            "X-Envelope-From",
-                                                            "X-Original-To",
-                                                            "X-Received",
-                                                            "Apparently-To",
-                                                            "Errors-To",
-                                                            "Received-SPF",
-                                                            "Authentication-Results",
-                                                            "X-Authentication-Results",
-                                                            "DKIM-Signature",
-                                                            "X-Google-DKIM-Signature",
-                                                            "DomainKey-Signature",
-                                                            "Disposition-Notification-To",
-                                                            "Disposition-Notification-Options",
-                                                            "Return-Receipt-To",
-                                                            "Return-Receipt-Requested",
-                                                            "Generate-Delivery-Report",
-                                                            "X-Confirm-Reading-To",
-                                                            "Read-Receipt-To",
-                                                            "Mail-Followup-To",
-                                                            "Precedence",
-                                                            "BCC",
-                                                            "Approved",
-                                                            "X-Approved",
-                                                            "X-No-Archive",
-                                                            "Status",
-                                                            "X-Status",
-                                                            "X-UIDL",
-                                                            "X-Mozilla-Status",
-                                                            "Lines",
-                                                            "Content-Length"};
+constexpr auto ForeignFields = std::to_array<std::string_view>({"Received",
+                                                                "Return-Path",
+                                                                "Delivered-To",
+                                                                "X-Delivered-To",
+                                                                "Envelope-To",
+                                                                "X-Envelope-To",
+                                                                "X-Envelope-From",
+                                                                "X-Original-To",
+                                                                "X-Received",
+                                                                "Apparently-To",
+                                                                "Errors-To",
+                                                                "Received-SPF",
+                                                                "Authentication-Results",
+                                                                "X-Authentication-Results",
+                                                                "DKIM-Signature",
+                                                                "X-Google-DKIM-Signature",
+                                                                "DomainKey-Signature",
+                                                                "Disposition-Notification-To",
+                                                                "Disposition-Notification-Options",
+                                                                "Return-Receipt-To",
+                                                                "Return-Receipt-Requested",
+                                                                "Generate-Delivery-Report",
+                                                                "X-Confirm-Reading-To",
+                                                                "Read-Receipt-To",
+                                                                "Mail-Followup-To",
+                                                                "Precedence",
+                                                                "BCC",
+                                                                "Approved",
+                                                                "X-Approved",
+                                                                "X-No-Archive",
+                                                                "Status",
+                                                                "X-Status",
+                                                                "X-UIDL",
+                                                                "X-Mozilla-Status",
+                                                                "Lines",
+                                                                "Content-Length"});
 
-constexpr std::array<std::string_view, 5> ForeignStarts = {"ARC-", "List-", "Resent-", "X-Lhv-", "X-Zq-"};
+constexpr auto ForeignStarts = std::to_array<std::string_view>({"ARC-", "List-", "Resent-", "X-Lhv-", "X-Zq-"});
 
-constexpr std::array<std::string_view, 14> NeededFields = {
-    "From",         "To",         "Reply-To",    "CC",         "Sender",     "Subject",        "Date",
-    "MIME-Version", "Message-ID", "In-Reply-To", "References", "X-Priority", "Auto-Submitted", "Content-Type"};
+constexpr auto NeededFields = std::to_array<std::string_view>(
+    {"From", "To", "Reply-To", "CC", "Sender", "Subject", "Date", "MIME-Version", "Message-ID", "In-Reply-To",
+     "References", "X-Priority", "Auto-Submitted", "Content-Type", "Content-Transfer-Encoding", "Content-Disposition",
+     "Content-ID", "Content-Description", "Content-Language"});
 
 bool IsOneOf(std::string_view name, std::span<const std::string_view> names) noexcept {
     return std::any_of(names.begin(), names.end(), [name](std::string_view one) { return EqualNoCase(name, one); });
@@ -71,7 +74,7 @@ bool IsForeign(std::string_view name) noexcept {
 
 // May stand once; what a stranger says twice could be read in two ways.
 bool StandsOnce(std::string_view name) noexcept {
-    return IsOneOf(name, NeededFields) || StartsWithNoCase(name, "Content-");
+    return IsOneOf(name, NeededFields);
 }
 
 bool IsLoopMark(std::string_view name) noexcept {
@@ -120,23 +123,25 @@ void RemoveAll(CMimeHeader& header, const char* name) {
 
 void RemoveForeignFields(CMimeHeader& header) {
     std::vector<std::string> seen;
+    CMimeHeader kept;  // one by one they would be taken out in quadratic time
     std::size_t further = 0;
-    for (std::size_t i = 0; i < header.GetFieldCount();) {
+    std::size_t furtherSize = 0;
+    for (std::size_t i = 0; i < header.GetFieldCount(); ++i) {
         const CMimeField& field = header.GetStoredField(i);
-        bool isRemoved = IsForeign(field.name) && !IsLoopMark(field.name);
-        if (!isRemoved && StandsOnce(field.name)) {
+        bool isKept = !IsForeign(field.name) || IsLoopMark(field.name);
+        if (isKept && StandsOnce(field.name)) {
             const std::string name = LowerAscii(field.name);
-            isRemoved = std::find(seen.begin(), seen.end(), name) != seen.end() || field.value.size() > LongestField;
-            seen.push_back(name);
-        } else if (!isRemoved) {
-            further += field.name.size() + field.value.size();
-            isRemoved = further > MostFurther;
+            isKept = field.value.size() <= LongestField && std::find(seen.begin(), seen.end(), name) == seen.end();
+            if (isKept) seen.push_back(name);
+        } else if (isKept) {
+            furtherSize += field.name.size() + field.value.size();
+            isKept = ++further <= MostFurther && furtherSize <= MostFurtherSize;
         }
-        if (isRemoved)
-            header.RemoveFieldAt(i);
-        else
-            ++i;
+        if (!isKept) continue;
+        kept.AddField(field.name, "-");
+        kept.SetStoredField(kept.GetFieldCount() - 1, field.value);
     }
+    header = std::move(kept);
 }
 
 void AddListFields(CMimeHeader& header, const BroadcastList& list, bool membersPost) {

@@ -15,7 +15,8 @@
 #include "mime/mimeheader.h"
 
 // Trace, authentication, requests for receipts, fields of other lists, control
-// headers, and what is too much: of fields that no reader needs the first 32 KiB stay.
+// headers, and what is too much: of fields that no reader needs the first 200
+// and at most 32 KiB stay.
 void RemoveForeignFields(CMimeHeader& header);
 
 // Precedence, List-Id, List-Post, and List-Help, -Subscribe and -Unsubscribe for

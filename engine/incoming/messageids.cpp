@@ -20,10 +20,9 @@ std::vector<std::string> MessageIds(std::string_view value, std::size_t most) {
     value = value.substr(0, LongestValue);
     for (std::size_t start = value.find('<'); start != std::string_view::npos && ids.size() < most;
          start = value.find('<', start + 1)) {
-        const std::size_t end = value.find('>', start);
-        if (end == std::string_view::npos) break;
-        const std::string_view id = value.substr(start + 1, end - start - 1);
-        if (id.empty() || id.size() > LongestId || !std::all_of(id.begin(), id.end(), IsIdCharacter)) continue;
+        const std::string_view rest = value.substr(start + 1, LongestId + 1);
+        const std::string_view id = rest.substr(0, rest.find('>'));
+        if (id.empty() || id.size() == rest.size() || !std::all_of(id.begin(), id.end(), IsIdCharacter)) continue;
         ids.push_back("<" + std::string(id) + ">");
     }
     return ids;

@@ -102,20 +102,19 @@ std::string RemovalNote(const std::vector<Child>& removed) {
 
 // Takes out what is no text, in the order of the message.
 void Strip(CMimeMultipart& multipart, int depth, std::vector<Child>& removed) {
-    for (std::size_t i = 0; i < multipart.GetPartCount();) {
+    std::vector<Child> kept;
+    for (std::size_t i = 0; i < multipart.GetPartCount(); ++i) {
         const Child part = multipart.GetPart(i);
-        bool isKept = IsText(*part);
         if (IsMultipart(*part) && depth < MaxDepth && !AsMultipart(*part).IsUnsplit()) {
             Strip(static_cast<CMimeMultipart&>(*part), depth + 1, removed);
-            isKept = AsMultipart(*part).GetPartCount() > 0;
-        } else if (!isKept) {
-            removed.push_back(part);
+            if (AsMultipart(*part).GetPartCount() > 0) kept.push_back(part);
+        } else {
+            (IsText(*part) ? kept : removed).push_back(part);
         }
-        if (isKept)
-            ++i;
-        else
-            multipart.RemovePart(i);
     }
+    multipart.RemoveAllParts();  // one by one would be quadratic
+    for (const Child& part : kept)
+        multipart.InsertPart(multipart.GetPartCount(), part);
     if (multipart.IsSealedType()) {  // it is none any more
         multipart.SetContentType("multipart/mixed");
         multipart.SetBoundary(CMimeMultipart::NewBoundary().c_str());

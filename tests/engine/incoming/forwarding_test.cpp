@@ -88,8 +88,10 @@ TEST_F(Forwarding, TheHeaderIsThatOfAListMessage) {
     list.emptySender = true;
     rule.subjectOverride = {true, "About $(Original-Subject)"};
     rule.sign = true;
-    const CMimeMessage other = Message(Copy("From: a@x\nSubject: [Harbour (West)] y [ID:01234567]\n\nx\n"));
+    const CMimeMessage other =
+        Message(Copy("From: \"\xDCnal, B.\" <a@x>\nSubject: [Harbour (West)] y [ID:01234567]\n\nx\n"));
     EXPECT_EQ(other.GetRoot()->GetField(ControlHeader::ReturnPathOverride), "<>");
+    EXPECT_EQ(other.GetRoot()->GetHeader().FindStored("From"), "=?utf-8?Q?=22=C3=9Cnal=2C_B=2E=22?= <a@x>");
     const std::string subject = other.GetRoot()->GetField("Subject");
     EXPECT_TRUE(subject.starts_with("[Harbour (West)] About y [ID:")) << subject;
     EXPECT_NE(subject.find("] [LHV-"), std::string::npos) << subject;
