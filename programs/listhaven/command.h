@@ -53,6 +53,7 @@ void AddDeliveryCommands(CLI::App& app);
 void AddMessageCommands(CLI::App& app);
 void AddSettingsCommands(CLI::App& app);
 void AddRuleTestCommand(CLI::App& app);  // behind what adds the group "rule"
+void AddBounceCommands(CLI::App& app);
 void AddLogCommands(CLI::App& app);
 void AddRepairCommand(CLI::App& app);
 

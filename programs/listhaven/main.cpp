@@ -41,6 +41,7 @@ void AddCommands(CLI::App& app) {
     AddMessageCommands(app);
     AddSettingsCommands(app);
     AddRuleTestCommand(app);
+    AddBounceCommands(app);
     AddLogCommands(app);
     AddRepairCommand(app);
 }
