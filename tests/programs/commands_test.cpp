@@ -157,3 +157,20 @@ TEST(Commands, ExpiredMessagesAreSetAside) {
     EXPECT_TRUE(DeliveredCopies(runner).empty());
     EXPECT_TRUE(Contains(runner.MustRun({"log", "--level", "info"}), "Hello"));
 }
+
+TEST(Commands, RulesAsTheyAreShown) {
+    CProgramRunner runner;
+    for (const char* const name : {"One", "Two"})
+        runner.MustRun({"list", "create", name, "--email", "list@lists.example"});
+    runner.MustRun({"rule", "set", "One", "3", "parseFields", R"([{"target":"Last-Name","pattern":"a\\b"}])"});
+    runner.MustRun({"rule", "set", "One", "9", "footer", "@" + runner.WriteFile("latin", "Subject: x\r\n\r\n\xE9")});
+    const std::string shown = runner.MustRun({"rule", "ls", "One", "--json"});
+    for (int i = 0; i < 10; ++i)
+        runner.MustRun({"rule", "delete", "Two", "1"});
+    EXPECT_TRUE(runner.MustRun({"rule", "add", "Two", "--json", runner.WriteFile("rules", shown)}).ends_with("\n10\n"));
+    std::string again = runner.MustRun({"rule", "ls", "Two", "--json"});
+    for (int id = 10; id > 0; --id)
+        again.replace(again.find("\"id\":" + std::to_string(id + 10)), 7, "\"id\":" + std::to_string(id));
+    EXPECT_EQ(again, shown);
+    EXPECT_EQ(runner.Run({"rule", "set", "Two", "3", "subjectRegex", "maybe"}).status, 1);
+}

@@ -67,16 +67,6 @@ TEST(RuleBuilder, StandardSets) {
     EXPECT_EQ(broadcast.toOverride.text, broadcast.replyToOverride.text);
     EXPECT_EQ(builder.GetRules()[1].Get().replyMessage.GetRoot()->GetField(ControlHeader::ShouldSign), "YES");
     EXPECT_EQ(builder.GetRules()[1].Get().replyMessage.GetRoot()->GetField("Subject"), Confirmation);
-    EXPECT_EQ(builder.GetUsage(),
-              "To subscribe, send a message to $(Command-Email) containing \"SUBSCRIBE\" in subject and reply to the "
-              "confirmation message.\n"
-              "To unsubscribe, send a message to $(Command-Email) containing \"UNSUBSCRIBE\" in subject.\n"
-              "To turn on digest mode, send a message to $(Command-Email) containing \"DIGEST ON\" in subject.\n"
-              "To turn digest mode off, send a message to $(Command-Email) containing \"DIGEST OFF\" in subject.\n"
-              "To get help, send a message to $(Command-Email) containing \"HELP\" in subject.\n"
-              "To send a message to all subscribers, send it to $(List-Email) (NOTE: you must be a subscriber to be "
-              "able to that).\n");
-
     BuildStandardRules(builder, ListKind::Announcement, false, false);
     EXPECT_EQ(DescribeAll(builder.GetRules()),
               bounces + subscription + CommandRule("Help", "HELP", "") +

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <utility>
 
 #include "engine/catalogue.h"
 #include "engine/repair.h"
@@ -92,9 +93,13 @@ TEST_F(RuleStore, KeepsEveryField) {
 }
 
 TEST_F(RuleStore, OrderAndIdentifiers) {
-    for (const char* const name : {"a", "b", "c", "d"})
+    std::string stamp = m_store.GetStamp();
+    for (const char* const name : {"a", "b", "c", "d"}) {
         Add(name);
+        EXPECT_NE(std::exchange(stamp, m_store.GetStamp()), stamp);
+    }
     m_store.Move(1, 2);
+    EXPECT_NE(m_store.GetStamp(), stamp);
     EXPECT_EQ(Names(), "b c a d ");
     m_store.Move(4, 0);
     m_store.Move(2, 99);
@@ -242,26 +247,10 @@ TEST_F(RuleStore, Repair) {
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 2) << said;
     CCatalogue catalogue;
     const std::int32_t index = catalogue.Create();
-    EXPECT_EQ(catalogue.GetListNumber(index), 1U);
-    for (const char* const name : {"1.RUL.3.suw", "1.RUL.3.rte.next", "1.ACL"})
-        Put(PathOf(name), "x");
+    Put(PathOf("1.RUL.3.rte.next"), "x");
     EXPECT_EQ(catalogue.Delete(index).size(), 0U);
-    EXPECT_EQ(std::filesystem::exists(PathOf("1.RUL.3.suw")) + std::filesystem::exists(PathOf("1.RUL.3.rte.next")), 0);
+    EXPECT_FALSE(std::filesystem::exists(PathOf("1.RUL.3.rte.next")));
     EXPECT_EQ(Names(), "a b ");
-}
-
-TEST_F(RuleStore, StampShowsChanges) {
-    const std::string none = m_store.GetStamp();
-    EXPECT_EQ(m_store.GetStamp(), none);
-    const std::uint32_t id = Add("a");
-    const std::string first = m_store.GetStamp();
-    EXPECT_NE(first, none);
-    CMessageRule rule = m_store.Load().at(0);
-    rule.Edit().toAddresses = {"b@b.example"};
-    m_store.Save(rule);
-    EXPECT_NE(m_store.GetStamp(), first);
-    m_store.Move(id, 0);
-    EXPECT_NE(m_store.GetStamp(), first);
 }
 
 TEST(CheckRule, SaysWhatIsMissing) {
@@ -276,7 +265,6 @@ TEST(CheckRule, SaysWhatIsMissing) {
          "There is already a rule with this name. Please enter a different name."},
         {[](RuleFields& rule) { rule.name = "a\nb"; }, "name must be one line"},
         {[](RuleFields& rule) { rule.toAddresses = {"a\r\nBcc: b"}; }, "toAddresses holds an entry of several"},
-        {[](RuleFields& rule) { rule.bodyWords = {" "}; }, "bodyWords holds an empty"},
         {[](RuleFields& rule) { rule.bodyWords = {"("}; }, ""},
         {[](RuleFields& rule) { rule.bodyWords = {"("}, rule.bodyOptions.regex = true; }, "\"(\" is no regular"},
         {[](RuleFields& rule) {
@@ -294,7 +282,6 @@ TEST(CheckRule, SaysWhatIsMissing) {
          },
          ""},
         {[](RuleFields& rule) { rule.checkTo = true, rule.enabled = false; }, ""},
-        {[](RuleFields& rule) { rule.checkSubject = true; }, "The subject condition"},
         {[](RuleFields& rule) { rule.reply = true; }, "The rule replies"},
         {[](RuleFields& rule) { rule.forward = true; }, "The rule forwards"},
         {[](RuleFields& rule) { rule.senderOverride.on = true; }, "The rule overrides the Sender line"},
