@@ -93,11 +93,15 @@ std::string HeaderFieldInUtf8(const CMimeHeader& header, std::string_view name) 
     return HeaderLineInUtf8(header.FindStored(name));
 }
 
+bool IsOneWord(std::string_view stored) {
+    CHeaderWord word;
+    const std::string_view line = Trim(stored);
+    return ReadHeaderWord(line, word) && word.size == line.size();
+}
+
 std::vector<CMailbox> MailboxesInUtf8(std::string_view stored) {
     const std::string line = CMimeHeader::Unfold(stored.substr(0, LongestHeaderLine));
-    std::vector<CMailbox> mailboxes = ParseMailboxes(line);
-    // A line that came with bytes above 127 is kept as one word, its addresses in it.
-    if (mailboxes.empty()) mailboxes = ParseMailboxes(HeaderLineInUtf8(line));
+    std::vector<CMailbox> mailboxes = ParseMailboxes(IsOneWord(line) ? HeaderLineInUtf8(line) : line);
     for (CMailbox& mailbox : mailboxes) {
         mailbox.displayName = HeaderLineInUtf8(mailbox.displayName);
         mailbox.address = WithoutControls(FromLatin(mailbox.address));

@@ -24,6 +24,10 @@ bool IsAsciiText(std::string_view text) noexcept;
 std::string HeaderLineInUtf8(std::string_view stored);
 std::string HeaderFieldInUtf8(const CMimeHeader& header, std::string_view name);  // the first; "" when absent
 
+// The whole line is one encoded word: so a line is stored that came with bytes
+// above 127, the addresses of an address line in it.
+bool IsOneWord(std::string_view stored);
+
 // Parsed as stored, names decoded afterwards: no word hides a separator.
 std::vector<CMailbox> MailboxesInUtf8(std::string_view stored);
 

@@ -52,10 +52,9 @@ bool PrepareContent(const RuleFields& rule, const CIncomingMessage& original, CM
     return false;
 }
 
-// A line that came with bytes above 127 is kept as one word, its addresses in it.
 void StoreAddressesApart(CMimeHeader& header, const char* name) {
     const std::string_view stored = header.FindStored(name);
-    if (stored.empty() || !ParseMailboxes(stored).empty()) return;
+    if (!IsOneWord(stored)) return;
     std::string line;
     for (const CMailbox& mailbox : MailboxesInUtf8(stored))
         line.append(line.empty() ? "" : ", ").append(StoredMailbox(mailbox));
