@@ -153,7 +153,7 @@ std::uint32_t CCatalogue::CState::NextNumber() {
     std::uint32_t number = table.FindMaxCounter(Number(ListColumn::Number)) + 1;
     const auto isTaken = [&](const std::string& text) {
         return Platform::FileIsThere(folder + text + ".MBR") || Platform::FileIsThere(folder + text + ".CFD") ||
-               Platform::FileIsThere(folder + text + ".RUL") ||
+               Platform::FileIsThere(folder + text + ".RUL") || Platform::FileIsThere(folder + text + ".ACL") ||
                Platform::FolderIsThere(JoinPath(folder + "SendDaemon", text));
     };
     while (isTaken(std::to_string(number)))
