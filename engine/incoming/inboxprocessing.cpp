@@ -10,6 +10,7 @@
 #include "engine/incoming/originalfields.h"
 #include "engine/rules/addressmatch.h"
 #include "platform/filestatus.h"
+#include "platform/systemerror.h"
 #include "utility/lasterror.h"
 #include "utility/lhvexception.h"
 #include "utility/paths.h"
@@ -110,16 +111,21 @@ bool CInboxProcessing::ProcessGroup(std::span<const std::string> paths, std::siz
     return true;
 }
 
+// Ends at the first one that fails: what came later must not overtake it.  Most
+// often the system is to blame; a message that a transaction cannot take for
+// another reason must not stand in the way for ever.
 bool CInboxProcessing::ProcessSingly(std::span<const std::string> paths, CCycleTotals& totals) {
     for (const std::string& path : paths) {
         std::size_t count = 0;
         if (!Platform::FileIsThere(path) || ProcessGroup({&path, 1}, count, totals)) continue;
+        const bool isDiskFull = Platform::IsNoSpace(Platform::LastSystemError());
         const std::string reason = DescribeLastError();
         if (!m_state.Recover()) return false;
         if (!Platform::FileIsThere(path)) continue;  // it was done after all
         CCycleTransaction transaction(m_state);
-        CountAttempt(path, LastPathComponent(path), reason, transaction, totals);
-        if (!transaction.Commit()) return false;
+        if (!isDiskFull) CountAttempt(path, LastPathComponent(path), reason, transaction, totals);
+        if (transaction.IsEmpty() || transaction.Commit()) SetLastErrorText(reason);
+        return false;
     }
     return true;
 }

@@ -3,7 +3,7 @@
 //
 // A message that cannot be processed stays where it is, with a line in the log;
 // after three attempts it goes to .Failed.  A transaction that fails is given
-// up, and its messages are tried one by one.
+// up, and its messages are tried one by one up to the one that fails.
 //
 // Errors   false or CLhvException: nothing more can be processed now (damaged
 //          rules, a full disk), and what was not done waits in the inbox.

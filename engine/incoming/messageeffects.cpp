@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "engine/incoming/mailfetch.h"
 
 namespace {
 
@@ -12,12 +13,6 @@ void AddMembers(CCycleTransaction& transaction, const CListView& view) {
         else
             transaction.RemoveMember(address);
     }
-}
-
-void MarkForRemoval(CCycleTransaction& transaction, const std::string& serverId) {
-    std::string value;
-    if (!serverId.empty() && transaction.GetMark(MarkKind::ServerMessage, serverId, value))
-        transaction.SetMark(MarkKind::ServerMessage, serverId, "delete");
 }
 
 }  // namespace
@@ -42,7 +37,7 @@ bool CMessageEffects::AddTo(CCycleTransaction& transaction, const CListView& vie
             transaction.SetMark(MarkKind::Answer, CListView::AnswerKey(answer.ruleId, answer.address),
                                 std::to_string(view.GetTime()));
     }
-    if (removeFromServer) MarkForRemoval(transaction, serverId);
+    if (removeFromServer) MarkForRemoval(transaction, serverId);  // if the server still has it
     transaction.RemoveMessage(path);
     return true;
 }

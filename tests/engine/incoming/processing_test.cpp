@@ -1,0 +1,229 @@
+// Whole processing on real folders: what lies in the inbox, and what becomes of it.
+
+#include <filesystem>
+
+#include "engine/incoming/bouncerecords.h"
+#include "engine/incoming/digests.h"
+#include "engine/incoming/moderation.h"
+#include "engine/rules/accesslist.h"
+#include "engine/rules/rulestore.h"
+#include "platform/faultplan.h"
+#include "senddaemon/deliverylog.h"
+#include "tests/engine/incoming/processingfixture.h"
+
+namespace {
+
+constexpr std::int64_t Day = 86400;
+
+std::string BounceOf(const std::string& address, const std::string& status) {
+    return "Return-Path: <>\nFrom: Mail Delivery System <mailer-daemon@mx.example>\nTo: club@harbour.example\n"
+           "Subject: Undelivered Mail\nMIME-Version: 1.0\nContent-Type: multipart/report; "
+           "report-type=delivery-status; boundary=b\n\n--b\n\nIt failed.\n--b\nContent-Type: "
+           "message/delivery-status\n\nReporting-MTA: dns; mx.example\n\nFinal-Recipient: rfc822; " +
+           address + "\nAction: failed\nStatus: " + status + "\n\n--b--\n";
+}
+
+TEST_F(ProcessingTest, OnlyThePersonWhoWasAskedConfirms) {
+    MakeClub(ListKind::Discussion);
+    const struct {
+        const char* what;
+        const char* from;
+        std::int64_t later;
+        bool isForged;
+        const char* headers;
+        bool isAdded;
+    } rows[] = {
+        {"another person", "eve@x.example", 10, false, "", false},
+        {"a changed token", "rita@x.example", 10, true, "", false},
+        {"a vacation program", "rita@x.example", 10, false, "Auto-Submitted: auto-replied\n", false},
+        {"a mass mailing", "rita@x.example", 10, false, "Precedence: bulk\n", false},
+        {"a late answer", "rita@x.example", 15 * Day, false, "", false},
+        {"an answer in time", "Rita@X.example", 13 * Day, false, "", true},
+    };
+    Receive("rita@x.example", CommandAddress, "subscribe");
+    EXPECT_EQ(Process(), "0 fetched, 1 processed, 1 answered");
+    const std::vector<std::string> asked = TakeQueue();
+    ASSERT_EQ(asked.size(), 1U);
+    EXPECT_EQ(FieldOf(asked[0], "Auto-Submitted"), "auto-replied");
+    const std::string subject = FieldOf(asked[0], "Subject");
+    const std::size_t token = subject.find("[LHV-");
+    ASSERT_NE(token, std::string::npos) << subject;
+    const std::int64_t start = m_now;
+    for (const auto& row : rows) {
+        m_now = start + row.later;
+        std::string answer = "Re: " + subject;
+        char& changed = answer[token + 4 + 7];
+        if (row.isForged) changed = changed == 'A' ? 'B' : 'A';
+        Receive(row.from, CommandAddress, answer, row.headers);
+        Process();
+        CMember member;
+        EXPECT_EQ(FindMember(row.from, member), row.isAdded) << row.what;
+        EXPECT_EQ(member.GetProperty("Subscribed"), row.isAdded ? std::to_string(m_now) : "") << row.what;
+        EXPECT_EQ(member.lastName, row.isAdded ? "Roe" : "") << row.what;
+    }
+}
+
+TEST_F(ProcessingTest, WhatBecomesOfMessages) {
+    const struct {
+        ListKind kind;
+        const char* from;
+        const char* to;
+        const char* subject;
+        const char* headers;
+        const char* expected;  // behind "0 fetched, 1 processed"
+    } rows[] = {
+        {ListKind::Discussion, "ann@x.example", ListAddress, "Hi", "", ", 1 posted, 1 for the digest"},
+        {ListKind::Discussion, "ann@x.example", ListAddress, "Away", "Auto-Submitted: auto-replied\n", ""},
+        {ListKind::Discussion, "ann@x.example", ListAddress, "Hi", "X-Loop: club@harbour.example\n", ", 1 loops"},
+        {ListKind::Discussion, "eve@x.example", ListAddress, "Hi", "", ", 1 answered"},
+        {ListKind::Discussion, "eve@x.example", ListAddress, "Again on the same day", "", ""},
+        {ListKind::Discussion, "denied@x.example", ListAddress, "Hi", "", ""},
+        {ListKind::Discussion, "denied@x.example", CommandAddress, "subscribe", "", ""},
+        {ListKind::Discussion, "eve@x.example", ListAddress, "The day after", "", ", 1 answered"},
+        {ListKind::Discussion, "ann@x.example", CommandAddress, "DIGEST ON", "", ", 1 answered"},
+        {ListKind::Discussion, "ann@x.example", CommandAddress, "help", "", ", 1 answered"},
+        {ListKind::Discussion, "ann@x.example", CommandAddress, "unsubscribe", "", ", 1 answered, 1 members removed"},
+        {ListKind::Announcement, "boss@harbour.example", ListAddress, "News", "", ", 1 posted, 1 for the digest"},
+        {ListKind::Announcement, "ann@x.example", ListAddress, "Me too", "", ""},
+        {ListKind::Autoresponder, "eve@x.example", ListAddress, "Anything", "", ", 1 answered"},
+        {ListKind::Autoresponder, "mailer-daemon@x.example", ListAddress, "Anything", "", ""},
+    };
+    std::optional<ListKind> kind;
+    for (const auto& row : rows) {
+        if (kind != row.kind) {
+            MakeClub(row.kind, {"ann@x.example", "bob@x.example", "denied@x.example"});
+            CAccessList(m_list).Add({Access::Denied, "denied@x.example"});
+            kind = row.kind;
+        }
+        m_now += Day / 3;
+        Receive(row.from, row.to, row.subject, row.headers);
+        EXPECT_EQ(Process(), std::string("0 fetched, 1 processed") + row.expected) << row.subject << " " << row.from;
+    }
+    const std::vector<BroadcastInfo> jobs = Jobs();
+    ASSERT_EQ(jobs.size(), 2U);
+    EXPECT_TRUE(jobs[0].modes.regular && jobs[0].modes.both && !jobs[0].modes.digest);
+}
+
+// What is held goes through the rules once more when it is accepted, and no
+// header makes a message an accepted one.
+TEST_F(ProcessingTest, TheModeratorDecides) {
+    MakeClub(ListKind::Discussion, {"ann@x.example"});
+    GetCatalogue().SetFlag(GetCatalogue().FindByNumber(m_list), ListColumn::Moderated, true);
+    Receive("ann@x.example", ListAddress, "Hi", "X-Lhv-Inbox: " + InboxHeaderOf(m_list) + "\n");
+    EXPECT_EQ(Process(), "0 fetched, 1 processed, 1 held");
+    const std::vector<CPendingMessage> pending = ListPending(m_list);
+    ASSERT_EQ(pending.size(), 1U);
+    ASSERT_TRUE(AcceptPending(m_list, pending[0].id, "")) << GetLastErrorText();
+    EXPECT_EQ(Process(), "0 fetched, 1 processed, 1 posted, 1 for the digest");
+    EXPECT_TRUE(ListPending(m_list).empty());
+}
+
+TEST_F(ProcessingTest, BouncesRemoveCountAndCanBeUndone) {
+    MakeClub(ListKind::Discussion, {"hard@x.example", "soft@x.example"});
+    PutIntoInbox(BounceOf("Hard@x.example", "5.1.1"));
+    PutIntoInbox(BounceOf("stranger@x.example", "5.1.1"));
+    EXPECT_EQ(Process(), "0 fetched, 2 processed, 1 members removed, 2 bounces");
+    EXPECT_FALSE(IsMember("hard@x.example"));
+    CMember member;
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_TRUE(FindMember("soft@x.example", member));
+        EXPECT_FALSE(member.IsInactive()) << i;
+        PutIntoInbox(BounceOf("soft@x.example", "4.2.2"));
+        EXPECT_EQ(Process(), "0 fetched, 1 processed, 1 bounces");
+    }
+    EXPECT_TRUE(FindMember("soft@x.example", member) && member.IsInactive());
+    EXPECT_EQ(ListBounces(m_list).size(), 7U);
+    EXPECT_TRUE(UndoBounce(m_list, "hard@x.example") && UndoBounce(m_list, "soft@x.example")) << GetLastErrorText();
+    EXPECT_TRUE(IsMember("hard@x.example"));
+    EXPECT_TRUE(FindMember("soft@x.example", member) && !member.IsInactive());
+}
+
+TEST_F(ProcessingTest, WhatServersRefusedIsABounceOnce) {
+    MakeClub(ListKind::Discussion, {"gone@x.example", "full@x.example"});
+    SendDaemon::CDeliveryLog ledger;
+    ledger.SetUp(GetAccountRoot(m_list), 0, 0);
+    ASSERT_TRUE(EnsureFolder(GetAccountRoot(m_list)));
+    const auto add = [&](const char* recipient, int code, const char* enhanced) {
+        const SendDaemon::CDeliveryLine line{.time = m_now,
+                                             .status = SendDaemon::DeliveryStatus::Failed,
+                                             .recipient = recipient,
+                                             .host = "mx.example",
+                                             .code = code,
+                                             .enhanced = enhanced};
+        EXPECT_TRUE(ledger.Append({&line, 1}, SendDaemon::CDeliveryLog::Flush::No));
+    };
+    add("gone@x.example", 550, "5.1.1");
+    add("full@x.example", 452, "4.2.2");
+    add("stranger@x.example", 550, "5.1.1");
+    for (const char* expected : {"0 fetched, 1 processed, 1 members removed, 1 bounces", "0 fetched"}) {
+        CCycleTotals totals;
+        ASSERT_EQ(RunMailCycle(m_list, {}, totals), CycleResult::Done) << GetLastErrorText();
+        EXPECT_EQ(DescribeTotals(totals), expected);
+    }
+    EXPECT_TRUE(UndoBounce(m_list, "gone@x.example")) << GetLastErrorText();
+}
+
+TEST_F(ProcessingTest, WhatCannotBeProcessedIsKept) {
+    MakeClub(ListKind::Discussion, {"ann@x.example"});
+    const std::string rules = GetCatalogue().GetListFile(m_list, "RUL");
+    std::string whole;
+    ASSERT_TRUE(ReadWholeFile(rules, whole));
+    Receive("ann@x.example", ListAddress, "Hi");
+    ASSERT_TRUE(WriteFileAtomically(rules, ""));
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(Process().substr(0, 6), "failed");
+    ASSERT_TRUE(WriteFileAtomically(rules, whole));
+    // The message is to blame for nothing, and its attempts were not counted.
+    GetCatalogue().SetText(GetCatalogue().FindByNumber(m_list), ListColumn::ListAddresses, "");
+    CRuleStore store(m_list);
+    store.DeleteAll();
+    CMessageRule rule;
+    rule.Edit().name = "Nobody can send this";
+    rule.Edit().reply = rule.Edit().replyMessage.LoadText(CMimeSource("Subject: Hi\n\nHi\n"));
+    store.Append(rule);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(QueuedFiles(GetInboxFolder(m_list)).size(), 1U) << i;
+        EXPECT_EQ(Process(), "0 fetched, 1 failed") << i;
+    }
+    EXPECT_EQ(QueuedFiles(GetFailedFolder(m_list)).size(), 1U);
+    EXPECT_EQ(Process(), "0 fetched");
+}
+
+// Everything fails from the n-th operation on, as when the program is killed
+// there; the next run does the rest.
+TEST_F(ProcessingTest, ACrashLosesAndDoublesNothing) {
+    MakeClub(ListKind::Discussion);
+    unsigned n = 0;
+    for (bool wasHit = true; wasHit;) {
+        const std::string id = std::to_string(++n) + "@x.example";
+        CMemberStore store;
+        store.Open(m_list);
+        store.Add(MakeMember("ann" + id));
+        store.Add(MakeMember("hard" + id));
+        Receive("new" + id, CommandAddress, "subscribe");
+        Receive("eve" + id, ListAddress, "Hi");
+        Receive("ann" + id, ListAddress, "Hi");
+        PutIntoInbox(BounceOf("hard" + id, "5.1.1"));
+        Receive("ann" + id, CommandAddress, "unsubscribe");
+        {
+            const Platform::CFaultPlan plan(Platform::Operation::Any, n, Platform::CFaultPlan::After::Stays);
+            Process();
+            wasHit = plan.WasHit();
+        }
+        Process();
+        ASSERT_TRUE(QueuedFiles(GetInboxFolder(m_list)).empty()) << n;
+        ASSERT_TRUE(QueuedFiles(GetFailedFolder(m_list)).empty()) << n;
+        ASSERT_EQ(TakeQueue().size(), 3U) << n;
+        ASSERT_EQ(Jobs().size(), 1U) << n;
+        ASSERT_EQ(Jobs()[0].total, 2U) << n;
+        ASSERT_EQ(QueuedFiles(GetDigestEntryFolder(m_list)).size(), 1U) << n;
+        ASSERT_EQ(ListBounces(m_list).size(), 1U) << n;
+        ASSERT_EQ(store.Count(), 0) << n;
+        for (const std::string& folder :
+             {GetBroadcastsFolder(), GetBouncesFolder(m_list), GetDigestEntryFolder(m_list)})
+            std::filesystem::remove_all(folder);
+    }
+    EXPECT_GT(n, 100U);
+}
+
+}  // namespace
