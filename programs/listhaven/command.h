@@ -51,6 +51,8 @@ void AddLimitCommands(CLI::App& app);
 void AddQueueCommands(CLI::App& app);
 void AddDeliveryCommands(CLI::App& app);
 void AddMessageCommands(CLI::App& app);
+void AddModerationCommands(CLI::App& app);
+void AddDigestCommands(CLI::App& app);
 void AddSettingsCommands(CLI::App& app);
 void AddRuleTestCommand(CLI::App& app);  // behind what adds the group "rule"
 void AddBounceCommands(CLI::App& app);

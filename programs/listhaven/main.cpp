@@ -39,6 +39,8 @@ void AddCommands(CLI::App& app) {
     AddQueueCommands(app);
     AddDeliveryCommands(app);
     AddMessageCommands(app);
+    AddModerationCommands(app);
+    AddDigestCommands(app);
     AddSettingsCommands(app);
     AddRuleTestCommand(app);
     AddBounceCommands(app);
