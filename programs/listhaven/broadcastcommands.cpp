@@ -6,6 +6,7 @@
 
 #include "engine/broadcastjob.h"
 #include "engine/catalogue.h"
+#include "platform/clock.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
 #include "programs/listhaven/jsonoutput.h"
@@ -52,16 +53,44 @@ void PrintResult(const BroadcastInfo& info, bool json) {
             static_cast<unsigned long long>(info.counts.skipped), static_cast<unsigned long long>(info.counts.blocked));
 }
 
+// A new broadcast: the server may begin it first, or leave off to do other work.
+bool RunNewJob(CBroadcastJobs& jobs, const std::string& id, const BroadcastStop& stop,
+               const BroadcastProgress& progress, BroadcastInfo& info) {
+    constexpr std::uint32_t Pause = 100;  // milliseconds
+    while (jobs.Get(id, info)) {
+        if (info.state == BroadcastState::Done || info.state == BroadcastState::Cancelled) return true;
+        if (info.state == BroadcastState::Interrupted) {
+            if (jobs.Run(id, stop, progress, info)) return true;
+            const std::string reason = GetLastErrorText();
+            if (!jobs.Get(id, info) || info.state == BroadcastState::Interrupted) {
+                SetLastErrorText(reason);
+                return false;
+            }
+        }
+        if (stop()) {
+            SetLastErrorText("The server goes on with it.");
+            return false;
+        }
+        progress(info.position, info.total);
+        Platform::SleepMilliseconds(Pause);
+    }
+    return false;
+}
+
+enum class Job { New, Resumed };
+
 // Ctrl-C stops between two members; the broadcast can then be resumed.
-void RunJob(CBroadcastJobs& jobs, const std::string& id, bool json) {
+void RunJob(CBroadcastJobs& jobs, const std::string& id, Job job, bool json) {
     Platform::CatchStopSignals();
     BroadcastInfo info;
     bool succeeded;
     {
         CProgressBar bar("Generating");
-        succeeded = jobs.Run(
-            id, [] { return Platform::StopSignalled(); },
-            [&](std::uint64_t position, std::uint64_t total) { bar.Show(position, total); }, info);
+        const BroadcastStop stop = [] { return Platform::StopSignalled(); };
+        const BroadcastProgress progress = [&](std::uint64_t position, std::uint64_t total) {
+            bar.Show(position, total);
+        };
+        succeeded = job == Job::New ? RunNewJob(jobs, id, stop, progress, info) : jobs.Run(id, stop, progress, info);
     }
     if (!succeeded) {
         const bool isInterrupted = !info.id.empty() && info.state == BroadcastState::Interrupted;
@@ -82,13 +111,13 @@ void Start(const CArguments& arguments) {
     CBroadcastJobs jobs;
     std::string id;
     if (!jobs.Create(arguments.message, numbers, modes, id)) FailWithLastError(arguments.message);
-    RunJob(jobs, id, arguments.json);
+    RunJob(jobs, id, Job::New, arguments.json);
 }
 
 void Resume(const CArguments& arguments) {
     OpenDataFolder();
     CBroadcastJobs jobs;
-    if (!arguments.id.empty()) return RunJob(jobs, arguments.id, arguments.json);
+    if (!arguments.id.empty()) return RunJob(jobs, arguments.id, Job::Resumed, arguments.json);
     Platform::CatchStopSignals();
     std::vector<BroadcastInfo> ran;
     bool succeeded;

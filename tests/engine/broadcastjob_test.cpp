@@ -163,6 +163,15 @@ TEST_F(BroadcastJob, StoppedIsResumedAndCancelledStays) {
     ASSERT_TRUE(m_jobs.Get(third, info));
     EXPECT_EQ(info.state, BroadcastState::Cancelled);
     EXPECT_EQ(info.subject, "\"Hello\" $(To-Email)");
+
+    const std::string fourth = Create({list});
+    std::size_t pruned = 0;
+    const std::int64_t now = Platform::SecondsSince1970();
+    EXPECT_TRUE(m_jobs.PruneDone(now - 60, pruned));
+    EXPECT_EQ(pruned, 0u);
+    EXPECT_TRUE(m_jobs.PruneDone(now + 60, pruned));
+    EXPECT_EQ(pruned, 3u);
+    EXPECT_TRUE(m_jobs.Get(fourth, info)) << "it has not ended";
 }
 
 TEST_F(BroadcastJob, EachAddressOfSeveralListsGetsOneCopyUnlessItMayNot) {
