@@ -27,6 +27,8 @@ std::int32_t CreateList(const NewList& list) {
     const std::int32_t index = catalogue.Create(list);
     try {
         ResetRules(index);
+        // The standard rules collect posts for the digest: it has to go out by itself.
+        if (list.kind != ListKind::Autoresponder) catalogue.SetFlag(index, ListColumn::DigestByTime, true);
         ConfigureAccount(catalogue.GetListNumber(index));
     } catch (...) {
         RemoveList(index);

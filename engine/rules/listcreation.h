@@ -14,7 +14,8 @@
 
 #include "engine/catalogue.h"
 
-// The index in the catalogue.  What fails for now is tried again for new lists.
+// The index in the catalogue.  New lists send their digest by time, and try
+// again what fails for now.
 std::int32_t CreateList(const NewList& list);
 
 // Puts the standard rules of the list's kind in place of all that it has, in one
