@@ -12,15 +12,11 @@
 #include "engine/rules/rulestore.h"
 #include "engine/signature.h"
 #include "tests/engine/messagefixture.h"
+#include "utility/text.h"
 
 namespace {
 
 constexpr std::int64_t Now = 1800000000;
-constexpr const char* Dsn =
-    "Content-Type: multipart/report; report-type=delivery-status; boundary=b\n\n--b\n\nFailed.\n--b\n"
-    "Content-Type: message/delivery-status\n\nReporting-MTA: dns; mx.example\n\nFinal-Recipient: rfc822; "
-    "dora@x.example\nAction: failed\nStatus: 5.1.1\n--b--\n";
-
 class MessagePlanTest : public MessageTest {
 protected:
     void Make(ListKind kind, bool isModerated = false) {
@@ -34,6 +30,7 @@ protected:
         CMemberStore store;
         store.Open(m_list);
         store.Add(MakeMember("anna@x.example", "Anna"));
+        store.Add(MakeMember("bjorn@example.net"));
         store.Add(MakeMember("dora@x.example", "Dora", DeliveryMode::Digest));
         CAccessList access(m_list);
         access.Add({Access::Denied, "*@evil.example"});
@@ -51,25 +48,21 @@ protected:
         return PlanMessage(m_rules, message, loops, view);
     }
 
-    // "Subscribe [Step2]: add new@y.example, reply new@y.example"
     std::string Actions(const CMessagePlan& plan) const {
         constexpr const char* Names[] = {"reply", "add",  "remove", "mode", "update",
                                          "post",  "send", "digest", "hold", "redirect"};
-        std::string text;
-        for (const CAction& action : plan.actions) {
-            text += text.empty() ? "" : ", ";
-            text += Names[static_cast<std::size_t>(action.kind)];
-            if (!action.address.empty()) text += " " + action.address;
-        }
-        if (plan.isLoop) text += " loop";
-        return text;
+        std::vector<std::string> texts;
+        for (const CAction& action : plan.actions)
+            texts.push_back(std::string(Trim(Names[static_cast<std::size_t>(action.kind)] + (" " + action.address))));
+        if (plan.isLoop) texts.emplace_back("loop");
+        return Join(texts, ", ");
     }
-    std::string Token(const std::string& sender, std::int64_t when = Now - 60) const {
+    std::string Token(const std::string& sender) const {
         CSigner signer;
         EXPECT_TRUE(signer.Load(GetDataFolder()));
         BroadcastList list;
         ReadBroadcastList(m_list, list);
-        return signer.Sign("Re: Please confirm your subscription to " + list.name, list.guid, sender, when);
+        return signer.Sign("Re: Please confirm your subscription to " + list.name, list.guid, sender, Now - 60);
     }
 
     std::uint32_t m_list = 0;
@@ -82,6 +75,8 @@ TEST_F(MessagePlanTest, StandardRules) {
                          const std::string& more = "") {
         return "From: " + from + "\nTo: " + to + "\nSubject: " + subject + "\n" + more + "\nText\n";
     };
+    std::string bounce;
+    ASSERT_TRUE(ReadWholeFile(LISTHAVEN_SOURCE_DIR "/examples/mail/bounce.eml", bounce));
     const struct {
         std::string text;
         const char* discussion;
@@ -89,35 +84,28 @@ TEST_F(MessagePlanTest, StandardRules) {
     } rows[] = {
         {mail("new@y.example", "ask@h.example", "subscribe"), "reply new@y.example", "reply new@y.example"},
         {mail("a@evil.example", "ask@h.example", "subscribe"), "", ""},
-        {mail("new@y.example", "ask@h.example", "@new@y.example"), "add new@y.example, reply new@y.example",
+        {mail("new@y.example", "ask@h.example", "TOKEN"), "add new@y.example, reply new@y.example",
          "add new@y.example, reply new@y.example"},
-        {mail("a@evil.example", "ask@h.example", "@a@evil.example"), "", ""},
-        {mail("thief@y.example", "ask@h.example", "@new@y.example"), "", ""},  // another's token
+        {mail("thief@y.example", "ask@h.example", "TOKEN"), "", ""},  // another's token
         {mail("anna@x.example", "ask@h.example", "Unsubscribe"), "remove anna@x.example, reply anna@x.example",
          "remove anna@x.example, reply anna@x.example"},
         {mail("anna@x.example", "ask@h.example", "digest on"), "mode anna@x.example, reply anna@x.example",
          "reply anna@x.example"},
         {mail("new@y.example", "ask@h.example", "digest on"), "", "reply new@y.example"},
-        {mail("dora@x.example", "news@h.example", "Hi"), "post dora@x.example, digest dora@x.example", ""},
         {mail("guest@y.example", "news@h.example", "Hi"), "post guest@y.example, digest guest@y.example", ""},
         {mail("new@y.example", "news@h.example", "Hi"), "reply new@y.example", ""},
         {mail("boss@h.example", "news@h.example", "Hi", "Precedence: bulk\n"), "", "post, digest"},
         {mail("anna@x.example", "news@h.example", "Away", "Auto-Submitted: auto-replied\n"), "", ""},
         {mail("anna@x.example", "ask@h.example", "subscribe", "Return-Path: <>\n"), "", ""},
-        {mail("news@h.example", "ask@h.example", "help"), " loop", " loop"},
-        {mail("anna@x.example", "news@h.example", "Hi", "X-Loop: other@z.example\n"), " loop", " loop"},
-        {"From: MAILER-DAEMON@z.example\nTo: news@h.example\nSubject: subscribe\n" + std::string(Dsn),
-         "remove dora@x.example", "remove dora@x.example"},
+        {mail("news@h.example", "ask@h.example", "help"), "loop", "loop"},
+        {mail("anna@x.example", "news@h.example", "Hi", "X-Loop: other@z.example\n"), "loop", "loop"},
+        {bounce, "remove bjorn@example.net", "remove bjorn@example.net"},
     };
     for (const ListKind kind : {ListKind::Discussion, ListKind::Announcement}) {
         Make(kind);
         for (const auto& row : rows) {
             std::string text = row.text;
-            const std::size_t token = text.find("Subject: @");
-            if (token != std::string::npos) {
-                const std::size_t end = text.find('\n', token);
-                text.replace(token + 9, end - token - 9, Token(text.substr(token + 10, end - token - 10)));
-            }
+            ReplaceAll(text, "TOKEN", Token("new@y.example"));
             const CMessagePlan plan = Plan(text);
             EXPECT_EQ(Actions(plan), kind == ListKind::Discussion ? row.discussion : row.announcement) << text;
             EXPECT_TRUE(plan.isLoop || plan.removeFromServer) << text;
@@ -128,9 +116,7 @@ TEST_F(MessagePlanTest, StandardRules) {
 TEST_F(MessagePlanTest, ModerationHoldsWholeMessages) {
     Make(ListKind::Discussion, true);
     const std::string post = "From: anna@x.example\nTo: news@h.example\nSubject: Hi\n\nText\n";
-    CMessagePlan plan = Plan(post);
-    EXPECT_EQ(Actions(plan), "hold");
-    EXPECT_TRUE(plan.isHeld);
+    EXPECT_EQ(Actions(Plan(post)), "hold");
     EXPECT_EQ(Actions(Plan(post, {}, true)), "post anna@x.example, digest anna@x.example");
     EXPECT_EQ(Actions(Plan("From: anna@x.example\nTo: ask@h.example\nSubject: help\n\n")), "reply anna@x.example");
 }
@@ -147,11 +133,11 @@ TEST_F(MessagePlanTest, LoopsAreFoundWithoutTheirHeaders) {
     EXPECT_FALSE(Plan(looping + "\n", none).isLoop);
     const LoopOptions redirect{3, true, "human@h.example", true};
     const CMessagePlan plan = Plan(looping + "\n", redirect);
-    EXPECT_EQ(Actions(plan), "redirect human@h.example loop");
+    EXPECT_EQ(Actions(plan), "redirect human@h.example, loop");
     EXPECT_TRUE(plan.removeFromServer);
     EXPECT_EQ(plan.notes.front(), "The message \"Hi\" seems to be causing a loop. Ignoring the message.");
-    EXPECT_EQ(Actions(Plan(looping + "Resent-From: news@h.example\n\n", redirect)), " loop");
-    EXPECT_EQ(Actions(Plan(looping + "\n", {3, true, "ask@h.example", false})), " loop");
+    EXPECT_EQ(Actions(Plan(looping + "Resent-From: news@h.example\n\n", redirect)), "loop");
+    EXPECT_EQ(Actions(Plan(looping + "\n", {3, true, "ask@h.example", false})), "loop");
 }
 
 TEST_F(MessagePlanTest, OnlyAListedSenderNamesSomebodyElse) {
@@ -159,9 +145,7 @@ TEST_F(MessagePlanTest, OnlyAListedSenderNamesSomebodyElse) {
     RuleFields rule;
     rule.name = "Form";
     rule.addSender = rule.reply = true;
-    rule.replyMessage = m_rules.back().Get().replyMessage;
-    for (const CMessageRule& other : m_rules)
-        if (other.Get().replyMessage.GetRoot()) rule.replyMessage = other.Get().replyMessage;
+    rule.replyMessage = m_rules[1].Get().replyMessage;
     CParseField field;
     std::string reason;
     ASSERT_TRUE(MakeParseField({"Mail", false, ""}, &field, reason));

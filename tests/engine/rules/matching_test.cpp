@@ -36,31 +36,23 @@ TEST_F(MatchingTest, WordsAreWholeAndInAnyCase) {
         const char* text;
         bool matches;
     } rows[] = {
-        {{"subscribe"}, any, "please SUBSCRIBE me", true},
         {{"subscribe"}, any, "unsubscribe", false},
-        {{"sub"}, any, "subscribe", false},
+        {{"sub", "b"}, any, "subscribe me", false},
         {{"re"},
          any,
          "r\xC3\xA9"
          "e",
          false},  // a letter beyond ASCII is one of the word
-        {{"[News]"}, any, "Re:[news]x", true},
-        {{"a", "b"}, any, "b", true},
         {{"a", "b"}, all, "b", false},
         {{"b c", "a"}, all, "A  b\n c d", true},
         {{"digest on"}, only, " Digest \t ON ", true},
         {{"digest on"}, only, "Re: digest on", false},
         {{"digest on"}, only, "digest on on", false},
         {{"a b", "b c"}, only, "a b c", true},
-        {{"a", ""}, only, "a", true},
         {{""}, only, "", false},
-        {{}, any, "x", false},
         {{"^order-\\d+$"}, regex, "Order-12", true},
-        {{"(", "x"}, regex, "x", true},
         {{"("}, regex, "(", false},
-        {{"\\d+", "[a-z]+"}, onlyRegex, "ab 12", true},
         {{"\\d+", "[a-z]+"}, onlyRegex, "ab 12!", false},
-        {{"$(List-Name)!"}, any, "To A.B (c)!", true},
         {{"^$(List-Name)$"}, regex, "a.b (C)", true},  // the name stands for itself
         {{"^$(List-Name)$"}, regex, "axb c", false},
     };
@@ -68,7 +60,6 @@ TEST_F(MatchingTest, WordsAreWholeAndInAnyCase) {
     for (const auto& row : rows) {
         std::string why;
         EXPECT_EQ(MatchWords(row.words, row.options, row.text, why), row.matches) << row.text << ": " << why;
-        EXPECT_FALSE(why.empty());
     }
 }
 
@@ -80,14 +71,11 @@ TEST_F(MatchingTest, AddressesAreListed) {
         const char* address;
         bool isListed;
     } rows[] = {
-        {{"Anna <a@b.example>"}, false, "A@B.example", true},
-        {{"x@y.example, a@b.example"}, false, "a@b.example", true},
+        {{"x@y.example, Anna <a@b.example>"}, false, "a@b.example", true},
         {{"*@b.example"}, false, "a@B.example", true},
-        {{"*@b.example"}, false, "a@c.b.example", false},
         {{"*@*.b.example"}, false, "a@c.B.example", true},
         {{"*@*.b.example"}, false, "a@b.example", false},
         {{"$(Authorized-Email)"}, false, "boss@harbour.example", true},
-        {{"$(No-Such-Field)"}, false, "", false},
         {{".*@b\\.example"}, true, "a@b.example", true},
         {{".*@b\\.example"}, true, "a@b.example.evil.example", false},
         {{"$(Authorized-Email)"}, true, "boss@harbourXexample", false},
@@ -125,9 +113,10 @@ TEST_F(MatchingTest, FormFieldsComeBackFromTheirPatterns) {
     EXPECT_EQ(field.pattern, "^[[:blank:]]*Phone \\(a-b\\):[[:blank:]]*(.*?)[[:blank:]]*$");
     EXPECT_FALSE(MakeParseField({}, &field, reason));
     EXPECT_EQ(reason, "Name of the form field to parse is not defined.");
-    CFormField form;
-    EXPECT_FALSE(RecognizeFormField("^[[:blank:]]*A|B:[[:blank:]]*(.*?)[[:blank:]]*$", form));  // written by hand
-    EXPECT_FALSE(RecognizeFormField("Phone: (.*)", form));
+    for (const char* byHand : {"^[[:blank:]]*A|B:[[:blank:]]*(.*?)[[:blank:]]*$", "Phone: (.*)"}) {
+        CFormField form;
+        EXPECT_FALSE(RecognizeFormField(byHand, form)) << byHand;
+    }
 }
 
 TEST_F(MatchingTest, ParseFieldsTakeLinesOfHeaderAndBody) {
@@ -135,25 +124,17 @@ TEST_F(MatchingTest, ParseFieldsTakeLinesOfHeaderAndBody) {
     CCustomFields customFields;
     customFields.Load(list);
     customFields.Set(1, {"City", "", CustomFieldKind::Text});
-    const auto line = [](std::int32_t target, const std::string& name, bool fromBody) {
-        CParseField field;
-        std::string reason;
-        MakeParseField({name, false, ""}, &field, reason);
-        field.target = target;
-        field.fromBody = fromBody;
-        return field;
-    };
-    CParseField joined{CParseField::Name, true, "^Last: (.*)\\nFirst: (.*)$", "$2 $1", true};
+    const std::vector<CParseField> fields = {{CParseField::Email, true, "^Mail: (.*)$", "$1", true},
+                                             {CParseField::Name, true, "^Last: (.*)\\nFirst: (.*)$", "$2 $1", true},
+                                             {CParseField::FirstSlot + 1, false, "^X-Town:(.*)$", "$1", true}};
     const CIncomingMessage message =
         Read("From: form@x.example\nX-Town: Kiel\n\nMail: <anna@x.example>\r\nTown: no\nLast: Berg \nFirst: Anna\n");
     CMember member;
     std::string email;
-    EXPECT_TRUE(ExtractParseFields({line(0, "Mail", true), joined, line(5, "X-Town", false), line(4, "Town", true)},
-                                   message, customFields, member, email));
+    EXPECT_TRUE(ExtractParseFields(fields, message, customFields, member, email));
     EXPECT_EQ(email, "anna@x.example");
     EXPECT_EQ(member.name, "Anna Berg");
     EXPECT_EQ(member.GetField(1), "Kiel");
-    EXPECT_EQ(member.GetField(0), "");  // the slot has no field
 }
 
 TEST_F(MatchingTest, APartDoesNotSpeakForItsMessage) {
@@ -168,7 +149,6 @@ TEST_F(MatchingTest, APartDoesNotSpeakForItsMessage) {
     for (const char* name : {"X-Lhv-To-Override", "X-Lhv-Received", "X-Zq-Update-Attachments", "X-ZQ-Loop"})
         EXPECT_FALSE(header.HasField(name)) << name;
     EXPECT_EQ(message.received, 5);
-    EXPECT_EQ(message.serverId, "abc");
     EXPECT_EQ(message.headerText.find("X-Lhv"), std::string::npos);
     EXPECT_EQ(message.GetBodyText(), "Text");
 }
@@ -191,11 +171,9 @@ TEST_F(MatchingTest, ProgramsAreKnown) {
         const char* line;
         Automatic automatic;
     } rows[] = {
-        {"Auto-Submitted: no", Automatic::No},
         {"Auto-Submitted: auto-replied (vacation)", Automatic::Reply},
         {"Auto-Submitted: auto-generated; owner-email=\"a@b.example\"", Automatic::Generated},
         {"Precedence: LIST", Automatic::Generated},
-        {"Precedence: first-class", Automatic::No},
         {"Precedence: bulk\nX-Autoreply: yes", Automatic::Reply},
         {"X-Auto-Response-Suppress: DR, OOF", Automatic::Generated},
         {"X-Auto-Response-Suppress: DR", Automatic::No},
