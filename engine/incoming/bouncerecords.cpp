@@ -229,12 +229,14 @@ bool FindBounce(std::uint32_t listNumber, std::string_view id, CBounceRecord& re
 bool UndoBounce(std::uint32_t listNumber, std::string_view address) {
     std::vector<CBounceRecord> records = ListBounces(listNumber);
     std::erase_if(records, [address](const CBounceRecord& record) {
-        return record.isUndone || record.effect == BounceEffect::None || !EqualNoCase(record.bounce.address, address);
+        return record.effect == BounceEffect::None || !EqualNoCase(record.bounce.address, address);
     });
     if (records.empty()) {
         SetLastErrorFormat("no bounce has changed anything for %s", OneLine(address).c_str());
         return false;
     }
+    std::erase_if(records, [](const CBounceRecord& record) { return record.isUndone; });
+    if (records.empty()) return true;
     const CBounceRecord* removal = nullptr;
     bool isDeactivated = false;
     for (const CBounceRecord& record : records) {

@@ -46,8 +46,8 @@ std::vector<CBounceRecord> ListBounces(std::uint32_t listNumber);  // oldest fir
 bool FindBounce(std::uint32_t listNumber, std::string_view id, CBounceRecord& record);
 
 // The member is back as it was, active, its count 0; one who is there again
-// keeps what he is.  False with the reason when no bounce has changed anything
-// for the address, or all that did has been undone.
+// keeps what he is.  Nothing happens when all has been undone before.  False
+// with the reason when no bounce has changed anything for the address.
 bool UndoBounce(std::uint32_t listNumber, std::string_view address);
 
 // Removes what is older than [Service] KeepBounces days (0: nothing); how many.

@@ -110,7 +110,12 @@ TEST_F(BounceRecordsTest, ARemovedMemberComesBackAsHeWas) {
     EXPECT_EQ(found.properties, member.properties);
     for (const int slot : {0, 1, 63})
         EXPECT_EQ(found.GetField(slot), member.GetField(slot));
-    EXPECT_FALSE(UndoBounce(List, "ann@example.com")) << "nothing is left to undo";
+    CMemberStore store;
+    store.Open(List);
+    store.Remove(store.Find("ann@example.com"));
+    EXPECT_TRUE(UndoBounce(List, "ann@example.com"));
+    EXPECT_FALSE(Find(found)) << "who has left since then stays away";
+    EXPECT_FALSE(UndoBounce(List, "bob@example.com"));
 
     CBounceRecord record;
     ASSERT_TRUE(FindBounce(List, records[1].id, record));
