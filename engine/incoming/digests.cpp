@@ -317,6 +317,7 @@ bool ReadDigestState(std::uint32_t listNumber, CDigestState& state) {
         if (!ReadRule(listNumber, rule) || !FindEntries(listNumber, entries)) return false;
         ReadState(listNumber, state);
         state.nextDue = NextDue(rule, state.lastSent, entries, Platform::SecondsSince1970());
+        state.isAutomatic = rule.byTime || rule.byCount;
         state.entries.clear();
         for (CEntry& entry : entries)
             state.entries.push_back(std::move(entry.path));
@@ -326,6 +327,19 @@ bool ReadDigestState(std::uint32_t listNumber, CDigestState& state) {
 
 bool SetDigestFormat(std::uint32_t listNumber, DigestFormat format) {
     return WriteState(listNumber, "Format", format == DigestFormat::Plain ? "plain" : "multipart");
+}
+
+bool HasDigestWork(std::uint32_t listNumber) {
+    const std::string folder = DigestFolder(listNumber);
+    if (!Platform::FolderIsThere(folder)) return false;
+    bool isInterrupted = false;
+    ListFolder(folder, "*", [&](const std::string& name, bool isFolder) {
+        isInterrupted = isFolder && (name.starts_with(SendingStart) || name.starts_with(SentStart));
+        return !isInterrupted;
+    });
+    CMessageIterator iterator;
+    std::string path;
+    return isInterrupted || (iterator.Start(GetDigestEntryFolder(listNumber)) && iterator.PeekCurrent(path));
 }
 
 bool SendDigestIfDue(std::uint32_t listNumber, std::int64_t now, bool& sent) {

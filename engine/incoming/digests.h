@@ -35,9 +35,13 @@ struct CDigestState {
     DigestFormat format = DigestFormat::Multipart;
     std::vector<std::string> entries;  // paths, in the order in which they were collected
     std::int64_t nextDue = 0;          // by time; 0: not by time, or nothing collected
+    bool isAutomatic = false;          // by time or by count; else only when it is asked for
 };
 bool ReadDigestState(std::uint32_t listNumber, CDigestState& state);
 bool SetDigestFormat(std::uint32_t listNumber, DigestFormat format);
+
+// Whether anything has been collected, or a crash has left something: needs no lock.
+bool HasDigestWork(std::uint32_t listNumber);
 
 // By time (the list's digestHours since the last one, or since the first entry)
 // or by count.  sent: a broadcast was made, also one that a crash had left to be

@@ -1,10 +1,10 @@
-// The server: sends what the front end and others put into the queues.
+// The server: processes the lists' mail, and sends what it, the front end and
+// others put into the queues.
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 #include <string>
-#include <thread>
 
 #include "app/datafolder.h"
 #include "app/productname.h"
@@ -12,8 +12,10 @@
 #include "engine/daemonhost.h"
 #include "engine/eventlog.h"
 #include "engine/loglistener.h"
+#include "platform/clock.h"
 #include "platform/namedmutex.h"
 #include "platform/process.h"
+#include "programs/lhvserver/mailthread.h"
 #include "senddaemon/sendloop.h"
 #include "utility/lasterror.h"
 #include "utility/lhvexception.h"
@@ -36,6 +38,14 @@ void CheckData() {
     ApplyDurabilitySetting();
 }
 
+// On its thread, so that a conversation with a server can be ended from here.
+void ProcessMailOnce() {
+    CMailThread mail(CMailThread::Mode::Once);
+    while (!mail.IsDone() && !Platform::StopSignalled())
+        Platform::SleepMilliseconds(20);
+    mail.Stop();
+}
+
 void Serve(bool once) {
     CheckData();
     Platform::CatchStopSignals();
@@ -44,23 +54,22 @@ void Serve(bool once) {
         throw CLhvException("The server is running already on this data folder.");
     // The front end, if there is one, shows the lines as well.
     SetLogView([](const std::string& line) { WriteLogLineToMailslot(line); });
-    const auto stopRequested = [] { return Platform::StopSignalled(); };
     CDaemonHost host;
     if (!host.Start()) throw CLhvException("Nothing can be sent: " + DescribeLastError());
     Log(LogInfo, "The server has started.");
     SendDaemon::CSendLoopOptions options;
-    options.stopRequested = stopRequested;
+    options.stopRequested = [] { return Platform::StopSignalled(); };
     options.housekeeping = [&] {
         host.FollowCatalogue();
         KeepLogWithinLimit();
     };
     if (once) {
-        ResumeBroadcasts(stopRequested);
+        ProcessMailOnce();
         RunOnce(host.GetDaemon(), options);
     } else {
-        std::jthread resuming(ResumeBroadcasts, stopRequested);
+        CMailThread mail(CMailThread::Mode::UntilStopped);
         RunUntilStopped(host.GetDaemon(), options);
-        resuming.join();
+        mail.Stop();
     }
     Log(LogInfo, "The server has ended.");
 }
@@ -77,7 +86,8 @@ int Run(int argc, char** argv) {
         ->trigger_on_parse();
     bool once = false;
     CLI::App* run = app.add_subcommand("run", "Serve in the foreground until Ctrl-C or the request to end");
-    run->add_flag("--once", once, "Resume what was interrupted, go through every queue once, and end");
+    run->add_flag("--once", once,
+                  "One mail-processing cycle of every list, digests, broadcasts, one pass of sending, and end");
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& help) {

@@ -1,0 +1,39 @@
+#include "programs/lhvserver/mailthread.h"
+
+#include <chrono>
+
+#include "app/logcontext.h"
+#include "programs/lhvserver/mailrounds.h"
+
+namespace {
+
+constexpr std::chrono::seconds LookInterval{2};
+
+}  // namespace
+
+CMailThread::CMailThread(Mode mode)
+    : m_thread([this, mode](const std::stop_token& stop) {
+          Work(stop, mode);
+          m_isDone = true;
+      }) {}
+
+CMailThread::~CMailThread() {
+    Stop();
+}
+
+void CMailThread::Stop() {
+    m_thread.request_stop();
+    m_control.Cancel();
+    if (m_thread.joinable()) m_thread.join();
+}
+
+void CMailThread::Work(const std::stop_token& stop, Mode mode) {
+    const CLogContext context("Mail");
+    CMailRounds rounds([stop] { return stop.stop_requested(); }, m_control);
+    if (mode == Mode::Once) return rounds.RunOnce();
+    while (!stop.stop_requested()) {
+        rounds.Look();
+        std::unique_lock lock(m_mutex);
+        m_wake.wait_for(lock, stop, LookInterval, [] { return false; });
+    }
+}

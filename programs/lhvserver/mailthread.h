@@ -1,0 +1,40 @@
+// mailthread.h - the thread that looks after the lists' mail: cycles, digests and
+// broadcasts, which all use the data fields and so take turns.
+//
+// Threads  The functions belong to the thread that made the object.
+
+#ifndef LISTHAVEN_PROGRAMS_LHVSERVER_MAILTHREAD_H
+#define LISTHAVEN_PROGRAMS_LHVSERVER_MAILTHREAD_H
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "engine/incoming/mailcycle.h"
+
+class CMailThread {
+public:
+    enum class Mode { UntilStopped, Once };
+
+    explicit CMailThread(Mode mode);  // starts
+    CMailThread(const CMailThread&) = delete;
+    CMailThread& operator=(const CMailThread&) = delete;
+    ~CMailThread();  // stops
+
+    bool IsDone() const noexcept { return m_isDone; }
+    // Ends a conversation with a POP3 server where it stands, everything else
+    // behind the message or the copy that is being dealt with; waits for that.
+    void Stop();
+
+private:
+    void Work(const std::stop_token& stop, Mode mode);
+
+    CCycleControl m_control;
+    std::atomic<bool> m_isDone{false};
+    std::mutex m_mutex;
+    std::condition_variable_any m_wake;
+    std::jthread m_thread;
+};
+
+#endif  // LISTHAVEN_PROGRAMS_LHVSERVER_MAILTHREAD_H
