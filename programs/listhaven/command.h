@@ -43,6 +43,7 @@ void AddRuleCommands(CLI::App& app);
 void AddAccessCommands(CLI::App& app);
 void AddBlockedCommands(CLI::App& app);
 void AddBroadcastCommands(CLI::App& app);
+void AddReceiveCommand(CLI::App& app);
 void AddRunCommand(CLI::App& app);
 void AddSendCommand(CLI::App& app);
 void AddTestSendCommand(CLI::App& app);

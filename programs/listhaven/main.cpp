@@ -31,6 +31,7 @@ void AddCommands(CLI::App& app) {
     AddAccessCommands(app);
     AddBlockedCommands(app);
     AddBroadcastCommands(app);
+    AddReceiveCommand(app);
     AddRunCommand(app);
     AddSendCommand(app);
     AddTestSendCommand(app);
