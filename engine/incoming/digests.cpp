@@ -12,6 +12,7 @@
 #include "platform/file.h"
 #include "platform/filestatus.h"
 #include "platform/profilefile.h"
+#include "platform/profileparser.h"
 #include "platform/systemerror.h"
 #include "senddaemon/messageiterator.h"
 #include "utility/files.h"
@@ -74,13 +75,19 @@ std::uint32_t AsNumber(std::string_view text) {
     return number > 0 && number <= 0xFFFFFFFF ? static_cast<std::uint32_t>(number) : 0;
 }
 
-void ReadState(std::uint32_t list, CDigestState& state) {
-    const std::string path = StatePath(list);
-    state.number = AsNumber(Platform::ReadProfileText(path, Section, "Number", ""));
-    state.lastSent =
-        std::max<std::int64_t>(0, ParseNumber(Platform::ReadProfileText(path, Section, "LastSent", "")).value_or(0));
-    const std::string format = Platform::ReadProfileText(path, Section, "Format", "");
-    state.format = EqualNoCase(format, "plain") ? DigestFormat::Plain : DigestFormat::Multipart;
+// Read whole: a state that cannot be read must not pass for that of a list's first digest.
+bool ReadState(std::uint32_t list, CDigestState& state) {
+    std::string text;
+    if (!ReadWholeFile(StatePath(list), text) && !Platform::IsNotFound(Platform::LastSystemError())) return false;
+    const Platform::CProfileText profile(std::move(text));
+    const auto value = [&](std::string_view key) {
+        const Platform::ProfileLine* line = profile.Find(Section, key);
+        return line != nullptr ? line->value : std::string_view();
+    };
+    state.number = AsNumber(value("Number"));
+    state.lastSent = std::max<std::int64_t>(0, ParseNumber(value("LastSent")).value_or(0));
+    state.format = EqualNoCase(value("Format"), "plain") ? DigestFormat::Plain : DigestFormat::Multipart;
+    return true;
 }
 
 bool WriteState(std::uint32_t list, std::string_view key, std::string_view value) {
@@ -179,7 +186,7 @@ bool FinishSending(std::uint32_t list, const CSending& sending, Attempt attempt,
     if (entries.empty()) return RemoveFolderTree(sending.folder);  // the crash came before the first was moved
     if (!Flush({ParentFolder(sending.folder), sending.folder})) return false;
     CDigestState state;
-    ReadState(list, state);
+    if (!ReadState(list, state)) return false;
     if (!isMade && !MakeBroadcast(list, sending, entries, state.format, now)) return false;
     const bool isNoted = WriteState(list, "Number", std::to_string(std::max(state.number, sending.number))) &&
                          WriteState(list, "LastSent", std::to_string(now));
@@ -254,7 +261,7 @@ bool MoveEntries(const std::vector<CEntry>& entries, const CSending& sending) {
 bool SendCollected(std::uint32_t list, std::vector<CEntry> entries, std::int64_t now, bool& sent) {
     while (!entries.empty()) {
         CDigestState state;
-        ReadState(list, state);
+        if (!ReadState(list, state)) return false;
         CSending sending{state.number + 1, CBroadcastJobs().NewIdentifier(), {}};
         const std::string name = std::string(SendingStart) + std::to_string(sending.number) + "-" + sending.broadcast;
         sending.folder = JoinPath(DigestFolder(list), name);
@@ -315,7 +322,7 @@ bool ReadDigestState(std::uint32_t listNumber, CDigestState& state) {
         CDigestRule rule;
         std::vector<CEntry> entries;
         if (!ReadRule(listNumber, rule) || !FindEntries(listNumber, entries)) return false;
-        ReadState(listNumber, state);
+        if (!ReadState(listNumber, state)) return false;
         state.nextDue = NextDue(rule, state.lastSent, entries, Platform::SecondsSince1970());
         state.isAutomatic = rule.byTime || rule.byCount;
         state.entries.clear();
@@ -351,7 +358,7 @@ bool SendDigestIfDue(std::uint32_t listNumber, std::int64_t now, bool& sent) {
         if (!ReadRule(listNumber, rule) || !FindEntries(listNumber, entries)) return false;
         if (entries.empty()) return true;
         CDigestState state;
-        ReadState(listNumber, state);
+        if (!ReadState(listNumber, state)) return false;
         const bool isFull = rule.byCount && entries.size() >= static_cast<std::uint64_t>(rule.count);
         const std::int64_t due = NextDue(rule, state.lastSent, entries, now);
         if (!isFull && (!rule.byTime || now < due)) return true;
