@@ -1,6 +1,7 @@
 #include "engine/repair.h"
 
 #include <algorithm>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -45,9 +46,11 @@ private:
     void RepairMembers(const std::string& name);
     void RemoveAbandoned(const std::string& folder, int depth);
     bool IsBroadcastUnfinished();
+    void FindPrepared();
 
     const std::function<void(const std::string& action)>& m_report;
     const std::string m_folder;
+    std::set<std::string> m_prepared;  // paths
     bool m_clean = true;
 };
 
@@ -72,6 +75,7 @@ bool CRepair::Run() {
     for (const std::string& name : FilesOf("*.DAT")) {
         if (EqualNoCase(name, "BLOCKED.DAT")) RepairOne(name, CBlockedAddresses::Columns());
     }
+    Guard(m_folder, [this] { FindPrepared(); });
     Guard(m_folder, [this] { RemoveAbandoned(WithoutSeparator(m_folder), 0); });
     return m_clean;
 }
@@ -154,6 +158,21 @@ bool CRepair::IsBroadcastUnfinished() {
     return unfinished || !listed;
 }
 
+// The files of mail cycles: one that was interrupted knows which of them are to
+// be kept.
+void CRepair::FindPrepared() {
+    const std::string inboxes = m_folder + "Inbox";
+    if (!Platform::FolderIsThere(inboxes)) return;
+    ListFolder(inboxes, "*", [&](const std::string& name, bool isFolder) {
+        std::string prepared;
+        const std::string path = JoinPath(JoinPath(inboxes, name), ".preparing");
+        if (!isFolder || !Platform::FileIsThere(path) || !ReadWholeFile(path, prepared)) return true;
+        for (const std::string_view file : Split(prepared, '\n'))
+            m_prepared.insert(m_folder + std::string(file));
+        return true;
+    });
+}
+
 bool IsPassingName(std::string_view name) {
     if (name.ends_with(".tmp")) return true;
     if (!name.ends_with(".new")) return false;
@@ -183,6 +202,7 @@ void CRepair::RemoveAbandoned(const std::string& folder, int depth) {
     for (const std::string& name : files) {
         const std::string path = JoinPath(folder, name);
         Platform::FileStatus status;
+        if (m_prepared.count(path) > 0) continue;
         if (!Platform::GetFileStatus(path, status) || now - status.times.modified < Abandoned) continue;
         if (Platform::RemoveFile(path)) {
             Tell(RepairFinding::Mended, path + ": This file was left half-written and is removed.");

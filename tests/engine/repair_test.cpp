@@ -151,6 +151,7 @@ TEST_F(CRepairTest, RemovesOnlyWhatNobodyIsWriting) {
         {"Lhv.cfg.new", true, true, true},
         {"readme.txt", true, true, true},
         {"Inbox/7/9.tmp", true, false, false},
+        {"Inbox/7/8.tmp", true, true, true},  // a mail cycle will deal with it
         {"Inbox/7/9.eml", true, true, true},
         {"SendDaemon/7/4/12.tmp", true, true, false},
         {"SendDaemon/7/4/13.tmp", false, true, true},
@@ -163,6 +164,7 @@ TEST_F(CRepairTest, RemovesOnlyWhatNobodyIsWriting) {
             times.created = times.modified = Platform::NanosecondsSince1970() - std::int64_t{7200} * 1'000'000'000;
             ASSERT_TRUE(!c.isOld || Platform::SetFileTimes(PathOf(c.name), times));
         }
+        Put(PathOf("Inbox/7/.preparing"), "Inbox/7/8.tmp\n");
         std::filesystem::create_directories(PathOf("Broadcasts/1"));
         Put(PathOf("Broadcasts/1/job.cfg"),
             isUnfinished ? "[Broadcast]\r\nState=running\r\n" : "[Broadcast]\r\nState=done\r\n");
