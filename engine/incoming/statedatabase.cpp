@@ -2,6 +2,7 @@
 
 #include <lmdb.h>
 
+#include <algorithm>
 #include <cstdint>
 
 #include "engine/eventlog.h"
@@ -290,9 +291,9 @@ CStateDatabase::Outcome CStateDatabase::Apply(std::span<const CStateChange> chan
         }
         return MDB_SUCCESS;
     };
-    std::uint64_t bytes = 0;
+    std::uint64_t bytes = std::min(changes.size() * ChangeCost, m_file->SizeItSays());
     for (const CStateChange& change : changes)
-        bytes += change.key.size() + change.value.size() + ChangeCost;
+        bytes += change.key.size() + change.value.size();
     if (!EnsureRoom(bytes)) return Outcome::Nothing;
     bool isUnknown = false;
     int code = Write(put, written, isUnknown);
