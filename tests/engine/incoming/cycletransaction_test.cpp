@@ -9,7 +9,6 @@
 #include "engine/listaccount.h"
 #include "platform/faultplan.h"
 #include "tests/engine/messagefixture.h"
-#include "utility/lhvexception.h"
 #include "utility/text.h"
 #include "utility/uniquename.h"
 

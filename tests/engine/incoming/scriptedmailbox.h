@@ -59,10 +59,6 @@ public:
         const std::lock_guard guard(m_lock);
         return m_messages.size();
     }
-    int CountCommands(const std::string& verb) const {
-        const std::lock_guard guard(m_lock);
-        return static_cast<int>(m_commands.count(verb));
-    }
 
 private:
     void Accept() {
@@ -87,12 +83,9 @@ private:
         std::string line;
         bool isBare = false;
         for (bool isGreeting = true; isGreeting || peer.ReadLine(line, isBare); isGreeting = false) {
-            Turn turn;
-            {
-                const std::lock_guard guard(m_lock);
-                turn = m_turn;
-                m_commands.insert(line.substr(0, 4));
-            }
+            std::unique_lock guard(m_lock);
+            const Turn turn = m_turn;
+            guard.unlock();
             if (const auto own = turn ? turn(line) : std::nullopt) {
                 if (!peer.Write(own->answer) || own->closes) return;
             } else if (!Answer(peer, line, deleted)) {
@@ -143,7 +136,6 @@ private:
     mutable std::mutex m_lock;
     SmtpScript::CPeer* m_peer = nullptr;
     std::vector<CMessage> m_messages;
-    std::multiset<std::string> m_commands;
     Turn m_turn;
     std::thread m_thread;
 };
