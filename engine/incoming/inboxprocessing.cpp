@@ -96,13 +96,14 @@ bool CInboxProcessing::ProcessGroup(std::span<const std::string> paths, std::siz
     std::vector<std::string> lines;
     for (const std::string& path : paths.first(std::min(paths.size(), GroupSize))) {
         CMessageEffects effects;
+        const Handled handled = Handle(path, done.posted > 0, transaction, effects);
+        if (handled == Handled::Later) break;
         ++count;
-        if (!Handle(path, transaction, effects)) return false;
+        if (handled == Handled::NotTaken) return false;
         m_view.KeepChanges();
         done += effects.totals;
         std::move(effects.notes.begin(), effects.notes.end(), std::back_inserter(lines));
         if (!effects.done.empty()) lines.push_back(Join(effects.done, "; ") + ".");
-        if (!effects.posts.empty()) break;
     }
     if (!transaction.IsEmpty() && !transaction.Commit()) return false;
     totals += done;
@@ -130,15 +131,16 @@ bool CInboxProcessing::ProcessSingly(std::span<const std::string> paths, CCycleT
     return true;
 }
 
-// True also when the message failed by itself: then that is what goes into the
+// Taken also when the message failed by itself: then that is what goes into the
 // transaction.  A fault of the list's own tables is thrown: no message is to
 // blame for it.
-bool CInboxProcessing::Handle(const std::string& path, CCycleTransaction& transaction, CMessageEffects& effects) {
+CInboxProcessing::Handled CInboxProcessing::Handle(const std::string& path, bool hasPosts,
+                                                   CCycleTransaction& transaction, CMessageEffects& effects) {
     CIncomingMessage message;
     std::string title = LastPathComponent(path);
     try {
         if (!ReadIncomingMessage(path, m_ownAddresses, message)) {
-            if (!Platform::FileIsThere(path)) return true;
+            if (!Platform::FileIsThere(path)) return Handled::Taken;
             throw CLhvException(DescribeLastError());
         }
         title = TitleOf(message);
@@ -153,13 +155,14 @@ bool CInboxProcessing::Handle(const std::string& path, CCycleTransaction& transa
         m_view.CheckAccess("nobody@localhost");
         effects = {};
         CountAttempt(path, title, reason, transaction, effects.totals);
-        return true;
+        return Handled::Taken;
     }
+    if (hasPosts && !m_view.GetMessageChanges().empty()) return Handled::Later;
     effects.totals.processed = 1;
     const std::string key = LastPathComponent(path);
     if (std::string attempts; transaction.GetMark(MarkKind::Attempts, key, attempts))
         transaction.SetMark(MarkKind::Attempts, key, "");
-    return effects.AddTo(transaction, m_view, path, message.serverId);
+    return effects.AddTo(transaction, m_view, path, message.serverId) ? Handled::Taken : Handled::NotTaken;
 }
 
 void CInboxProcessing::Plan(CIncomingMessage& message, CMessageEffects& effects) {

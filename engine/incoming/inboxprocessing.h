@@ -34,15 +34,21 @@ public:
     // take every message in and do nothing with it.
     void CheckRules(std::int64_t now);
 
-    // In this order, at most GroupSize of them; a message that makes a broadcast
-    // ends its transaction, so that it goes to those who are members by then.
+    // In this order, at most GroupSize of them.  Behind a post no member changes in
+    // its transaction: it goes to those who are members by then.
     bool Process(std::span<const std::string> paths, std::int64_t now, CCycleTotals& totals);
 
 private:
+    enum class Handled : std::uint8_t {
+        Taken,
+        NotTaken,  // the transaction has failed
+        Later,     // not in a transaction that has posts already: it changes members
+    };
+
     void Refresh(std::int64_t now);
     bool ProcessGroup(std::span<const std::string> paths, std::size_t& count, CCycleTotals& totals);
     bool ProcessSingly(std::span<const std::string> paths, CCycleTotals& totals);
-    bool Handle(const std::string& path, CCycleTransaction& transaction, CMessageEffects& effects);
+    Handled Handle(const std::string& path, bool hasPosts, CCycleTransaction& transaction, CMessageEffects& effects);
     void Plan(CIncomingMessage& message, CMessageEffects& effects);
     void CountAttempt(const std::string& path, const std::string& title, const std::string& reason,
                       CCycleTransaction& transaction, CCycleTotals& totals);
