@@ -3,7 +3,8 @@
 # plain loop of Python's poplib that fetches the same messages and does nothing:
 #
 #   poplib     LIST, UIDL, RETR of every message
-#   cycle      listhaven receive: subscribe requests, posts and bounces, a third each
+#   cycle      listhaven receive: subscribe requests, posts and bounces, a third each;
+#              copies of the posts are made for one member, the others read the digest
 #   subscribe, post, bounce   listhaven receive: messages of that kind only
 #   members    requests and confirmations on a list of a million members beside one of ten
 #   memory     lhvserver after 1,000 messages and after 100 times as many
@@ -139,7 +140,8 @@ make_list() {  # members
   lhv account set Crew NullSenderWait 0 >/dev/null
   mkdir -p "$work/sent"
   lhv account set Crew TargetFolder "$work/sent" >/dev/null
-  seq 0 $(($1 - 1)) | sed 's/.*/member&@there.example/; 1i E-mail' >"$work/members.csv"
+  seq 0 $(($1 - 1)) | awk 'BEGIN { print "E-mail,Mode" } { print "member" $1 "@there.example," ($1 ? "digest" : "regular") }' \
+    >"$work/members.csv"
   lhv member import Crew "$work/members.csv" >/dev/null
 }
 
@@ -147,7 +149,7 @@ receive() {  # case
   local start
   sync
   start=$(now)
-  lhv receive Crew >"$work/received" || die "$1: $(cat "$work/received")"
+  lhv receive Crew --json >"$work/received" || die "$1: $(cat "$work/received")"
   note "$1" "$(since "$start")"
   is_mailbox_empty || die "$1: messages are left in the mailbox"
 }
@@ -168,7 +170,7 @@ run_cycle() {  # case, kind
   make_mailbox
   deliver fill "$work/mail/crew/new" "$messages" "$bytes" "$2"
   receive "$1"
-  grep -q "^.*$messages fetched, $messages processed" "$work/received" || die "$1: $(cat "$work/received")"
+  grep -q "\"fetched\":$messages,\"processed\":$messages," "$work/received" || die "$1: $(cat "$work/received")"
 }
 
 # A tenth of the messages: requests, then the confirmations of all of them.
