@@ -69,9 +69,13 @@ void CInboxProcessing::Refresh(std::int64_t now) {
     m_stamp = std::move(stamp);
 }
 
-void CInboxProcessing::CheckRules(std::int64_t now) {
+bool CInboxProcessing::HasRules(std::int64_t now) {
     Refresh(now);
-    if (m_rules.empty()) throw CLhvException("The list has no rules: its mail is left where it is.");
+    return !m_rules.empty();
+}
+
+void CInboxProcessing::CheckRules(std::int64_t now) {
+    if (!HasRules(now)) throw CLhvException("The list has no rules: its mail is left where it is.");
 }
 
 bool CInboxProcessing::Process(std::span<const std::string> paths, std::int64_t now, CCycleTotals& totals) {

@@ -33,6 +33,7 @@ public:
     // Throws when the list cannot process anything: a list without rules would
     // take every message in and do nothing with it.
     void CheckRules(std::int64_t now);
+    bool HasRules(std::int64_t now);
 
     // In this order, at most GroupSize of them.  Behind a post no member changes in
     // its transaction: it goes to those who are members by then.

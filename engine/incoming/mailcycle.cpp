@@ -84,7 +84,9 @@ bool CCycle::Open() {
     return true;
 }
 
+// Notices that no rule looks at would only fill the inbox.
 bool CCycle::ReadLedger() {
+    if (!m_processing->HasRules(Now())) return true;
     std::uint64_t added = 0;
     return AddDeliveryNotices(m_list, m_state, Now(), added);
 }
