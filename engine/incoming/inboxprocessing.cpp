@@ -75,7 +75,8 @@ bool CInboxProcessing::HasRules(std::int64_t now) {
 }
 
 void CInboxProcessing::CheckRules(std::int64_t now) {
-    if (!HasRules(now)) throw CLhvException("The list has no rules: its mail is left where it is.");
+    if (!HasRules(now))
+        throw CLhvException("The list has no rules (rule reset makes them): its mail is left where it is.");
 }
 
 bool CInboxProcessing::Process(std::span<const std::string> paths, std::int64_t now, CCycleTotals& totals) {
