@@ -29,12 +29,12 @@ virtual_mailbox_base = MAILBOXES
 virtual_uid_maps = static:65534
 virtual_gid_maps = static:65534
 virtual_minimum_uid = 1
-transport_maps = regexp:@/conf/transport
 default_transport = error:nothing leaves this machine
 disable_dns_lookups = yes
 message_size_limit = LIMIT
 virtual_mailbox_limit = 0
 header_checks = regexp:@/conf/headers
+smtpd_reject_unlisted_recipient = no
 smtpd_recipient_restrictions = check_recipient_access regexp:@/conf/recipients
 smtpd_relay_restrictions = permit_sasl_authenticated, reject_unauth_destination
 smtpd_tls_security_level = may
@@ -143,8 +143,7 @@ bool CMailServer::Prepare(CCommand& command) {
     ReplaceAll(text, "TLS", std::to_string(m_tlsPort));
     Put(m_folder / "conf/master.cf", text);
     Put(m_folder / "conf/domains", "/\\.example$/ taken\n");
-    Put(m_folder / "conf/mailboxes", m_users + "/@/ all/\n");
-    Put(m_folder / "conf/transport", "/@bounce\\.example$/ error:5.1.1 There is nobody of that name\n");
+    Put(m_folder / "conf/mailboxes", "if !/@bounce\\.example$/\n" + m_users + "/@/ all/\nendif\n");
     Put(m_folder / "conf/headers", "/^X-Refuse-Me:/ REJECT This header is not wanted\n");
     WriteAnswers();
 
