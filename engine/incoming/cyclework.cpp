@@ -149,7 +149,12 @@ bool CCycleWork::CreateBroadcasts(const CycleRecord& record) {
             if (!RemoveIfThere(broadcast.messagePath)) return false;
             continue;
         }
-        if (CBroadcastJobs::Check(broadcast.messagePath, {m_listNumber}, broadcast.modes)) return false;
+        // A disk that is full or cannot be read is no reason to give a post up.
+        std::string text;
+        if (!ReadWholeFile(broadcast.messagePath, text) ||
+            CBroadcastJobs::Check(broadcast.messagePath, {m_listNumber}, broadcast.modes)) {
+            return false;
+        }
         Log(LogError, "The broadcast %s cannot be created: %s", broadcast.identifier.c_str(),
             DescribeLastError().c_str());
         CBatchFolder* const failed = m_queues.Open(GetFailedFolder(m_listNumber));
