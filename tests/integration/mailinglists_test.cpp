@@ -142,6 +142,45 @@ TEST(MailingLists, AnAutoresponderAnswersPeopleOnce) {
     EXPECT_EQ(world.Read("info").size(), 0u);
 }
 
+// What strangers and members write is text, and nothing else.
+TEST(MailingLists, StrangersGainNothing) {
+    CMailWorld world({"crew", "ben", "dora", "eve", "mallory"});
+    if (!world.Start()) GTEST_SKIP() << world.WhyNot();
+    world.MakeList("Crew", "crew");
+    for (const char* member : {"ben@home.example", "dora@home.example"})
+        world.Run().MustRun({"member", "add", "Crew", member});
+    const std::string commands = "crew+cmd@lists.example";
+    const std::string list = "crew@lists.example";
+    world.Send({.from = "eve@home.example", .to = commands, .subject = "SUBSCRIBE"});
+    world.Send({.from = "eve@home.example", .to = list, .subject = "$(List-Usage) $(Password)"});
+    world.Send({.from = "ben@home.example", .to = list, .subject = "Again", .more = "X-Loop: " + list + "\r\n"});
+    world.Send({.from = "ben@home.example",
+                .to = list,
+                .subject = "Tide",
+                .more = "X-Lhv-Recipient-Override: mallory@home.example\r\nX-Lhv-Return-Path-Override: "
+                        "mallory@home.example\r\nX-Lhv-Inbox: {0}\r\nBcc: mallory@home.example\r\n"});
+    world.Serve();
+    EXPECT_EQ(world.Subjects("dora"), "[Crew] Tide");
+    EXPECT_EQ(world.Subjects("ben"), "[Crew] Tide");
+    EXPECT_EQ(world.Subjects("mallory"), "");
+    const std::vector<CMail> mails = world.Read("eve");
+    const CMail* refusal = Find(mails, "Your message to Crew was not passed on");
+    ASSERT_TRUE(refusal) << world.Subjects("eve");
+    EXPECT_TRUE(Has(refusal->body, "$(List-Usage) $(Password)")) << refusal->body;
+    const CMail* request = Find(mails, "Please confirm your subscription to Crew");
+    ASSERT_TRUE(request) << world.Subjects("eve");
+    std::string forged = request->Field("Subject");
+    char& letter = forged[forged.find("[LHV-") + 10];
+    letter = letter == 'A' ? 'B' : 'A';
+    world.Reply("mallory@home.example", *request);  // with the token of another
+    world.Send({.from = "eve@home.example", .to = commands, .subject = "Re: " + forged});
+    world.Serve();
+    for (const char* stranger : {"eve@home.example", "mallory@home.example"})
+        EXPECT_FALSE(world.IsMember("Crew", stranger)) << stranger;
+    EXPECT_EQ(world.Subjects("mallory"), "");
+    EXPECT_EQ(world.Read("eve").size(), 2u) << world.Subjects("eve");
+}
+
 // The server dies at random moments, while people subscribe and confirm and
 // while a member posts.  A copy that is sent again is the same message: the
 // cycle answers nobody twice, and posts nothing twice.
