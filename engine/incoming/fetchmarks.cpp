@@ -38,11 +38,13 @@ CServerMark CServerMark::Parse(std::string_view value) {
     if (parts[0] == Words[3]) mark.state = State::Gone;
     if (parts.size() > 1) mark.lastSeen = ParseNumber(parts[1]).value_or(0);
     if (parts.size() > 2) mark.content = parts[2];
+    if (parts.size() > 3) mark.size = static_cast<std::uint64_t>(ParseNumber(parts[3]).value_or(0));
     return mark;
 }
 
 std::string CServerMark::Encode() const {
-    return std::string(Words[static_cast<std::size_t>(state)]) + " " + std::to_string(lastSeen) + " " + content;
+    return std::string(Words[static_cast<std::size_t>(state)]) + " " + std::to_string(lastSeen) + " " + content + " " +
+           std::to_string(size);
 }
 
 bool MarkForRemoval(CCycleTransaction& transaction, std::string_view serverId) {

@@ -1,10 +1,12 @@
 // fetchmarks.h - which messages of a POP3 mailbox are known: marks of the kind
-// ServerMessage, "STATE SECONDS CONTENT", with the time when the server listed
-// the message last and the key of its content.
+// ServerMessage, "STATE SECONDS CONTENT SIZE", with the time when the server
+// listed the message last, the key of its content and the size that it listed.
 //
 // A server may give the id of a deleted message to another one.  So the mark of
 // one whose deletion was confirmed says "gone": when the id is listed again, the
 // content tells whether it is a new message or one that was not deleted after all.
+// For the same reason what an earlier session left marked "delete", and what has
+// changed its size, is compared before it is believed to be known.
 
 #ifndef LISTHAVEN_ENGINE_INCOMING_FETCHMARKS_H
 #define LISTHAVEN_ENGINE_INCOMING_FETCHMARKS_H
@@ -23,6 +25,7 @@ struct CServerMark {
     State state = State::None;
     std::int64_t lastSeen = 0;  // 0: it does not say
     std::string content;        // "": it does not say
+    std::uint64_t size = 0;     // in octets; 0: it does not say
 
     static CServerMark Parse(std::string_view value);
     std::string Encode() const;

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <map>
+#include <optional>
+#include <set>
 #include <utility>
 
 #include "engine/eventlog.h"
@@ -66,6 +69,9 @@ struct CMailFetch::CState {
     bool Store(CCycleTransaction& transaction, CFetchedMessage& fetched, std::uint64_t tooLargeSize, std::int64_t now);
     bool FailRetrieval(const CFetchedMessage& fetched);
     CServerMark GetMark(const CCycleTransaction& transaction, const std::string& key) const;
+    bool IsSurelyKnown(const CServerMark& mark, const Pop3Message& message) const;
+    void LoadContents();
+    CServerMark TakeByContent(CCycleTransaction& transaction, const std::string& content);
     bool DeleteMarked();
     bool TidyMarks(std::int64_t now, bool isConfirmed);
 
@@ -77,7 +83,9 @@ struct CMailFetch::CState {
     std::vector<Pop3Message> messages;
     std::vector<std::string> keys;  // of the messages, where they are known
     std::size_t next = 0;
-    std::vector<std::string> deleted;  // keys
+    std::set<std::string> compared;  // keys whose content this session has seen
+    std::optional<std::map<std::string, std::pair<std::string, CServerMark>>> contents;  // known messages by content
+    std::vector<std::string> deleted;                                                    // keys
     CFetchTotals totals;
     std::vector<std::string> paths;  // of the group
     std::uint64_t groupBytes = 0;
@@ -152,14 +160,48 @@ CServerMark CMailFetch::CState::GetMark(const CCycleTransaction& transaction, co
     return CServerMark::Parse(value);
 }
 
+// An id can have gone over to another message, which must not be deleted unread.
+bool CMailFetch::CState::IsSurelyKnown(const CServerMark& mark, const Pop3Message& message) const {
+    const bool isOfThatSize = mark.size == message.size;
+    if (mark.state == MarkState::Keep) return mark.size == 0 || isOfThatSize;
+    if (mark.state != MarkState::Delete) return false;
+    return compared.contains(message.uid) || (isOfThatSize && message.size > limit);
+}
+
+// But for those that this session has met already.
+void CMailFetch::CState::LoadContents() {
+    const std::set<std::string_view> met(keys.begin(), keys.begin() + static_cast<std::ptrdiff_t>(next));
+    contents.emplace();
+    state.ForEachMark(MarkKind::ServerMessage, [&](std::string_view key, std::string_view value) {
+        const CServerMark mark = CServerMark::Parse(value);
+        const bool isThere = mark.state == MarkState::Keep || mark.state == MarkState::Delete;
+        if (isThere && !mark.content.empty() && !met.contains(key))
+            contents->insert({mark.content, {std::string(key), mark}});
+        return true;
+    });
+}
+
+// A server that gives its messages other ids must not make them come twice.  The
+// mark under the other key is taken away.
+CServerMark CMailFetch::CState::TakeByContent(CCycleTransaction& transaction, const std::string& content) {
+    if (!contents) LoadContents();
+    const auto found = contents->find(content);
+    if (found == contents->end()) return {};
+    const CServerMark mark = found->second.second;
+    const std::string key = found->second.first;
+    if (GetMark(transaction, key).content == content) transaction.SetMark(MarkKind::ServerMessage, key, "");
+    return mark;
+}
+
 bool CMailFetch::CState::FetchOne(CCycleTransaction& transaction, std::int64_t now) {
     if (isCancelled) return Fail("Fetching was cancelled");
     if (!Session().IsOpen() && !Reconnect()) return false;
     if (next >= messages.size()) return true;
     const Pop3Message& message = messages[next];
     keys[next] = message.uid;
-    const auto known = message.uid.empty() ? MarkState::None : GetMark(transaction, message.uid).state;
-    if (known == MarkState::Keep || known == MarkState::Delete) {
+    const CServerMark mark = message.uid.empty() ? CServerMark() : GetMark(transaction, message.uid);
+    if (IsSurelyKnown(mark, message)) {
+        if (contents) contents->erase(mark.content);
         ++totals.known;
         ++next;
         return true;
@@ -210,14 +252,17 @@ bool CMailFetch::CState::Store(CCycleTransaction& transaction, CFetchedMessage& 
     const std::string content = fetched.MakeContentKey(isTooLarge ? std::to_string(message.size) : std::string());
     if (content.empty()) return Fail(GetLastErrorText());
     const std::string key = message.uid.empty() ? content : message.uid;
+    CServerMark mark = GetMark(transaction, key);
+    const bool isUnsaid = mark.content.empty() && (mark.state == MarkState::Keep || mark.state == MarkState::Delete);
+    if (mark.content != content && !isUnsaid) mark = TakeByContent(transaction, content);
+    if (contents) contents->erase(content);
+    compared.insert(key);
     keys[next] = key;
     ++next;
-    CServerMark mark = GetMark(transaction, key);
-    const bool isKnown = mark.state != MarkState::None && (mark.state != MarkState::Gone || mark.content == content);
-    if (isKnown) {
+    if (mark.state != MarkState::None) {
         ++totals.known;
-        if (mark.state != MarkState::Gone) return true;
-        mark.state = MarkState::Delete;
+        if (mark.state == MarkState::Gone) mark.state = MarkState::Delete;
+        mark.size = message.size;
         transaction.SetMark(MarkKind::ServerMessage, key, mark.Encode());
         return true;
     }
@@ -227,7 +272,7 @@ bool CMailFetch::CState::Store(CCycleTransaction& transaction, CFetchedMessage& 
                    : fetched.Finish(path) && (!options.saveIncoming || transaction.AddTwin(GetReceivedFolder(list)));
     if (!isStored) return Fail(GetLastErrorText());
     const bool isToGo = isTooLarge ? options.removeTooLarge : !options.leaveCopies;
-    mark = {isToGo ? MarkState::Delete : MarkState::Keep, now, content};
+    mark = {isToGo ? MarkState::Delete : MarkState::Keep, now, content, message.size};
     transaction.SetMark(MarkKind::ServerMessage, key, mark.Encode());
     ++(isTooLarge ? totals.tooLarge : totals.fetched);
     groupBytes += isTooLarge ? 0 : fetched.GetOctets();

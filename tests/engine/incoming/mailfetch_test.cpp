@@ -104,7 +104,7 @@ TEST_F(MailFetch, AfterAnyMisbehaviourEachMessageHasComeOnce) {
             m_server.SetTurn({});
             ASSERT_EQ(Fetch(Options()), CMailFetch::Step::End) << m_reason;
             Counts all = Subjects();
-            if (stage.starts_with("RETR") && all.erase("") > 0) ++all[stage == "RETR 1" ? "one" : "three"];
+            if (stage.starts_with("RETR") && all.erase("") > 0) all[stage == "RETR 1" ? "one" : "three"] = 1;
             EXPECT_EQ(all, (Counts{{"one", 1}, {"three", 1}, {"two", 1}}));
             EXPECT_EQ(m_server.Count(), 0u);
         }
@@ -164,6 +164,43 @@ TEST_F(MailFetch, KnownMessagesStayKnownWhateverTheIds) {
             ADD_FAILURE() << key;
             return true;
         }));
+    }
+}
+
+// Ids that go over to other messages, and messages that get other ids.
+TEST_F(MailFetch, AnIdIsNotAMessage) {
+    const auto numbered = [](std::initializer_list<const char*> subjects) {
+        std::vector<CScriptedMailbox::CMessage> messages;
+        for (const std::string subject : subjects)
+            messages.push_back({std::to_string(messages.size() + 1), Message(subject).text});
+        return messages;
+    };
+    const struct {
+        bool leavesCopies;
+        std::vector<CScriptedMailbox::CMessage> first, second;
+        Counts expected;
+    } rows[] = {
+        {false, numbered({"one"}), numbered({"two"}), {{"one", 1}, {"two", 1}}},  // as no answer to QUIT came
+        {true,
+         numbered({"a", "bb", "ccc"}),
+         numbered({"bb", "ccc", "dddd"}),
+         {{"a", 1}, {"bb", 1}, {"ccc", 1}, {"dddd", 1}}},
+        {true, numbered({"a", "bb"}), numbered({"bb", "a"}), {{"a", 1}, {"bb", 1}}},
+        {true, {Message("a"), Message("bb")}, numbered({"a", "bb", "c"}), {{"a", 1}, {"bb", 1}, {"c", 1}}},
+    };
+    for (const auto& row : rows) {
+        const CTemporaryFolder folder;
+        UseDataFolder(folder.GetPath());
+        CFetchOptions options = Options();
+        options.leaveCopies = row.leavesCopies;
+        m_server.Set(row.first, row.leavesCopies ? Turn() : Answer("QUIT", "", true));
+        Fetch(options);
+        for (int session = 0; session < 2; ++session) {
+            m_server.Set(row.second);
+            EXPECT_EQ(Fetch(options), CMailFetch::Step::End) << m_reason;
+            EXPECT_EQ(Subjects(), row.expected);
+        }
+        EXPECT_EQ(m_server.Count(), row.leavesCopies ? row.second.size() : 0u);
     }
 }
 
