@@ -1,22 +1,28 @@
 #!/usr/bin/env bash
 # The main job on a fresh machine: installs and builds what is missing, makes a
 # list in a data folder, imports its members, broadcasts a newsletter, and sends
-# every copy through the null sender, which files it in a folder.
+# every copy through the null sender, which files it in a folder.  Then, as root,
+# a list that runs itself, between Postfix and Dovecot: see demo-lists.sh.
 #
-# usage: scripts/demo.sh [--relay] [DIR]      default: demo-data in the project folder; made anew on each run
+# usage: scripts/demo.sh [--relay | --lists] [DIR]      default: demo-data in the project folder; made anew on each run
 #
 # --relay sends through a mail server instead: smtp-sink, which the script starts
-# on loopback, takes every message and passes none on.
+# on loopback, takes every message and passes none on.  --lists shows the list
+# that runs itself alone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+mode=all
+case ${1:-} in --relay | --lists) mode=${1#--}; shift ;; esac
+case ${1:-} in -*) echo "usage: scripts/demo.sh [--relay | --lists] [DIR]" >&2; exit 2 ;; esac
 relay=no
-[ "${1:-}" = --relay ] && { relay=yes; shift; }
+[ $mode = relay ] && relay=yes
 data=${1:-demo-data}
 
 scripts/setup.sh
 echo "== build"
 cmake --preset release >/dev/null
-cmake --build --preset release --target listhaven | tail -n 1
+cmake --build --preset release --target listhaven lhvserver | tail -n 1
+[ $mode = lists ] && exec scripts/demo-lists.sh "$data"
 
 # Only a folder that an earlier run made is emptied.
 if [ -e "$data" ]; then
@@ -105,3 +111,12 @@ fi
 lines=12
 [ $relay = yes ] && lines=16  # the first are the server's own
 grep -lrE '^To: .*eva.novakova' "$copies" | head -n 1 | xargs head -n $lines
+
+if [ $mode = all ]; then
+  echo
+  if [ "$(id -u)" = 0 ]; then
+    scripts/demo-lists.sh "$data/lists"
+  else
+    echo "A list that runs itself, with real mail servers: sudo scripts/demo.sh --lists   (Postfix wants root)"
+  fi
+fi
