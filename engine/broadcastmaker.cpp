@@ -291,7 +291,9 @@ CopyResult CBroadcastMaker::CState::MakeByPattern(const std::string& storedTo, c
     }
     replaced[recipientField] = storedTo;
     replaced["Date"] = date;
-    replaced["Message-ID"] = NewMessageId(from);
+    std::string sender = from;
+    ExpandDataFields(&sender, false);
+    replaced["Message-ID"] = NewMessageId(sender);
     pattern.Expand(replaced);
     std::string subject = pattern.GetSubject();
     if (isSigned) {

@@ -64,6 +64,12 @@ std::string IdentifierDomain(std::string_view fromLine) {
     return "listhaven.invalid";
 }
 
+// A From line of references has its domain in their values.
+std::string Expanded(std::string text) {
+    ExpandDataFields(&text, false);
+    return text;
+}
+
 std::string MailerName() {
     const std::string mailer = ReadSettingText("Service", "Mailer", "");
     if (!mailer.empty()) return OneLine(mailer);
@@ -150,7 +156,7 @@ void CFinalizer::SetStandardHeaders(CMimeMessage& message, std::int64_t now) {
     root.SetField("X-Loop", address);
     root.SetField("X-ZQ-Loop", address);
     RemoveAll(root, "Message-ID");
-    root.SetField("Message-ID", NewMessageId(from));
+    root.SetField("Message-ID", NewMessageId(Expanded(from)));
 }
 
 void CFinalizer::SetAddresseeFields(std::string_view toLine) {

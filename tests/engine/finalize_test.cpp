@@ -86,6 +86,10 @@ TEST_F(Finalize, TheAddresseeAndTheMailerComeFromTheirPlaces) {
     EXPECT_EQ(copy.GetRoot()->GetField("Subject"), "anna@x.example|anna von Berg|anna|von Berg");
     EXPECT_EQ(copy.GetRoot()->GetField("X-Mailer"), "Post 7");
     EXPECT_NE(copy.GetRoot()->GetField("Message-ID"), "<old@x>");
+    const CDataFieldScope scope;
+    SetDataField("List-Email", "news@z.example");
+    const CMimeMessage answer = Finalized("From: \"Z\" <$(List-Email)>\nTo: b@x.example\n\nx\n");
+    EXPECT_TRUE(answer.GetRoot()->GetField("Message-ID").ends_with("@z.example>"));
     EXPECT_EQ(GetDataField("Email"), "") << "the table is as it was before";
 }
 
