@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "engine/catalogue.h"
+#include "engine/looplevel.h"
 #include "mime/mailbox.h"
 #include "utility/formattext.h"
 #include "utility/lhvexception.h"
@@ -14,7 +15,6 @@ namespace {
 
 constexpr std::array<std::string_view, 4> AddressKeys = {"List", "Command", "Authorized", "Post"};
 constexpr std::array<std::string_view, 3> KindNames = {"discussion", "announcement", "autoresponder"};
-constexpr int LoopProtectionBits = 1 | 2 | 8;
 
 [[noreturn]] void Reject(const ListSetting& setting, const std::string& reason) {
     throw CLhvException("The setting " + std::string(setting.key) + " " + reason);
@@ -125,6 +125,10 @@ std::int64_t ParseSettingNumber(const ListSetting& setting, std::string_view tex
     if (setting.kind == SettingKind::ListKind) {
         ListKind kind{};
         if (ParseListKind(word, kind)) return static_cast<std::int64_t>(kind);
+    }
+    if (setting.column == ListColumn::LoopProtection) {
+        LoopLevel level{};
+        if (ParseLoopLevel(word, level)) return LoopBitsOf(level, 0);
     }
     if (setting.kind == SettingKind::Flag) {
         for (const std::string_view yes : {"yes", "on", "true"}) {

@@ -6,9 +6,10 @@
 #include <vector>
 
 #include "engine/catalogue.h"
-#include "engine/rules/listcreation.h"
 #include "engine/listremoval.h"
+#include "engine/looplevel.h"
 #include "engine/memberstore.h"
+#include "engine/rules/listcreation.h"
 #include "mime/mailbox.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
@@ -117,7 +118,11 @@ void Show(const CArguments& arguments) {
         document[std::string(setting.key)] = SettingAsJson(index, setting);
         std::string value = catalogue.GetByKey(index, setting.key);
         ReplaceAll(value, "\n", "; ");
-        table.AddRow({std::string(setting.key), value, std::string(setting.meaning)});
+        std::string meaning(setting.meaning);
+        if (setting.column == ListColumn::LoopProtection)
+            meaning = DescribeLoopLevel(LoopLevelOf(catalogue.GetNumber(index, setting.column)));
+        ReplaceAll(meaning, "\n", " ");
+        table.AddRow({std::string(setting.key), value, meaning});
     }
     boost::json::object addresses;
     for (const char* key : {"list", "command", "authorized", "post"})

@@ -4,6 +4,7 @@
 #include <set>
 #include <thread>
 
+#include "engine/looplevel.h"
 #include "platform/faultplan.h"
 #include "platform/filestatus.h"
 #include "tests/engine/memberfixture.h"
@@ -71,7 +72,8 @@ TEST_F(CCatalogueTest, SettingsByKey) {
                 {"kind", "Announcement", "announcement"},
                 {"kind", "2", "autoresponder"},
                 {"limitFrom", "7:05", "07:05"},
-                {"loopProtection", "11", "11"},
+                {"loopProtection", "High", "11"},
+                {"loopProtection", "8", "8"},
                 {"smtpHost", "mail.example.net", "mail.example.net"},
                 {"usage", "one\r\ntwo", "one\ntwo"},
                 {"smtpPassword", "secret", "*"},
@@ -90,6 +92,7 @@ TEST_F(CCatalogueTest, SettingsByKey) {
                                                            {"limitFrom", "24:00"},
                                                            {"limitDays", "128"},
                                                            {"loopProtection", "4"},
+                                                           {"loopProtection", "custom"},
                                                            {"smtpHost", std::string(129, 'x')},
                                                            {"smtpHost", "a\r\nb"},
                                                            {"smtpHost", std::string("a\0b", 3)},
@@ -110,6 +113,12 @@ TEST_F(CCatalogueTest, SettingsByKey) {
         ADD_FAILURE();
     } catch (const CLhvException& e) {
         EXPECT_EQ(e.GetText(), "Invalid number of simultaneous SMTP connections.");
+    }
+    const std::pair<int, LoopLevel> levels[] = {
+        {11, LoopLevel::High}, {3, LoopLevel::Normal}, {8, LoopLevel::Custom}, {0, LoopLevel::None}};
+    for (const auto& [bits, level] : levels) {
+        EXPECT_EQ(LoopLevelOf(bits), level) << bits;
+        EXPECT_EQ(LoopBitsOf(level, bits), bits);
     }
 }
 
