@@ -80,6 +80,10 @@ constexpr auto MakeSettingsList() {
          "time in which a rule answers the same sender once; 0: always", 0, 100000},
         {"Service", "SoftBounceLimit", Number, "5", "",
          "soft bounces within 30 days that make a member inactive; 0: none do", 0, 100000},
+        {"Service", "DeliveryNotifications", Number, "1", "",
+         "delivery status notifications in the mailbox; 0: leave them on the server, 1: process them like regular "
+         "messages, 2: quietly delete them from the server",
+         0, 2},
         {"Service", "KeepBounces", Number, "365", "days", "how long bounces are kept; 0: for ever", 0, 36500},
         {"Log Details Window", "LoadAtStartup", Flag, "0", "", "open the event-log window at start"},
         {"Log Details Window", "ShowAtStartup", Flag, "0", "", "show it then, rather than keep it hidden"},

@@ -3,6 +3,9 @@
 #include <algorithm>
 
 #include "engine/incoming/mailfetch.h"
+#include "engine/incoming/memberposts.h"
+#include "engine/incoming/notifications.h"
+#include "engine/listaccount.h"
 
 namespace {
 
@@ -17,8 +20,20 @@ void AddMembers(CCycleTransaction& transaction, const CListView& view) {
 
 }  // namespace
 
-bool CMessageEffects::AddTo(CCycleTransaction& transaction, const CListView& view, std::string_view path,
-                            const std::string& serverId) const {
+bool CMessageEffects::AddPosts(CCycleTransaction& transaction, CListView& view) {
+    const std::string queueFolder = GetAccountRoot(view.GetList().number);
+    std::string line;
+    for (const CPost& post : posts) {
+        const PostWay way = AddPost(transaction, view, queueFolder, post.text, post.modes, line);
+        if (way == PostWay::Failed) return false;
+        if (way == PostWay::Broadcast) hasBroadcast = true;
+        if (!line.empty()) notes.push_back(line);
+    }
+    return true;
+}
+
+bool CMessageEffects::AddTo(CCycleTransaction& transaction, CListView& view, std::string_view path,
+                            const std::string& serverId) {
     const bool isPrepared = std::all_of(messages.begin(), messages.end(),
                                         [&](const CNewMessage& message) {
                                             return transaction.AddMessage(message.queueFolder, message.text);
@@ -26,18 +41,17 @@ bool CMessageEffects::AddTo(CCycleTransaction& transaction, const CListView& vie
                             std::all_of(copies.begin(), copies.end(), [&](const CCopyOfIt& copy) {
                                 return transaction.AddCopy(copy.queueFolder, path, copy.extraHeaders);
                             });
-    if (!isPrepared) return false;
-    for (const CPost& post : posts) {
-        std::string identifier;
-        if (!transaction.AddBroadcast(post.text, post.modes, identifier)) return false;
-    }
+    if (!isPrepared || !AddPosts(transaction, view)) return false;
     AddMembers(transaction, view);
     if (view.GetReplyInterval() > 0) {
         for (const CAnswerMark& answer : answers)
             transaction.SetMark(MarkKind::Answer, CListView::AnswerKey(answer.ruleId, answer.address),
                                 std::to_string(view.GetTime()));
     }
-    if (removeFromServer) MarkForRemoval(transaction, serverId);  // if the server still has it
+    if (keepOnServer)
+        KeepOnServer(transaction, serverId);
+    else if (removeFromServer)
+        MarkForRemoval(transaction, serverId);  // if the server still has it
     transaction.RemoveMessage(path);
     return true;
 }
