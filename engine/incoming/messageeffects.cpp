@@ -3,9 +3,7 @@
 #include <algorithm>
 
 #include "engine/incoming/mailfetch.h"
-#include "engine/incoming/memberposts.h"
 #include "engine/incoming/notifications.h"
-#include "engine/listaccount.h"
 
 namespace {
 
@@ -20,20 +18,8 @@ void AddMembers(CCycleTransaction& transaction, const CListView& view) {
 
 }  // namespace
 
-bool CMessageEffects::AddPosts(CCycleTransaction& transaction, CListView& view) {
-    const std::string queueFolder = GetAccountRoot(view.GetList().number);
-    std::string line;
-    for (const CPost& post : posts) {
-        const PostWay way = AddPost(transaction, view, queueFolder, post.text, post.modes, line);
-        if (way == PostWay::Failed) return false;
-        if (way == PostWay::Broadcast) hasBroadcast = true;
-        if (!line.empty()) notes.push_back(line);
-    }
-    return true;
-}
-
-bool CMessageEffects::AddTo(CCycleTransaction& transaction, CListView& view, std::string_view path,
-                            const std::string& serverId) {
+bool CMessageEffects::AddTo(CCycleTransaction& transaction, const CListView& view, std::string_view path,
+                            const std::string& serverId) const {
     const bool isPrepared = std::all_of(messages.begin(), messages.end(),
                                         [&](const CNewMessage& message) {
                                             return transaction.AddMessage(message.queueFolder, message.text);
@@ -41,7 +27,11 @@ bool CMessageEffects::AddTo(CCycleTransaction& transaction, CListView& view, std
                             std::all_of(copies.begin(), copies.end(), [&](const CCopyOfIt& copy) {
                                 return transaction.AddCopy(copy.queueFolder, path, copy.extraHeaders);
                             });
-    if (!isPrepared || !AddPosts(transaction, view)) return false;
+    if (!isPrepared) return false;
+    for (const CPost& post : posts) {
+        std::string identifier;
+        if (!transaction.AddBroadcast(post.text, post.modes, identifier)) return false;
+    }
     AddMembers(transaction, view);
     if (view.GetReplyInterval() > 0) {
         for (const CAnswerMark& answer : answers)
