@@ -200,7 +200,7 @@ bool FinishSending(std::uint32_t list, const CSending& sending, Attempt attempt,
     }
     Platform::FlushFolder(parent);
     sent = true;
-    Log(LogInfo, "Digest %u of list %u: %zu messages are broadcast as %s.", sending.number, list, entries.size(),
+    Log(LogInfo, "Digest #%u of list %u holds %zu messages and is broadcast %s.", sending.number, list, entries.size(),
         sending.broadcast.c_str());
     return RemoveSent(done);
 }

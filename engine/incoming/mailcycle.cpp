@@ -62,7 +62,8 @@ public:
     bool ProcessWaiting();
     bool ProcessMailbox();
     bool ForgetOldAnswers();
-    bool IsStopped() const { return (m_stop && m_stop()) || (m_control != nullptr && m_control->IsCancelled()); }
+    bool WasCancelled() const { return m_control != nullptr && m_control->IsCancelled(); }
+    bool IsStopped() const { return (m_stop && m_stop()) || WasCancelled(); }
     std::int64_t Now() const { return m_fixedNow != 0 ? m_fixedNow : Platform::SecondsSince1970(); }
 
 private:
@@ -115,11 +116,15 @@ bool CCycle::ProcessMailbox() {
     m_processing->CheckRules(Now());
     CMailFetch fetch(m_list, m_state, std::move(options));
     const CCycleControlUse use(m_control, fetch);
-    const bool isRead = fetch.Open() && FetchAll(fetch);
+    if (!fetch.Open()) {
+        SetLastErrorText("The mailbox cannot be opened: " + DescribeLastError());
+        return WasCancelled();
+    }
+    const bool isRead = FetchAll(fetch);
     const CFetchTotals& fetched = fetch.GetTotals();
     m_totals.fetched += fetched.fetched + fetched.tooLarge;
     // The conversation that was ended on purpose has not failed.
-    return isRead || (m_control != nullptr && m_control->IsCancelled());
+    return isRead || WasCancelled();
 }
 
 // What was fetched is processed before the next group is: the inbox stays small.
@@ -189,8 +194,8 @@ bool RunSteps(std::uint32_t listNumber, CCycle& cycle, const CCycleTotals& total
 std::string DescribeTotals(const CCycleTotals& totals) {
     const std::pair<std::uint64_t, const char*> counts[] = {
         {totals.processed, "processed"},     {totals.replies, "answered"}, {totals.posted, "posted"},
-        {totals.digested, "for the digest"}, {totals.held, "held"},        {totals.added, "members added"},
-        {totals.removed, "members removed"}, {totals.bounces, "bounces"},  {totals.loops, "loops"},
+        {totals.digested, "for the digest"}, {totals.held, "held"},        {totals.added, "added"},
+        {totals.removed, "removed"},         {totals.bounces, "bounces"},  {totals.loops, "loops"},
         {totals.failed, "failed"},
     };
     std::string text = std::to_string(totals.fetched) + " fetched";

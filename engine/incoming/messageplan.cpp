@@ -147,7 +147,6 @@ bool CPlanner::EndsEarly(const RuleFields& rule, const CPerson& person) {
     Act(ActionKind::Hold);
     m_plan.isHeld = true;
     Done("holds the message for the moderator; nothing else is done before he accepts it");
-    Note(Describe() + " waits for the moderator.");
     return true;
 }
 
@@ -192,6 +191,7 @@ void CPlanner::ChangeMember(const RuleFields& rule, const CPerson& person) {
     if (!rule.changeDigestMode) return;
     if (!m_view.FindMember(person.member.address, member)) {
         Done("changes no mode: " + shown + " is no member");
+        Note(Describe() + " changes no mode: " + shown + " is no member.");
         return;
     }
     member.mode = rule.digestMode == DigestModeOn ? DeliveryMode::Digest : DeliveryMode::Regular;

@@ -81,6 +81,7 @@ void CPlanExecution::Execute(const CMessagePlan& plan, std::span<const CMessageR
                              const CIncomingMessage& message, CMessageEffects& effects) {
     m_removed.clear();
     m_isAnsweredInvalid = false;
+    m_whyInvalid.clear();
     effects.notes = plan.notes;
     for (const CAction& action : plan.actions) {
         const CMessageRule* rule = action.rule < rules.size() ? &rules[action.rule] : nullptr;
@@ -145,7 +146,9 @@ void CPlanExecution::Answer(const CStep& step, const CMimeMessage& reply) {
 
 void CPlanExecution::AnswerInvalid(const CStep& step, const std::string& reason) {
     const RuleFields& rule = step.Rule();
-    step.effects.Say("its format is invalid, " + reason + OfRule(rule));
+    if (reason != m_whyInvalid)
+        step.effects.Say("not passed on" + OfRule(rule) + ": " + reason.substr(0, reason.find_last_not_of('.') + 1));
+    m_whyInvalid = reason;
     if (m_isAnsweredInvalid || step.action.address.empty() || !rule.invalidFormatReply.GetRoot()) return;
     m_isAnsweredInvalid = true;
     if (!m_view.WasAnswered(step.rule->GetId(), step.action.address)) Answer(step, rule.invalidFormatReply);

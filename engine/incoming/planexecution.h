@@ -53,6 +53,7 @@ private:
     bool m_removeMatched = false;
     RemovedMembers m_removed;          // of the message
     bool m_isAnsweredInvalid = false;  // the message has been
+    std::string m_whyInvalid;          // what the log has been told of it
 };
 
 #endif  // LISTHAVEN_ENGINE_INCOMING_PLANEXECUTION_H

@@ -16,20 +16,23 @@ constexpr std::array<TextRow, static_cast<std::size_t>(StandardText::Count)> Tex
     {StandardText::ConfirmationRequest, "Please confirm your subscription to $(List-Name)",
      R"text(Hello,
 
-we have received a request to subscribe the address $(Email) to
-$(List-Name).
+somebody, probably you, would like to subscribe this address to
+$(List-Name):
+
+    $(Email)
 
 To confirm it, simply reply to this message and leave the subject as
 it is. You need not write anything.
 
-If you did not ask for this, you need not do anything: without your
-reply the address will not be subscribed.
+If it was not you, just ignore this message: without your reply the
+address will not be subscribed.
 )text"},
     {StandardText::Welcome, "Welcome to $(List-Name)",
      R"text(Hello,
 
-welcome to $(List-Name)! You are subscribed with the address
-$(Email).
+welcome to $(List-Name)! You are subscribed with this address:
+
+    $(Email)
 
 Please keep this message. It says how to leave, and what else you can
 do:
@@ -39,29 +42,36 @@ $(List-Usage)
     {StandardText::Goodbye, "You have left $(List-Name)",
      R"text(Hello,
 
-the address $(Email) is no longer subscribed to $(List-Name),
-and gets no more messages from us.
+this address is not subscribed to $(List-Name) any more:
 
-If this was a mistake, or if you would like to come back: send a
-message to $(Command-Email) containing "SUBSCRIBE" in subject.
+    $(Email)
+
+If messages still reach you, you are subscribed with another address:
+please send the same request from there.
+
+If you would like to come back, send a message to
+$(Command-Email)
+containing "SUBSCRIBE" in subject.
 )text"},
     {StandardText::DigestOn, "$(List-Name): you get the digest now",
      R"text(Hello,
 
-from now on $(Email) gets the digest of $(List-Name): one
-message from time to time that holds what was written meanwhile.
+from now on you get the digest of $(List-Name):
+one message from time to time that holds what was written meanwhile.
 
 To get each message by itself again, send a message to
-$(Command-Email) containing "DIGEST OFF" in subject; to unsubscribe,
-one containing "UNSUBSCRIBE".
+$(Command-Email)
+containing "DIGEST OFF" in subject; to unsubscribe, one containing
+"UNSUBSCRIBE".
 )text"},
     {StandardText::DigestOff, "$(List-Name): you get each message now",
      R"text(Hello,
 
-from now on $(Email) gets each message of $(List-Name) as it
-comes.
+from now on you get each message of $(List-Name)
+as it comes.
 
-To get the digest again, send a message to $(Command-Email)
+To get the digest again, send a message to
+$(Command-Email)
 containing "DIGEST ON" in subject; to unsubscribe, one containing
 "UNSUBSCRIBE".
 )text"},
@@ -76,45 +86,60 @@ $(List-Usage)
     {StandardText::MembersOnly, "Your message to $(List-Name) was not passed on",
      R"text(Hello,
 
-only subscribers can write to $(List-Name), and the address
-$(Email) is not subscribed. Your message "$(Original-Subject)"
-was not passed on.
+only subscribers can write to $(List-Name). This message
+was not passed on:
+
+    $(Original-Subject)
+
+It came from an address that is not subscribed:
+
+    $(Email)
 
 If you are subscribed with another address, please send it from there.
-To subscribe, send a message to $(Command-Email) containing
-"SUBSCRIBE" in subject, and reply to the message that you get.
+To subscribe, send a message to
+$(Command-Email)
+containing "SUBSCRIBE" in subject, and reply to the message that you
+get.
 )text"},
     {StandardText::OwnerOnly, "Your message to $(List-Name) was not understood",
      R"text(Hello,
 
-$(List-Name) is a list for announcements: only its owner posts here.
-Your message "$(Original-Subject)" is no command that the list
-knows, and was not passed on.
+$(List-Name) is a list for announcements.
+Only its owner posts here, and this is not a command that it knows:
+
+    $(Original-Subject)
+
+Your message was not passed on. This is what you can do:
 
 $(List-Usage)
 )text"},
     {StandardText::InvalidFormat, "Your message to $(List-Name) could not be passed on",
      R"text(Hello,
 
-your message "$(Original-Subject)" has a format that
-$(List-Name) cannot pass on. Perhaps it was empty, or damaged on its
-way.
+this message could not be passed on to $(List-Name):
 
+    $(Original-Subject)
+
+Perhaps it was empty, damaged on its way, or had only attachments.
 Please send it once more, as plain text if you can.
 )text"},
     {StandardText::SampleAnswer, "Thank you for your message",
      R"text(Hello,
 
-thank you for your message "$(Original-Subject)" to
-$(List-Display-Name). It has arrived, and somebody will read it soon.
+thank you for your message to $(List-Display-Name):
 
-This answer was sent automatically; you need not reply to it.
+    $(Original-Subject)
+
+It has arrived. This answer was sent automatically; there is no need
+to reply to it.
 )text"},
     {StandardText::TooLarge, "Your message to $(List-Name) is too large",
      R"text(Hello,
 
-your message "$(Original-Subject)" is larger than
-$(List-Name) accepts, and was not processed.
+this message is larger than $(List-Name) accepts,
+and was not processed:
+
+    $(Original-Subject)
 
 Please send it without attachments, or with smaller ones.
 )text"},

@@ -76,7 +76,7 @@ void List(const CArguments& arguments) {
         table.AddRow({record.id, PrintableTime(record.time),
                       isAbuse ? "abuse" : std::string(BounceClassName(record.bounce.bounceClass)),
                       record.bounce.address.empty() ? "-" : record.bounce.address, record.bounce.status,
-                      EffectText(record), record.bounce.evidence.substr(0, EvidenceShown)});
+                      EffectText(record), Shortened(record.bounce.evidence, EvidenceShown)});
     }
     arguments.json ? PrintJson(document) : table.Print();
 }

@@ -103,6 +103,7 @@ boost::json::object AsJson(const CRules& rules, const CMessageRule& rule, std::s
 void List(const CArguments& arguments) {
     const CRules rules = OpenRules(arguments);
     boost::json::array document;
+    constexpr std::size_t ConditionsShown = 60;  // "rule show" has them whole
     CTablePrinter table({"No", "Name", "On", "When", "Does"});
     for (std::size_t i = 0; i < rules.rules.size(); ++i) {
         const CMessageRule& rule = rules.rules[i];
@@ -111,7 +112,7 @@ void List(const CArguments& arguments) {
                       !rule.GetFault().empty() ? "damaged"
                       : rule.Get().enabled     ? "yes"
                                                : "no",
-                      Conditions(rule.Get()), Actions(rule.Get())});
+                      Shortened(Conditions(rule.Get()), ConditionsShown), Actions(rule.Get())});
     }
     arguments.json ? PrintJson(document) : table.Print();
 }

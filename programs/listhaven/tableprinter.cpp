@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "engine/utf8text.h"
 #include "platform/clock.h"
 #include "utility/formattext.h"
 #include "utility/text.h"
@@ -62,6 +63,10 @@ std::string Printable(std::string_view text) {
         if (static_cast<unsigned char>(c) < 32 || c == 127) c = '?';
     }
     return result;
+}
+
+std::string Shortened(std::string_view text, std::size_t most) {
+    return text.size() <= most ? std::string(text) : std::string(CutUtf8(text, most)) + "...";
 }
 
 std::string PrintableTime(std::int64_t secondsSince1970) {

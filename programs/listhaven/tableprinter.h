@@ -22,6 +22,9 @@ private:
 // Fit for a terminal: control characters become "?".
 std::string Printable(std::string_view text);
 
+// At most that many bytes, and "..." for what was cut off.  UTF-8.
+std::string Shortened(std::string_view text, std::size_t most);
+
 // "2026-11-21 04:30:00" local time; "-" for 0.
 std::string PrintableTime(std::int64_t secondsSince1970);
 
