@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "app/settings.h"
 #include "engine/incoming/bouncerecords.h"
 #include "engine/incoming/digests.h"
 #include "engine/incoming/moderation.h"
@@ -116,6 +117,35 @@ TEST_F(ProcessingTest, TheModeratorDecides) {
     ASSERT_TRUE(AcceptPending(m_list, pending[0].id, "")) << GetLastErrorText();
     EXPECT_EQ(Process(), "0 fetched, 1 processed, 1 posted, 1 for the digest");
     EXPECT_TRUE(ListPending(m_list).empty());
+}
+
+TEST_F(ProcessingTest, NotificationsAreTreatedAsTheOperatorWants) {
+    const struct {
+        int setting;
+        bool isProcessed;
+        std::string mark;
+    } rows[] = {{0, false, "keep 5 # 0"}, {1, true, "delete 5 # 0"}, {2, false, "delete 5 # 0"}};
+    for (const auto& row : rows) {
+        WriteSetting("Service", "DeliveryNotifications", row.setting);
+        MakeClub(ListKind::Discussion, {"hard@x.example"});
+        {
+            CCycleState state;
+            ASSERT_TRUE(state.Open(m_list) && state.Recover()) << GetLastErrorText();
+            CCycleTransaction transaction(state);
+            transaction.SetMark(MarkKind::ServerMessage, "u7", "delete 5 # 0");
+            ASSERT_TRUE(transaction.Commit());
+        }
+        PutIntoInbox("X-Lhv-Server-Id: u7\n" + BounceOf("hard@x.example", "5.1.1"));
+        Process();
+        EXPECT_EQ(IsMember("hard@x.example"), !row.isProcessed) << row.setting;
+        PutIntoInbox(BounceOf("hard@x.example", "5.1.1"));  // this one was learned while sending
+        Process();
+        EXPECT_FALSE(IsMember("hard@x.example")) << row.setting;
+        CCycleState state;
+        std::string mark;
+        ASSERT_TRUE(state.Open(m_list) && state.GetMark(MarkKind::ServerMessage, "u7", mark));
+        EXPECT_EQ(mark, row.mark) << row.setting;
+    }
 }
 
 TEST_F(ProcessingTest, BouncesRemoveCountAndCanBeUndone) {
