@@ -33,7 +33,7 @@ ContentOptions OptionsOf(const RuleFields& rule) {
 CMimeMessage LoadContent(const CIncomingMessage& original, const ContentOptions& options) {
     const auto sealed = options.TakesApart() ? CMimeSource::Sealed::Split : CMimeSource::Sealed::Kept;
     CMimeMessage message;
-    if (!original.path.empty() && message.Load(original.path, sealed)) return message;
+    if (!original.path.empty() && LoadIncoming(original.path, sealed, message)) return message;
     return original.message.Clone();
 }
 

@@ -67,6 +67,8 @@ bool IsOneOf(std::string_view name, std::span<const std::string_view> names) noe
 }
 
 bool IsForeign(std::string_view name) noexcept {
+    // Some programs leave such bytes out, and then read another name.
+    if (std::any_of(name.begin(), name.end(), [](char c) { return c <= ' ' || c > '~'; })) return true;
     if (IsOneOf(name, ForeignFields)) return true;
     return std::any_of(ForeignStarts.begin(), ForeignStarts.end(),
                        [name](std::string_view start) { return StartsWithNoCase(name, start); });
@@ -139,7 +141,9 @@ void RemoveForeignFields(CMimeHeader& header) {
         }
         if (!isKept) continue;
         kept.AddField(field.name, "-");
-        kept.SetStoredField(kept.GetFieldCount() - 1, field.value);
+        std::string value = field.value;
+        std::erase(value, '\0');
+        kept.SetStoredField(kept.GetFieldCount() - 1, value);
     }
     header = std::move(kept);
 }

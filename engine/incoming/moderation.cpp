@@ -6,6 +6,7 @@
 #include "engine/incoming/cycletransaction.h"
 #include "engine/incoming/moderatornote.h"
 #include "engine/messagetemplate.h"
+#include "engine/rules/incomingmessage.h"
 #include "engine/utf8text.h"
 #include "mime/mimemessage.h"
 #include "platform/file.h"
@@ -94,7 +95,7 @@ bool FindWaiting(std::uint32_t listNumber, std::string_view id, CPendingMessage&
 
 bool AddNote(const std::string& path, std::string_view note) {
     CMimeMessage message;
-    if (!message.Load(path)) {
+    if (!LoadIncoming(path, CMimeSource::Sealed::Split, message)) {
         SetLastErrorText(NoLongerThere);
         return false;
     }

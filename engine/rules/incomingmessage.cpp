@@ -4,7 +4,9 @@
 
 #include "engine/signature.h"
 #include "engine/utf8text.h"
+#include "mime/createentity.h"
 #include "mime/htmlconversion.h"
+#include "mime/mimemultipart.h"
 #include "mime/mimewalk.h"
 #include "utility/files.h"
 #include "utility/text.h"
@@ -63,7 +65,7 @@ void AppendMailboxes(const CRawHeader& header, std::string_view name, std::vecto
         room -= line.size();
         for (CMailbox& mailbox : MailboxesInUtf8(CMimeHeader::Unfold(line))) {
             if (mailboxes.size() >= CIncomingMessage::MaxRecipients) return;
-            mailbox.address = OneLine(mailbox.address);
+            mailbox.address = PlainAddress(OneLine(mailbox.address));
             mailboxes.push_back(std::move(mailbox));
         }
     }
@@ -72,7 +74,7 @@ void AppendMailboxes(const CRawHeader& header, std::string_view name, std::vecto
 void ReadPeople(const CRawHeader& header, CIncomingMessage& message) {
     message.hasReturnPath = header.Find("Return-Path") != nullptr;
     const std::vector<CMailbox> returnPath = ParseMailboxes(header.Get("Return-Path"));
-    if (!returnPath.empty()) message.returnPath = OneLine(returnPath.front().address);
+    if (!returnPath.empty()) message.returnPath = PlainAddress(OneLine(returnPath.front().address));
     AppendMailboxes(header, "From", message.from);
     if (message.from.empty()) AppendMailboxes(header, "Sender", message.from);
     if (message.from.empty() && !message.returnPath.empty()) message.from.push_back({"", message.returnPath});
@@ -92,17 +94,36 @@ void AppendField(const CMimeField& field, std::string& text) {
     text.append(field.name).append(": ").append(field.value).append("\n");
 }
 
+enum class ControlFields { Kept, Dropped };
+
 // The fields of the file, and of the root what says how to read its body.
-void UseOwnHeader(const CMimeHeader& own, CMimeHeader& root) {
+void UseOwnHeader(const CMimeHeader& own, ControlFields control, CMimeHeader& root) {
     std::string text;
     for (std::size_t i = 0; i < own.GetFieldCount(); ++i) {
         const CMimeField& field = own.GetStoredField(i);
-        if (!IsContentField(field.name) && !IsControlField(field.name)) AppendField(field, text);
+        const bool isKept = control == ControlFields::Kept || !IsControlField(field.name);
+        if (!IsContentField(field.name) && isKept) AppendField(field, text);
     }
     for (std::size_t i = 0; i < root.GetFieldCount(); ++i) {
         if (IsContentField(root.GetStoredField(i).name)) AppendField(root.GetStoredField(i), text);
     }
     root.Parse(text);
+}
+
+// A part that is alone after its neighbours were taken away becomes the message.
+void KeepContentFields(CMimeEntity& parent) {
+    if (parent.GetKind() < MimeClass::Multipart) return;
+    const auto& multipart = static_cast<const CMimeMultipart&>(parent);
+    for (std::size_t i = 0; i < multipart.GetPartCount(); ++i) {
+        CMimeEntity& part = *multipart.GetPart(i);
+        CMimeHeader& header = part.GetHeader();
+        std::string text;
+        for (std::size_t field = 0; field < header.GetFieldCount(); ++field) {
+            if (IsContentField(header.GetStoredField(field).name)) AppendField(header.GetStoredField(field), text);
+        }
+        header.Parse(text);
+        KeepContentFields(part);
+    }
 }
 
 void AppendText(std::string& text, std::string_view piece) {
@@ -133,10 +154,43 @@ bool IsControlField(std::string_view name) {
     return (StartsWithNoCase(name, "X-Lhv-") || StartsWithNoCase(name, "X-Zq-")) && !EqualNoCase(name, "X-ZQ-Loop");
 }
 
+std::string PlainAddress(std::string_view address) {
+    constexpr std::string_view Special = "()<>[]:;@\\,\" \t\r\n";
+    const std::size_t at = address.rfind('@');
+    if (at == std::string_view::npos) return std::string(address);
+    std::string_view domain = address.substr(at + 1);
+    if (domain.ends_with('.')) domain.remove_suffix(1);
+    std::string_view local = address.substr(0, at);
+    std::string plain;
+    if (local.size() >= 2 && local.starts_with('"') && local.ends_with('"')) {
+        for (std::size_t i = 1; i + 1 < local.size(); ++i) {
+            if (local[i] == '\\' && i + 2 < local.size()) ++i;
+            plain += local[i];
+        }
+        const bool isAtom = !plain.empty() && plain.find_first_of(Special) == std::string::npos &&
+                            plain.front() != '.' && plain.back() != '.' && plain.find("..") == std::string::npos;
+        if (isAtom) local = plain;
+    }
+    return std::string(local).append("@").append(domain);
+}
+
 const std::string& CIncomingMessage::GetBodyText() const {
     if (!m_hasBodyText) m_bodyText = message.GetRoot() ? ReadBodyText(*message.GetRoot()) : std::string();
     m_hasBodyText = true;
     return m_bodyText;
+}
+
+bool LoadIncoming(const std::string& path, CMimeSource::Sealed sealed, CMimeMessage& message) {
+    std::string text;
+    if (!ReadWholeFile(path, text)) return false;
+    const CMimeSource source = CMimeSource(std::move(text)).With(sealed);
+    if (!message.LoadText(source)) return false;
+    const std::size_t end = source.View().starts_with('\n') ? 1 : source.View().find("\n\n");
+    const auto own = CreateEntity(CMimeSource(std::string(source.View().substr(0, end))));  // without a body
+    CMimeHeader& root = message.GetRoot()->GetHeader();
+    if (root.GetText() != own->GetHeader().GetText()) UseOwnHeader(own->GetHeader(), ControlFields::Kept, root);
+    KeepContentFields(*message.GetRoot());
+    return true;
 }
 
 bool ReadIncomingMessage(const std::string& path, const std::vector<std::string>& ownAddresses,
@@ -152,7 +206,7 @@ bool ReadIncomingMessage(const std::string& path, const std::vector<std::string>
     const bool hasHeader = head.header.GetFieldCount() > 0;
     const CRawHeader header(hasHeader ? source.View().substr(0, headEnd) : std::string_view());
     if (!message.message.LoadText(source)) return false;
-    UseOwnHeader(head.header, message.message.GetRoot()->GetHeader());
+    UseOwnHeader(head.header, ControlFields::Dropped, message.message.GetRoot()->GetHeader());
     for (const CMimeField& field : header.GetFields()) {
         if (!IsControlField(field.name)) AppendField(field, message.headerText);
     }

@@ -55,6 +55,15 @@ private:
 // A field that tells our own programs something: X-Lhv-..., X-Zq-... but for the loop mark.
 bool IsControlField(std::string_view name);
 
+// Into "message" what a stranger's file holds, to be passed on.  The fields are
+// those of its own header, also where its only part becomes the root; those of
+// its parts speak of nothing but their content.
+bool LoadIncoming(const std::string& path, CMimeSource::Sealed sealed, CMimeMessage& message);
+
+// One spelling for what is one mailbox: "anna"@x.example and anna@x.example. are
+// anna@x.example.  Source: RFC 5321, 4.1.2.
+std::string PlainAddress(std::string_view address);
+
 // ownAddresses: the list's.
 bool ReadIncomingMessage(const std::string& path, const std::vector<std::string>& ownAddresses,
                          CIncomingMessage& message);

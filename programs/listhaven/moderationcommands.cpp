@@ -9,6 +9,7 @@
 
 #include "engine/catalogue.h"
 #include "engine/incoming/moderation.h"
+#include "engine/rules/incomingmessage.h"
 #include "engine/utf8text.h"
 #include "mime/htmlconversion.h"
 #include "mime/mimemessage.h"
@@ -112,7 +113,8 @@ std::string TextOf(CMimeMessage& message) {
 void Show(const CArguments& arguments) {
     const CPendingMessage pending = Find(arguments);
     CMimeMessage message;
-    if (!message.Load(pending.path)) throw CCommandFailure("Message no longer exists.");
+    if (!LoadIncoming(pending.path, CMimeSource::Sealed::Split, message))
+        throw CCommandFailure("Message no longer exists.");
     const std::string text = TextOf(message);
     if (arguments.json) {
         boost::json::object document = AsJson(pending);

@@ -97,6 +97,25 @@ TEST_F(Forwarding, TheHeaderIsThatOfAListMessage) {
     EXPECT_NE(subject.find("] [LHV-"), std::string::npos) << subject;
 }
 
+// Neither the only part of a message, nor one that is alone when the others are
+// taken away, nor a name with bytes that some programs leave out.
+TEST_F(Forwarding, APartHasNoFieldsOfTheMessage) {
+    const std::string fields = "From: boss@x\nSubject: Forged\nX-Lhv-Recipient-Override: victim@x\nReceipt: x\n";
+    const std::string head = std::string("\0X-Lhv-A: 1\n\vX-Lhv-C: 1\nX-A: a\0b\n", 33) +
+                             "From: a@x\nSubject: Own\nContent-Type: multipart/mixed; boundary=B\n\n--B\n" + fields;
+    for (const char* rest : {"", "--B\nContent-Type: image/png\n\nx\n", "--B\n\n \n"}) {
+        rule.stripAttachments = *rest != 0;
+        const std::string copy = Copy(head + "Content-Type: text/plain\n\nHello\n" + rest + "--B--\n");
+        ExpectFields(copy, {{"From", "a@x"},
+                            {"Subject", "[Harbour (West)] Own"},
+                            {"X-A", "ab"},
+                            {"Receipt", ""},
+                            {ControlHeader::RecipientOverride, "\"Anna Berg\" <anna@b.example>"}});
+        for (const char* forged : {"boss@x", "victim@x", "X-Lhv-A", "X-Lhv-C"})
+            EXPECT_EQ(copy.find(forged), std::string::npos) << copy;
+    }
+}
+
 TEST_F(Forwarding, HeaderAndFooterStandInEveryText) {
     rule.addHeader = rule.addFooter = true;
     rule.header = Message(

@@ -140,6 +140,14 @@ TEST_F(MessagePlanTest, LoopsAreFoundWithoutTheirHeaders) {
     EXPECT_EQ(Actions(Plan(looping + "\n", {3, true, "ask@h.example", false})), "loop");
 }
 
+// Or an access list and the reply interval would be for one spelling only.
+TEST_F(MessagePlanTest, AMailboxHasOneSpelling) {
+    for (const char* address : {"evil@x.example", "\"evil\"@x.example", "\"ev\\il\"@x.example", "evil@x.example."})
+        EXPECT_EQ(PlainAddress(address), "evil@x.example") << address;
+    for (const char* address : {"\"a b\"@x.example", "\"a..b\"@x.example", "\"a@b\"@x.example", "\"\"@x.example", "a"})
+        EXPECT_EQ(PlainAddress(address), address);
+}
+
 TEST_F(MessagePlanTest, OnlyAListedSenderNamesSomebodyElse) {
     Make(ListKind::Autoresponder);
     RuleFields rule;
