@@ -26,20 +26,20 @@ std::string PresenceName(const std::string& folder) {
 }
 
 // A message that copies can be made of: some header, and a body that could be taken apart.
-bool LoadUsableMessage(const std::string& path, CMimeMessage& message) {
-    if (!message.Load(path) || !message.GetRoot()) {
-        SetLastErrorFormat("The message \"%s\" cannot be loaded, or is empty.", path.c_str());
-        return false;
-    }
+bool IsUsable(const CMimeMessage& message, const std::string& name) {
     const auto root = message.GetRoot();
-    const auto multipart = root.As<CMimeMultipart>();
-    if (root->GetHeader().GetFieldCount() == 0) {
-        SetLastErrorFormat("\"%s\" is not a message: it has no header.", path.c_str());
+    if (!root) {
+        SetLastErrorFormat("The message \"%s\" cannot be loaded, or is empty.", name.c_str());
         return false;
     }
+    if (root->GetHeader().GetFieldCount() == 0) {
+        SetLastErrorFormat("\"%s\" is not a message: it has no header.", name.c_str());
+        return false;
+    }
+    const auto multipart = root.As<CMimeMultipart>();
     if (multipart && multipart->GetPartCount() == 0) {
         SetLastErrorFormat("The parts of the message \"%s\" cannot be told apart: its boundary is missing.",
-                           path.c_str());
+                           name.c_str());
         return false;
     }
     return true;
@@ -94,8 +94,8 @@ bool CheckLists(const std::vector<std::uint32_t>& lists, const CMimeMessage& mes
     return !lists.empty();
 }
 
-bool ReadSettings(std::string_view messagePath, const std::vector<std::uint32_t>& lists, const BroadcastModes& modes,
-                  BroadcastSettings& settings) {
+bool ReadSettings(const CMimeMessage& message, const std::string& name, const std::vector<std::uint32_t>& lists,
+                  const BroadcastModes& modes, BroadcastSettings& settings) {
     for (const std::uint32_t list : lists) {
         const bool isNew = std::find(settings.lists.begin(), settings.lists.end(), list) == settings.lists.end();
         if (isNew) settings.lists.push_back(list);
@@ -106,10 +106,17 @@ bool ReadSettings(std::string_view messagePath, const std::vector<std::uint32_t>
         SetLastErrorText("A broadcast needs at least one delivery mode.");
         return false;
     }
-    CMimeMessage message;
-    if (!LoadUsableMessage(std::string(messagePath), message) || !CheckLists(settings.lists, message)) return false;
+    if (!IsUsable(message, name) || !CheckLists(settings.lists, message)) return false;
     settings.subject = message.GetRoot()->GetField("Subject");
     return true;
+}
+
+bool ReadSettings(std::string_view messagePath, const std::vector<std::uint32_t>& lists, const BroadcastModes& modes,
+                  BroadcastSettings& settings) {
+    const std::string path(messagePath);
+    CMimeMessage message;
+    message.Load(path);  // what could not be loaded has no root
+    return ReadSettings(message, path, lists, modes, settings);
 }
 
 void RemoveUnfinished(const std::string& folder) {
@@ -151,6 +158,13 @@ bool CBroadcastJobs::Check(std::string_view messagePath, const std::vector<std::
         SetLastErrorFromException(exception);
         return false;
     }
+}
+
+bool CBroadcastJobs::Check(const CMimeMessage& message, const std::vector<std::uint32_t>& lists,
+                           const BroadcastModes& modes) {
+    BroadcastSettings settings;
+    const std::string subject = message.GetRoot() ? message.GetRoot()->GetField("Subject") : std::string();
+    return ReadSettings(message, subject, lists, modes, settings);
 }
 
 bool CBroadcastJobs::Create(std::string_view messagePath, const std::vector<std::uint32_t>& lists,
@@ -217,10 +231,8 @@ bool CBroadcastJobs::Get(std::string_view id, BroadcastInfo& info) const {
     }
     BroadcastSettings settings;
     if (!ReadBroadcastSettings(folder, settings)) return false;
-    info = BroadcastInfo{std::string(id),      settings.subject,  settings.lists,
-                         settings.modes,       BroadcastState::Done, settings.hasBegun,
-                         settings.position,    settings.total,    settings.started,
-                         settings.counts};
+    info = BroadcastInfo{std::string(id),   settings.subject,  settings.lists, settings.modes,   BroadcastState::Done,
+                         settings.hasBegun, settings.position, settings.total, settings.started, settings.counts};
     if (settings.state == BroadcastSettings::State::Done) return true;
     info.state = BroadcastState::Cancelled;
     if (settings.state == BroadcastSettings::State::Cancelled) return true;

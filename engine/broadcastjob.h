@@ -76,6 +76,8 @@ public:
     // later attempt would change.
     static bool Check(std::string_view messagePath, const std::vector<std::uint32_t>& lists,
                       const BroadcastModes& modes);
+    static bool Check(const CMimeMessage& message, const std::vector<std::uint32_t>& lists,
+                      const BroadcastModes& modes);
 
     // From where it stopped to the end.  True also when it was stopped or
     // cancelled: info says so.  Fails at once for a job that another process runs.

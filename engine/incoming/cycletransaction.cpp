@@ -219,6 +219,11 @@ bool CCycleTransaction::IsEmpty() const noexcept {
     return m_state->record.IsEmpty() && m_state->members.empty() && m_state->marks.empty();
 }
 
+std::size_t CCycleTransaction::CountFiles() const noexcept {
+    const CycleRecord& record = m_state->record;
+    return record.files.size() + record.twins.size() + record.broadcasts.size();
+}
+
 bool CCycleTransaction::Commit() {
     if (IsEmpty()) return true;
     CState& s = *m_state;

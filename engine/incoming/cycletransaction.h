@@ -22,6 +22,7 @@
 #ifndef LISTHAVEN_ENGINE_INCOMING_CYCLETRANSACTION_H
 #define LISTHAVEN_ENGINE_INCOMING_CYCLETRANSACTION_H
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -116,7 +117,8 @@ public:
     bool GetMark(MarkKind kind, std::string_view key, std::string& value) const;  // with what was set here
 
     bool IsEmpty() const noexcept;
-    bool Commit();  // afterwards it is empty and can be used again
+    std::size_t CountFiles() const noexcept;  // that are prepared
+    bool Commit();                            // afterwards it is empty and can be used again
 
 private:
     struct CState;

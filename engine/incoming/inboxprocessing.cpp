@@ -100,9 +100,10 @@ bool CInboxProcessing::ProcessGroup(std::span<const std::string> paths, std::siz
     const CMarksInUse marks(m_view, transaction);
     CCycleTotals done;
     std::vector<std::string> lines;
+    bool hasBroadcasts = false;
     for (const std::string& path : paths.first(std::min(paths.size(), GroupSize))) {
         CMessageEffects effects;
-        const Handled handled = Handle(path, done.posted > 0, transaction, effects);
+        const Handled handled = Handle(path, hasBroadcasts, transaction, effects);
         if (handled == Handled::Later) break;
         ++count;
         if (handled == Handled::NotTaken) return false;
@@ -110,6 +111,8 @@ bool CInboxProcessing::ProcessGroup(std::span<const std::string> paths, std::siz
         done += effects.totals;
         std::move(effects.notes.begin(), effects.notes.end(), std::back_inserter(lines));
         if (!effects.done.empty()) lines.push_back(Join(effects.done, "; ") + ".");
+        hasBroadcasts = hasBroadcasts || effects.hasBroadcast;
+        if (transaction.CountFiles() > GroupFiles) break;
     }
     if (!transaction.IsEmpty() && !transaction.Commit()) return false;
     totals += done;
@@ -140,7 +143,7 @@ bool CInboxProcessing::ProcessSingly(std::span<const std::string> paths, CCycleT
 // Taken also when the message failed by itself: then that is what goes into the
 // transaction.  A fault of the list's own tables is thrown: no message is to
 // blame for it.
-CInboxProcessing::Handled CInboxProcessing::Handle(const std::string& path, bool hasPosts,
+CInboxProcessing::Handled CInboxProcessing::Handle(const std::string& path, bool hasBroadcasts,
                                                    CCycleTransaction& transaction, CMessageEffects& effects) {
     CIncomingMessage message;
     std::string title = LastPathComponent(path);
@@ -163,7 +166,7 @@ CInboxProcessing::Handled CInboxProcessing::Handle(const std::string& path, bool
         CountAttempt(path, title, reason, transaction, effects.totals);
         return Handled::Taken;
     }
-    if (hasPosts && !m_view.GetMessageChanges().empty()) return Handled::Later;
+    if (hasBroadcasts && !m_view.GetMessageChanges().empty()) return Handled::Later;
     effects.totals.processed = 1;
     const std::string key = LastPathComponent(path);
     if (std::string attempts; transaction.GetMark(MarkKind::Attempts, key, attempts))

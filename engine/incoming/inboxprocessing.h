@@ -25,7 +25,8 @@
 
 class CInboxProcessing {
 public:
-    static constexpr std::size_t GroupSize = 64;  // messages
+    static constexpr std::size_t GroupSize = 64;    // messages
+    static constexpr std::size_t GroupFiles = 200;  // a group that prepares more of them ends
     static constexpr int MaxAttempts = 3;
 
     // The caller holds the CCycleLock; state must outlive this object.
@@ -36,21 +37,22 @@ public:
     void CheckRules(std::int64_t now);
     bool HasRules(std::int64_t now);
 
-    // In this order, at most GroupSize of them.  Behind a post no member changes in
-    // its transaction: it goes to those who are members by then.
+    // In this order, at most GroupSize of them.  Behind a post that becomes a broadcast
+    // no member changes in its transaction: it goes to those who are members by then.
     bool Process(std::span<const std::string> paths, std::int64_t now, CCycleTotals& totals);
 
 private:
     enum class Handled : std::uint8_t {
         Taken,
         NotTaken,  // the transaction has failed
-        Later,     // not in a transaction that has posts already: it changes members
+        Later,     // not in a transaction that has broadcasts already: it changes members
     };
 
     void Refresh(std::int64_t now);
     bool ProcessGroup(std::span<const std::string> paths, std::size_t& count, CCycleTotals& totals);
     bool ProcessSingly(std::span<const std::string> paths, CCycleTotals& totals);
-    Handled Handle(const std::string& path, bool hasPosts, CCycleTransaction& transaction, CMessageEffects& effects);
+    Handled Handle(const std::string& path, bool hasBroadcasts, CCycleTransaction& transaction,
+                   CMessageEffects& effects);
     void Plan(CIncomingMessage& message, CMessageEffects& effects);
     bool TakeNotification(const CIncomingMessage& message, CMessageEffects& effects) const;
     void CountAttempt(const std::string& path, const std::string& title, const std::string& reason,

@@ -36,16 +36,53 @@ void CListView::Refresh(std::int64_t now) {
     m_signatureLifetime = std::max(1, ReadSetting("Service", "SignatureLifetime", DefaultSignatureLifetime)) * Day;
 }
 
-bool CListView::FindMember(std::string_view address, CMember& member) {
+const std::optional<CMember>* CListView::FindChange(std::string_view address) const {
     const std::string key = LowerAscii(address);
     for (const MemberChanges* changes : {&m_ofMessage, &m_ofGroup}) {
         const auto change = changes->find(key);
-        if (change == changes->end()) continue;
-        if (change->second) member = *change->second;
-        return change->second.has_value();
+        if (change != changes->end()) return &change->second;
+    }
+    return nullptr;
+}
+
+bool CListView::FindMember(std::string_view address, CMember& member) {
+    if (const std::optional<CMember>* change = FindChange(address)) {
+        if (*change) member = **change;
+        return change->has_value();
     }
     const std::int32_t index = m_store.Find(address);
     return index != CMemberStore::None && m_store.Read(index, member);
+}
+
+bool CListView::ForEachMember(const std::function<bool(const CMemberPlace& place)>& visit) {
+    bool goesOn = true;
+    const bool hasChanges = !m_ofMessage.empty() || !m_ofGroup.empty();
+    CMemberPlace place;
+    m_store.ForEach(NoSlots, [&](std::int32_t index, const CMember& member) {
+        if (hasChanges && FindChange(member.address)) return true;
+        place.index = index;
+        place.member = member;
+        return goesOn = visit(place);
+    });
+    place.index = CMemberStore::None;
+    for (const MemberChanges* changes : {&m_ofMessage, &m_ofGroup}) {
+        for (const auto& [key, change] : *changes) {
+            if (!goesOn) return false;
+            if (!change || (changes == &m_ofGroup && m_ofMessage.contains(key))) continue;
+            place.member = *change;
+            goesOn = visit(place);
+        }
+    }
+    return goesOn;
+}
+
+// At another index when the table was packed meanwhile.
+bool CListView::ReadMember(CMemberPlace& place, SlotMask wanted) {
+    if (place.index == CMemberStore::None) return true;
+    const std::string address = place.member.address;
+    if (m_store.Read(place.index, place.member, wanted) && EqualNoCase(place.member.address, address)) return true;
+    place.index = m_store.Find(address);
+    return place.index != CMemberStore::None && m_store.Read(place.index, place.member, wanted);
 }
 
 Access CListView::CheckAccess(std::string_view address) {

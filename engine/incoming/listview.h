@@ -11,6 +11,7 @@
 #ifndef LISTHAVEN_ENGINE_INCOMING_LISTVIEW_H
 #define LISTHAVEN_ENGINE_INCOMING_LISTVIEW_H
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -39,6 +40,17 @@ public:
     bool IsSigned(const CIncomingMessage& message) override;
     bool WasAnswered(std::uint32_t ruleId, std::string_view address) override;
 
+    struct CMemberPlace {
+        std::int32_t index = CMemberStore::None;  // None: changed, and in the table only later
+        CMember member;
+    };
+    // Those who are members with the changes so far, those of the table without
+    // their slots.  False when visit has ended it.
+    bool ForEachMember(const std::function<bool(const CMemberPlace& place)>& visit);
+    // With the wanted slots, as it is now.  False when it is gone.
+    bool ReadMember(CMemberPlace& place, SlotMask wanted);
+    CMemberStore& GetStore() noexcept { return m_store; }  // as it is without the changes
+
     void Refresh(std::int64_t now);  // settings, list and clock of now
     std::int64_t GetTime() const noexcept { return m_now; }
 
@@ -57,6 +69,7 @@ public:
     static std::string AnswerKey(std::uint32_t ruleId, std::string_view address);
 
 private:
+    const std::optional<CMember>* FindChange(std::string_view address) const;  // nullptr: none
     bool HasTokenFor(const CIncomingMessage& message, std::string_view address);
 
     BroadcastList m_list;

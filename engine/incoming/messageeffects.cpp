@@ -3,7 +3,9 @@
 #include <algorithm>
 
 #include "engine/incoming/mailfetch.h"
+#include "engine/incoming/memberposts.h"
 #include "engine/incoming/notifications.h"
+#include "engine/listaccount.h"
 
 namespace {
 
@@ -18,8 +20,20 @@ void AddMembers(CCycleTransaction& transaction, const CListView& view) {
 
 }  // namespace
 
-bool CMessageEffects::AddTo(CCycleTransaction& transaction, const CListView& view, std::string_view path,
-                            const std::string& serverId) const {
+bool CMessageEffects::AddPosts(CCycleTransaction& transaction, CListView& view) {
+    const std::string queueFolder = GetAccountRoot(view.GetList().number);
+    std::string line;
+    for (const CPost& post : posts) {
+        const PostWay way = AddPost(transaction, view, queueFolder, post.text, post.modes, line);
+        if (way == PostWay::Failed) return false;
+        if (way == PostWay::Broadcast) hasBroadcast = true;
+        if (!line.empty()) notes.push_back(line);
+    }
+    return true;
+}
+
+bool CMessageEffects::AddTo(CCycleTransaction& transaction, CListView& view, std::string_view path,
+                            const std::string& serverId) {
     const bool isPrepared = std::all_of(messages.begin(), messages.end(),
                                         [&](const CNewMessage& message) {
                                             return transaction.AddMessage(message.queueFolder, message.text);
@@ -27,11 +41,7 @@ bool CMessageEffects::AddTo(CCycleTransaction& transaction, const CListView& vie
                             std::all_of(copies.begin(), copies.end(), [&](const CCopyOfIt& copy) {
                                 return transaction.AddCopy(copy.queueFolder, path, copy.extraHeaders);
                             });
-    if (!isPrepared) return false;
-    for (const CPost& post : posts) {
-        std::string identifier;
-        if (!transaction.AddBroadcast(post.text, post.modes, identifier)) return false;
-    }
+    if (!isPrepared || !AddPosts(transaction, view)) return false;
     AddMembers(transaction, view);
     if (view.GetReplyInterval() > 0) {
         for (const CAnswerMark& answer : answers)

@@ -44,13 +44,16 @@ struct CMessageEffects {
     std::vector<std::string> notes;  // lines for the log
     std::vector<std::string> done;   // one more line
     CCycleTotals totals;
+    bool hasBroadcast = false;  // by AddTo(): a post becomes one when the transaction is committed
 
     void Say(std::string what) { done.push_back(std::move(what)); }
 
     // With the member changes that the view has for the message; the message
     // itself is removed.  False with the reason when the transaction cannot take it.
-    bool AddTo(CCycleTransaction& transaction, const CListView& view, std::string_view path,
-               const std::string& serverId) const;
+    bool AddTo(CCycleTransaction& transaction, CListView& view, std::string_view path, const std::string& serverId);
+
+private:
+    bool AddPosts(CCycleTransaction& transaction, CListView& view);
 };
 
 CCycleTotals& operator+=(CCycleTotals& totals, const CCycleTotals& more) noexcept;

@@ -1,8 +1,12 @@
 // Whole processing on real folders: what lies in the inbox, and what becomes of it.
 
 #include <filesystem>
+#include <map>
+#include <set>
 
 #include "app/settings.h"
+#include "engine/blockedaddresses.h"
+#include "engine/customfields.h"
 #include "engine/incoming/bouncerecords.h"
 #include "engine/incoming/digests.h"
 #include "engine/incoming/moderation.h"
@@ -100,9 +104,75 @@ TEST_F(ProcessingTest, WhatBecomesOfMessages) {
         Receive(row.from, row.to, row.subject, row.headers);
         EXPECT_EQ(Process(), std::string("0 fetched, 1 processed") + row.expected) << row.subject << " " << row.from;
     }
-    const std::vector<BroadcastInfo> jobs = Jobs();
-    ASSERT_EQ(jobs.size(), 2U);
-    EXPECT_TRUE(jobs[0].modes.regular && jobs[0].modes.both && !jobs[0].modes.digest);
+}
+
+// A member who came, one who went or changed in the same transaction: as the tables have them afterwards.
+TEST_F(ProcessingTest, FewRecipientsGetTheCopiesThatABroadcastMakes) {
+    MakeClub(ListKind::Discussion, {"ann@x.example", "bob@x.example", "dan@x.example"});
+    CMemberStore store;
+    store.Open(m_list);
+    CCustomFields fields;
+    fields.Load(m_list);
+    fields.Set(0, {.name = "Town", .description = {}});
+    CMember kim = MakeMember("kim@x.example");
+    kim.firstName = "kim";
+    kim.lastName = "$(Town)";
+    kim.SetField(0, "Kiel");
+    store.Add(kim);
+    CMember idle = MakeMember("idle@x.example");
+    idle.SetProperty("Inactive", "1");
+    store.Add(idle);
+    store.Add(MakeMember("blocked@x.example"));
+    CBlockedAddresses().Add("blocked@x.example");
+    CRuleStore rules(m_list);
+    std::vector<CMessageRule> all = rules.Load();
+    for (CMessageRule& rule : all) {
+        if (!rule.Get().forward) continue;
+        rule.Edit().addFooter =
+            rule.Edit().footer.LoadText(CMimeSource("Subject: f\n\n$(To-First-Name) of $(Town), $(To-Email), to "
+                                                    "$(Original-From-Email) $(Original-Subject)\n"));
+    }
+    rules.Replace(all);
+    const auto post = [&] {
+        Receive("ann@x.example", ListAddress, "Hi", "", "$(To-Name), $(Original-Subject), $(Town)");
+    };
+    Receive("bob@x.example", CommandAddress, "unsubscribe");
+    Receive("dan@x.example", CommandAddress, "DIGEST ON");
+    post();
+    EXPECT_EQ(Process(), "0 fetched, 3 processed, 2 answered, 1 posted, 1 for the digest, 1 removed");
+    EXPECT_TRUE(Jobs().empty());
+    const auto copies = [this] {
+        std::map<std::string, std::string> texts;
+        std::set<std::string> broadcasts;
+        for (std::string text : TakeQueue()) {
+            const std::string broadcast = FieldOf(text, "X-Lhv-Broadcast");
+            if (broadcast.empty()) continue;
+            broadcasts.insert(broadcast);
+            for (const char* name : {"Date: ", "Message-ID: ", "X-Lhv-Broadcast: "}) {
+                const std::size_t start = text.find("\r\n" + std::string(name));
+                EXPECT_LT(start, text.find("\r\n\r\n")) << name << text;
+                text.erase(start, text.find("\r\n", start + 2) - start);
+            }
+            texts[FieldOf(text, "X-Lhv-Recipient-Override")] = text;
+        }
+        EXPECT_EQ(broadcasts.size(), 1U);
+        return texts;
+    };
+    const std::map<std::string, std::string> direct = copies();
+    EXPECT_EQ(direct.size(), 2U);
+    for (int i = 0; i < 49; ++i)
+        store.Add(MakeMember("more" + std::to_string(i) + "@x.example"));
+    m_now += 2 * Day;
+    post();
+    EXPECT_EQ(Process(), "0 fetched, 1 processed, 1 posted, 1 for the digest");
+    ASSERT_EQ(Jobs().size(), 1U);
+    BroadcastInfo info;
+    ASSERT_TRUE(CBroadcastJobs().Run(Jobs()[0].id, {}, {}, info)) << GetLastErrorText();
+    std::map<std::string, std::string> ofJob = copies();
+    EXPECT_EQ(ofJob.size(), 51U);
+    for (const auto& [to, text] : direct)
+        EXPECT_EQ(text, ofJob[to]);
+    EXPECT_NE(direct.begin()->second.find("ann@x.example Hi"), std::string::npos) << direct.begin()->second;
 }
 
 // What is held goes through the rules once more when it is accepted, and no
@@ -223,12 +293,23 @@ TEST_F(ProcessingTest, WhatCannotBeProcessedIsKept) {
 // there; the next run does the rest.
 TEST_F(ProcessingTest, ACrashLosesAndDoublesNothing) {
     MakeClub(ListKind::Discussion);
+    const std::uint32_t withCopies = m_list;
+    MakeClub(ListKind::Discussion);
+    const std::uint32_t withBroadcasts = m_list;
+    {
+        CMemberStore store;
+        store.Open(m_list);
+        for (int i = 0; i < 50; ++i)
+            store.Add(MakeMember("more" + std::to_string(i) + "@x.example"));
+    }
+    m_list = withCopies;
     // Any: every operation in turn.  Open: other operations go on, and show what a fault is taken for.
     Platform::Operation operation = Platform::Operation::Any;
     unsigned n = 0;
     unsigned crashes = 0;
     for (bool wasHit = true; wasHit;) {
         const std::string id = std::to_string(++crashes) + "@x.example";
+        const bool isJob = m_list == withBroadcasts;
         ++n;
         CMemberStore store;
         store.Open(m_list);
@@ -247,21 +328,22 @@ TEST_F(ProcessingTest, ACrashLosesAndDoublesNothing) {
         Process();
         ASSERT_TRUE(QueuedFiles(GetInboxFolder(m_list)).empty()) << n;
         ASSERT_TRUE(QueuedFiles(GetFailedFolder(m_list)).empty()) << n;
-        ASSERT_EQ(TakeQueue().size(), 3U) << n;
-        ASSERT_EQ(Jobs().size(), 1U) << n;
-        ASSERT_EQ(Jobs()[0].total, 2U) << n;
+        ASSERT_EQ(TakeQueue().size(), isJob ? 3U : 5U) << n;
+        ASSERT_EQ(Jobs().size(), isJob ? 1U : 0U) << n;
+        ASSERT_TRUE(!isJob || Jobs()[0].total == 52) << n;
         ASSERT_EQ(QueuedFiles(GetDigestEntryFolder(m_list)).size(), 1U) << n;
         ASSERT_EQ(ListBounces(m_list).size(), 1U) << n;
-        ASSERT_EQ(store.Count(), 0) << n;
+        ASSERT_EQ(store.Count(), isJob ? 50 : 0) << n;
         for (const std::string& folder :
              {GetBroadcastsFolder(), GetBouncesFolder(m_list), GetDigestEntryFolder(m_list)})
             std::filesystem::remove_all(folder);
         if (wasHit || operation == Platform::Operation::Open) continue;
-        operation = Platform::Operation::Open;
+        if (isJob) operation = Platform::Operation::Open;
+        m_list = withBroadcasts;
         n = 0;
         wasHit = true;
     }
-    EXPECT_GT(crashes, 200U);
+    EXPECT_GT(crashes, 400U);
 }
 
 }  // namespace

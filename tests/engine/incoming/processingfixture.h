@@ -48,9 +48,9 @@ protected:
         ASSERT_TRUE(inbox.AddMessageText(LfToCrLf(stamp + text), path)) << GetLastErrorText();
     }
     void Receive(const std::string& from, const std::string& to, const std::string& subject,
-                 const std::string& headers = "") const {
+                 const std::string& headers = "", const std::string& body = "Hello") const {
         PutIntoInbox("Return-Path: <" + from + ">\nFrom: Rita Roe <" + from + ">\nTo: " + to + "\nSubject: " + subject +
-                     "\nMessage-ID: <1." + from + ">\n" + headers + "\nHello\n");
+                     "\nMessage-ID: <1." + from + ">\n" + headers + "\n" + body + "\n");
     }
 
     std::string Process() const {
