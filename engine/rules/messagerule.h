@@ -111,6 +111,13 @@ struct RuleFields {
     std::vector<CParseField> parseFields;
 };
 
+// The rule is for all incoming messages; words and addresses stay.
+inline void ClearConditions(RuleFields& rule) noexcept {
+    for (bool* const condition : {&rule.checkSubject, &rule.checkBody, &rule.checkFrom, &rule.checkTo,
+                                  &rule.signedMessage, &rule.replyToSigned, &rule.checkBounce})
+        *condition = false;
+}
+
 class CMessageRule {
 public:
     CMessageRule() = default;  // dirty: it is nowhere yet

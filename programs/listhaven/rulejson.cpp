@@ -79,12 +79,18 @@ json::value MessageAsJson(const CMimeMessage& message) {
 
 json::array ParseFieldsAsJson(const std::vector<CParseField>& parseFields, const CCustomFields& fields) {
     json::array array;
-    for (const CParseField& field : parseFields)
-        array.push_back({{"target", JsonText(TargetName(field.target, fields))},
-                         {"source", field.fromBody ? "body" : "header"},
-                         {"pattern", JsonText(field.pattern)},
-                         {"format", JsonText(field.format)},
-                         {"trim", field.trim}});
+    for (const CParseField& field : parseFields) {
+        json::object object{{"target", JsonText(TargetName(field.target, fields))},
+                            {"source", field.fromBody ? "body" : "header"},
+                            {"pattern", JsonText(field.pattern)},
+                            {"format", JsonText(field.format)},
+                            {"trim", field.trim}};
+        if (CFormField form; RecognizeFormField(field.pattern, form)) {
+            object["formField"] = JsonText(form.name);
+            if (form.hasTerminator) object["terminator"] = JsonText(form.terminator);
+        }
+        array.push_back(std::move(object));
+    }
     return array;
 }
 
@@ -119,6 +125,21 @@ CMimeMessage MessageOf(std::string_view key, const json::value& value) {
     return MessageFromText(key, encoded ? DecodeBase64Text(TextOf(key, *encoded)) : TextOf(key, value));
 }
 
+// The simple notation, "NAME: value", in place of a pattern.
+void TakeFormField(const json::object& object, CParseField& field) {
+    const json::value* const name = object.if_contains("formField");
+    const json::value* const terminator = object.if_contains("terminator");
+    if (name == nullptr && terminator != nullptr) FailOn("terminator", "it needs a formField");
+    if (name == nullptr) return;
+    CFormField form{TextOf("formField", *name), terminator != nullptr, {}};
+    if (terminator != nullptr) form.terminator = TextOf("terminator", *terminator);
+    CParseField made;
+    std::string reason;
+    if (!MakeParseField(form, &made, reason)) FailOn("formField", reason);
+    if (!field.pattern.empty() && field.pattern != made.pattern) FailOn("formField", "the pattern says something else");
+    field.pattern = made.pattern;
+}
+
 CParseField ParseFieldOf(const json::value& value, const CCustomFields& fields) {
     if (!value.is_object()) FailOn("parseFields", "an array of objects is wanted");
     CParseField field;
@@ -136,10 +157,11 @@ CParseField ParseFieldOf(const json::value& value, const CCustomFields& fields) 
             field.format = TextOf("format", content);
         } else if (key == "trim") {
             field.trim = FlagOf("trim", content);
-        } else {
+        } else if (key != "formField" && key != "terminator") {
             FailOn("parseFields", "there is no \"" + std::string(key) + "\"");
         }
     }
+    TakeFormField(value.get_object(), field);
     return field;
 }
 
@@ -246,6 +268,10 @@ RuleFields RuleFromJson(const json::value& document, const CCustomFields& fields
 }
 
 void SetRuleField(RuleFields& rule, std::string_view key, const std::string& value, const CCustomFields& fields) {
+    if (key == "allMessages") {
+        if (!FlagOf(key, std::string_view(value))) FailOn(key, "use yes; each condition is set by its own key");
+        return ClearConditions(rule);
+    }
     std::optional<json::value> converted;
     VisitRuleFlags(rule, [&](std::string_view each, RuleColumn, bool) {
         if (each == key) converted = FlagOf(key, std::string_view(value));

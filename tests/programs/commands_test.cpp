@@ -163,8 +163,12 @@ TEST(Commands, RulesAsTheyAreShown) {
     for (const char* const name : {"One", "Two"})
         runner.MustRun({"list", "create", name, "--email", "list@lists.example"});
     runner.MustRun({"rule", "set", "One", "3", "parseFields", R"([{"target":"Last-Name","pattern":"a\\b"}])"});
+    runner.MustRun({"rule", "set", "One", "4", "parseFields", R"([{"formField":"(a) Tel","terminator":";"}])"});
+    runner.MustRun({"rule", "set", "One", "10", "allMessages", "yes"});
     runner.MustRun({"rule", "set", "One", "9", "footer", "@" + runner.WriteFile("latin", "Subject: x\r\n\r\n\xE9")});
     const std::string shown = runner.MustRun({"rule", "ls", "One", "--json"});
+    EXPECT_TRUE(Contains(shown, R"("pattern":"^[[:blank:]]*\\(a\\) Tel:[[:blank:]]*(.*?);")")) << shown;
+    EXPECT_TRUE(Contains(shown, R"("formField":"(a) Tel","terminator":";")")) << shown;
     for (int i = 0; i < 10; ++i)
         runner.MustRun({"rule", "delete", "Two", "1"});
     EXPECT_TRUE(runner.MustRun({"rule", "add", "Two", "--json", runner.WriteFile("rules", shown)}).ends_with("\n10\n"));
@@ -173,4 +177,6 @@ TEST(Commands, RulesAsTheyAreShown) {
         again.replace(again.find("\"id\":" + std::to_string(id + 10)), 7, "\"id\":" + std::to_string(id));
     EXPECT_EQ(again, shown);
     EXPECT_EQ(runner.Run({"rule", "set", "Two", "3", "subjectRegex", "maybe"}).status, 1);
+    const auto refused = runner.Run({"rule", "set", "Two", "3", "parseFields", R"([{"formField":""}])"});
+    EXPECT_TRUE(refused.status == 1 && Contains(refused.errors, "Name of the form field to parse is not defined."));
 }
