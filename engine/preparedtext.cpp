@@ -90,10 +90,11 @@ CPreparedText::CPreparedText(const CMimeText& entity)
         const std::size_t lineStart = before == std::string_view::npos ? 0 : before + 1;
         addPlain(lineStart);
         std::size_t lineEnd = close + 1;
-        // A reference may open in the line in which another one ends.
+        // A reference may open in the line in which another one ends.  The end of
+        // the line is looked for once: it can be long, and hold many.
+        std::size_t end = 0;
         for (;;) {
-            const std::size_t newline = rest.find('\n', lineEnd);
-            const std::size_t end = newline == std::string_view::npos ? rest.size() : newline + 1;
+            if (lineEnd > end) end = std::min(rest.find('\n', lineEnd), rest.size() - 1) + 1;
             const std::size_t next = rest.find("$(", lineEnd);
             const std::size_t nextClose = next < end ? rest.find(')', next) : std::string_view::npos;
             if (nextClose == std::string_view::npos) {

@@ -1,5 +1,7 @@
 #include "engine/broadcast.h"
 
+#include <chrono>
+
 #include "engine/customfields.h"
 #include "engine/listaccount.h"
 #include "mime/mimemessage.h"
@@ -109,6 +111,16 @@ TEST_F(Broadcast, ACopyIsForItsMemberAlone) {
     for (const char* name : {" CC line", " BCC line", " X-Lhv-Recipient-Override line"}) {
         EXPECT_NE(log.find(name), std::string::npos) << name;
     }
+}
+
+// A stranger's post can be one.
+TEST_F(Broadcast, ALongLineFullOfReferencesTakesNoSquareOfTime) {
+    std::string message = "From: a@x.example\n\n";
+    for (int i = 0; i < 400'000; ++i)
+        message += "$($)(";
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_GT(Copy(message, Anna(), CopyWay::Pattern).size(), 800'000u);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
 }
 
 TEST_F(Broadcast, NamesAndAddressesOfStrangersStayWhatTheyAre) {
