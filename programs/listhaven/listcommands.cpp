@@ -108,6 +108,25 @@ boost::json::value SettingAsJson(std::int32_t index, const ListSetting& setting)
     return JsonText(catalogue.GetByKey(index, setting.key));
 }
 
+std::string ShownValue(std::int32_t index, const ListSetting& setting) {
+    CCatalogue& catalogue = GetCatalogue();
+    if (setting.column == ListColumn::LastCycle || setting.column == ListColumn::Created)
+        return PrintableTime(catalogue.GetNumber(index, setting.column));
+    std::string value(TrimRight(catalogue.GetByKey(index, setting.key)));
+    ReplaceAll(value, "\n", "; ");
+    return value;
+}
+
+std::string ShownMeaning(std::int32_t index, const ListSetting& setting) {
+    std::string meaning(setting.meaning);
+    if (setting.column == ListColumn::LoopProtection)
+        meaning = DescribeLoopLevel(LoopLevelOf(GetCatalogue().GetNumber(index, setting.column)));
+    ReplaceAll(meaning, "\n", " ");
+    ReplaceAll(meaning, ", seconds since 1970", "");  // which is what JSON has
+    return meaning;
+}
+
+// The usage text has long lines, which would make every row as long.
 void Show(const CArguments& arguments) {
     OpenDataFolder();
     const std::int32_t index = FindList(arguments.list);
@@ -116,19 +135,19 @@ void Show(const CArguments& arguments) {
     CTablePrinter table({"Key", "Value", "Meaning"});
     for (const ListSetting& setting : ListSettings) {
         document[std::string(setting.key)] = SettingAsJson(index, setting);
-        std::string value = catalogue.GetByKey(index, setting.key);
-        ReplaceAll(value, "\n", "; ");
-        std::string meaning(setting.meaning);
-        if (setting.column == ListColumn::LoopProtection)
-            meaning = DescribeLoopLevel(LoopLevelOf(catalogue.GetNumber(index, setting.column)));
-        ReplaceAll(meaning, "\n", " ");
-        table.AddRow({std::string(setting.key), value, meaning});
+        if (setting.column != ListColumn::Usage)
+            table.AddRow({std::string(setting.key), ShownValue(index, setting), ShownMeaning(index, setting)});
     }
     boost::json::object addresses;
     for (const char* key : {"list", "command", "authorized", "post"})
         addresses[key] = JsonText(catalogue.GetListAddress(index, key));
     document["addresses"] = addresses;
-    arguments.json ? PrintJson(document) : table.Print();
+    if (arguments.json) return PrintJson(document);
+    table.Print();
+    const std::string usage(TrimRight(catalogue.GetText(index, ListColumn::Usage)));
+    if (!usage.empty()) std::printf("\nusage, which texts show as $(List-Usage):\n");
+    for (const std::string_view line : Split(usage, '\n'))
+        std::printf("%s\n", Printable(line).c_str());
 }
 
 void Set(const CArguments& arguments) {
@@ -167,9 +186,12 @@ void AddListCommands(CLI::App& app) {
     create->add_option("NAME", arguments->list)->required();
     create->add_option("--email", arguments->email, "The list's address")->required()->type_name("ADDRESS");
     create->add_option("--kind", arguments->kind, "discussion, announcement or autoresponder")->capture_default_str();
-    create->add_option("--command-email", arguments->commandEmail, "Where commands go")->type_name("A");
-    create->add_option("--authorized-email", arguments->authorizedEmail, "Who may post")->type_name("A");
-    create->add_option("--post-email", arguments->postEmail, "Where posts go")->type_name("A");
+    create->add_option("--command-email", arguments->commandEmail, "Where commands go; else to the list's address")
+        ->type_name("ADDRESS");
+    create->add_option("--authorized-email", arguments->authorizedEmail, "Who may post to an announcement list")
+        ->type_name("ADDRESS");
+    create->add_option("--post-email", arguments->postEmail, "Where announcements go; else to the list's address")
+        ->type_name("ADDRESS");
     create->add_flag("--json", arguments->json);
     create->callback([arguments] { Create(*arguments); });
 
