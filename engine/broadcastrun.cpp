@@ -213,6 +213,10 @@ bool CBroadcastRun::OpenList(std::uint32_t list) {
 // Whether a mark that could not be written is on the disk is not known: the
 // next run reads it, so the copies it may name must stay as they are.
 bool CBroadcastRun::Commit() {
+    if (!CBatchFolder::FlushPrepared(m_group)) {
+        DropGroup();
+        return false;
+    }
     ++m_next.sequence;
     const std::vector<CPreparedMessage> group = std::move(m_group);
     m_group.clear();

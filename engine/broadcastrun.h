@@ -2,8 +2,8 @@
 //
 // The caller holds the job (nobody else runs it) for as long as this lives.
 //
-// Order of a group of copies: each is written and flushed under its .tmp name;
-// the mark with their names is written and flushed; they get their .eml names,
+// Order of a group of copies: each is written under its .tmp name, and all are
+// flushed; the mark with their names is written and flushed; they get their .eml names,
 // and their folders are flushed.  So after a crash the names of the last mark
 // that are still .tmp were never visible and get visible now, those that are
 // gone were; and a .tmp of this job that no mark names was never due.

@@ -14,6 +14,7 @@
 #include "platform/systemerror.h"
 #include "senddaemon/messagefile.h"
 #include "utility/files.h"
+#include "utility/flushfiles.h"
 #include "utility/lasterror.h"
 #include "utility/paths.h"
 #include "utility/text.h"
@@ -304,10 +305,18 @@ bool CBatchFolder::CreateMessage(CNewFile& file) {
 
 bool CBatchFolder::PrepareMessage(std::string_view text, CPreparedMessage& prepared) {
     CNewFile file;
-    if (!CreateMessage(file) || !file.Write(text) || !file.FinishWriting()) return false;
+    if (!CreateMessage(file) || !file.Write(text) || !file.CloseUnflushed()) return false;
     file.Keep();
     prepared = {.temporaryPath = file.GetTemporaryPath(), .finalPath = file.GetFinalPath()};
     return true;
+}
+
+bool CBatchFolder::FlushPrepared(std::span<const CPreparedMessage> prepared) {
+    std::vector<std::string> files;
+    files.reserve(prepared.size());
+    for (const CPreparedMessage& message : prepared)
+        files.push_back(message.temporaryPath);
+    return FlushTogether(files, {});
 }
 
 bool CBatchFolder::PublishPrepared(std::span<const CPreparedMessage> prepared) {
@@ -320,10 +329,7 @@ bool CBatchFolder::PublishPrepared(std::span<const CPreparedMessage> prepared) {
         }
         folders.insert(ParentFolder(message.finalPath));
     }
-    for (const std::string& folder : folders) {
-        if (!Platform::FlushFolder(folder)) isPublished = FailFromSystem();
-    }
-    return isPublished;
+    return FlushTogether({}, std::vector<std::string>(folders.begin(), folders.end())) && isPublished;
 }
 
 bool CBatchFolder::AddMessages(std::string_view folder, Transfer transfer, Times times) {

@@ -71,10 +71,11 @@ public:
     // and publish.  It counts as one of the batch.
     bool CreateMessage(CNewFile& file);
 
-    // Writes and flushes the message under its .tmp name.  It counts as one of
-    // the batch, so that a group of them fits.  The file outlives this object:
-    // the caller publishes or removes it.
+    // Writes the message under its .tmp name.  It counts as one of the batch, so
+    // that a group of them fits.  The file outlives this object: the caller
+    // flushes it with its group and publishes it, or removes it.
     bool PrepareMessage(std::string_view text, CPreparedMessage& prepared);
+    static bool FlushPrepared(std::span<const CPreparedMessage> prepared);
 
     // Renames each, in order, then flushes each folder once.  Stops at the
     // first failure; what was renamed by then is visible.

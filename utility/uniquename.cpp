@@ -96,6 +96,11 @@ bool CNewFile::FinishWriting() {
     return (m_file.Flush() && m_file.Close()) || FailOn(m_temporaryPath) || Discard();
 }
 
+bool CNewFile::CloseUnflushed() {
+    if (!m_file.IsOpen()) return m_owned;
+    return m_file.Close() || FailOn(m_temporaryPath) || Discard();
+}
+
 bool CNewFile::Publish() {
     if (!FinishWriting()) return false;
     if (!PublishAs(m_temporaryPath, m_finalPath)) return Discard();

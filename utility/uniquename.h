@@ -33,7 +33,8 @@ public:
     bool Write(std::string_view bytes);
     bool Overwrite(std::uint64_t offset, std::string_view bytes);  // of what was written
     bool FinishWriting();                                          // flushes and closes; the name stays NUMBER.tmp
-    bool Publish();                                                // renames; FinishWriting() first if need be
+    bool CloseUnflushed();  // for FlushTogether(): before anything names the file, or it is published
+    bool Publish();         // renames; FinishWriting() first if need be
 
     // Fails when there is no temporary file, or when the final name is taken.
     static bool PublishAs(std::string_view temporaryPath, std::string_view finalPath);

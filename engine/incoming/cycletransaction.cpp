@@ -12,6 +12,7 @@
 #include "platform/guid.h"
 #include "platform/systemerror.h"
 #include "utility/files.h"
+#include "utility/flushfiles.h"
 #include "utility/lasterror.h"
 #include "utility/paths.h"
 #include "utility/text.h"
@@ -67,6 +68,7 @@ struct CCycleTransaction::CState {
     std::map<std::string, CMemberChange, CLessNoCase> members;
     Marks marks;
     bool isCounted = false;  // among those that have prepared something
+    bool isSpoilt = false;   // a flush that failed is not tried again: the system may have dropped the bytes
 
     bool Begin(std::string_view queueFolder, CNewFile& file);
     bool Note(const CNewFile& file);
@@ -89,19 +91,22 @@ bool CCycleTransaction::CState::Note(const CNewFile& file) {
 
 // The record must not name a file that a power failure takes away.
 bool CCycleTransaction::CState::FlushPrepared() {
-    std::set<std::string> folders;
-    for (const CycleRecord::CFile& file : record.files)
-        folders.insert(ParentFolder(file.temporaryPath));
-    for (const CycleRecord::CTwin& twin : record.twins)
-        folders.insert(ParentFolder(twin.temporaryPath));
-    for (const CycleRecord::CBroadcast& broadcast : record.broadcasts)
-        folders.insert(ParentFolder(broadcast.messagePath));
-    for (const std::string& folder : folders) {
-        if (Platform::FlushFolder(folder)) continue;
-        SetLastErrorFromSystem();
+    if (isSpoilt) {
+        SetLastErrorText("What was prepared did not get onto the disk.");
         return false;
     }
-    return true;
+    std::vector<std::string> files;
+    for (const CycleRecord::CFile& file : record.files)
+        files.push_back(file.temporaryPath);
+    for (const CycleRecord::CBroadcast& broadcast : record.broadcasts)
+        files.push_back(broadcast.messagePath);
+    std::set<std::string> folders;
+    for (const std::string& file : files)
+        folders.insert(ParentFolder(file));
+    for (const CycleRecord::CTwin& twin : record.twins)  // of which the name alone counts
+        folders.insert(ParentFolder(twin.temporaryPath));
+    isSpoilt = !FlushTogether(files, std::vector<std::string>(folders.begin(), folders.end()));
+    return !isSpoilt;
 }
 
 void CCycleTransaction::CState::RemovePrepared() {
@@ -139,7 +144,7 @@ bool CCycleTransaction::BeginMessage(std::string_view queueFolder, CNewFile& fil
 }
 
 bool CCycleTransaction::FinishMessage(CNewFile& file, std::string* newPath) {
-    if (!file.FinishWriting()) return false;
+    if (!file.CloseUnflushed()) return false;
     m_state->record.files.push_back({file.GetTemporaryPath(), file.GetFinalPath()});
     if (newPath) *newPath = file.GetFinalPath();
     file.Keep();
@@ -165,7 +170,7 @@ bool CCycleTransaction::AddTwin(std::string_view queueFolder) {
         return false;
     }
     CNewFile file;
-    if (!m_state->Begin(queueFolder, file) || !file.FinishWriting()) return false;
+    if (!m_state->Begin(queueFolder, file) || !file.CloseUnflushed()) return false;
     const CycleRecord::CFile& source = record.files.back();
     record.twins.push_back({source.temporaryPath, source.finalPath, file.GetTemporaryPath(), file.GetFinalPath()});
     file.Keep();
@@ -193,7 +198,7 @@ bool CCycleTransaction::AddBroadcast(std::string_view text, const BroadcastModes
     const std::string folder = GetPostsFolder(s.cycle.list);
     CNewFile file;
     if (!s.cycle.IsReady() || !EnsureFolder(folder) || !file.Create(folder, "eml") || !s.Note(file) ||
-        !file.Write(text) || !file.FinishWriting() ||
+        !file.Write(text) || !file.CloseUnflushed() ||
         !CBroadcastJobs::Check(file.GetTemporaryPath(), {s.cycle.list}, modes)) {
         return false;
     }

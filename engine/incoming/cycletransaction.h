@@ -1,17 +1,19 @@
 // cycletransaction.h - changes of a mail cycle that happen all or not at all.
 //
-// Files are prepared under .tmp names and flushed; Commit() records what is to
-// become of them, of members, of broadcasts and of marks in one transaction of
-// the list's state database, then carries it out.  What a crash interrupts is
-// carried out by Recover(); carrying out twice is the same as once.
+// Files are prepared under .tmp names.  Commit() flushes them, all at once; then
+// it records what is to become of them, of members, of broadcasts and of marks
+// in one transaction of the list's state database, and carries it out.  What a
+// crash interrupts is carried out by Recover(); carrying out twice is the same
+// as once.
 //
 // Marks are small facts that must go with the files: which messages of the
 // POP3 server are known, which rule has answered whom.
 //
 // Errors   false, with the reason in the last-error text.  A Commit() that
 //          failed before the record was written has changed nothing and may be
-//          tried again; one that failed later is finished by Recover(), and
-//          until then nothing more can be prepared or committed.
+//          tried again, unless what was prepared could not be flushed: then it
+//          has to be prepared anew.  One that failed later is finished by
+//          Recover(), and until then nothing more can be prepared or committed.
 // Threads  One at a time; one process at a time per list: CCycleLock, held for
 //          as long as the state is open.
 // Crash    See above.  Carried out are, in this order: new files, members,
@@ -48,6 +50,7 @@ enum class MarkKind : std::uint8_t {
     Answer = 2,          // rule id and address: time of the last automatic answer
     LedgerPosition = 3,  // how far the delivery log has been read
     Attempts = 4,        // failed attempts at a message in the inbox
+    Posted = 5,          // sender and text of a member's post: its time, and "held" once a repeated one waits
 };
 
 // Held by whoever works on the mail of a list.

@@ -7,6 +7,7 @@
 #include "platform/filestatus.h"
 #include "platform/systemerror.h"
 #include "utility/files.h"
+#include "utility/flushfiles.h"
 #include "utility/lasterror.h"
 #include "utility/lhvexception.h"
 #include "utility/paths.h"
@@ -192,12 +193,8 @@ bool CCycleWork::RemoveFiles(const CycleRecord& record) {
     return true;
 }
 
-// A folder that is gone has no names that could be lost.
 bool CCycleWork::FlushTouched() {
-    for (const std::string& folder : m_touched) {
-        if (Platform::FlushFolder(folder) || Platform::IsNotFound(Platform::LastSystemError())) continue;
-        return FailFromSystem();
-    }
+    if (!FlushFoldersThatAreThere(std::vector<std::string>(m_touched.begin(), m_touched.end()))) return false;
     m_touched.clear();
     return true;
 }

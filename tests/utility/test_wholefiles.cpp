@@ -9,6 +9,7 @@
 #include "platform/systemerror.h"
 #include "tests/platform/temporaryfolder.h"
 #include "utility/files.h"
+#include "utility/flushfiles.h"
 #include "utility/lasterror.h"
 #include "utility/paths.h"
 #include "utility/uniquename.h"
@@ -143,6 +144,27 @@ TEST(NewFile, OutlivesItsObjectOnlyWhenKept) {
     ASSERT_TRUE(Platform::RemoveFile(finalPath));
     EXPECT_TRUE(CNewFile::PublishAs(kept, finalPath));
     EXPECT_FALSE(CNewFile::PublishAs(kept, finalPath));
+}
+
+TEST(FlushTogether, FailsWhereverOneOfThemDoes) {
+    using Platform::Operation;
+    const CTemporaryFolder folder;
+    std::vector<std::string> files;
+    for (int i = 0; i < 40; ++i) {
+        files.push_back(folder / (std::to_string(i) + ".tmp"));
+        Put(files.back(), "x");
+    }
+    const std::vector<std::string> folders = {folder.GetPath(), folder / "gone"};
+    for (const Operation operation : {Operation::Open, Operation::Flush}) {
+        for (unsigned n = 1; n <= files.size() + 1; n += 8) {
+            const Platform::CFaultPlan plan(operation, n);
+            EXPECT_EQ(FlushTogether(files, {}), n > files.size()) << n;
+            EXPECT_TRUE(!plan.WasHit() || Platform::IsNoSpace(Platform::LastSystemError())) << n;
+        }
+    }
+    EXPECT_TRUE(FlushFoldersThatAreThere(folders));
+    EXPECT_FALSE(FlushTogether(files, folders));
+    EXPECT_NE(GetLastErrorText().find(folders[1]), std::string::npos);
 }
 
 TEST(UniqueNames, AreUniqueAmongThreads) {
