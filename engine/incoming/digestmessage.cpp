@@ -30,6 +30,8 @@ constexpr const char* ContentsEntry = "$(Message-Number). $(Original-Subject)\n 
 constexpr const char* ContentsUnreadable = "$(Message-Number). (This message could not be read.)\n";
 constexpr std::size_t LongestLine = 500;  // bytes of a field in the contents
 
+constexpr std::string_view LeaveCommand = "\"UNSUBSCRIBE\"";
+
 const std::string PreambleEnd(70, '-');  // RFC 1153
 const std::string Separator(30, '-');
 
@@ -75,7 +77,15 @@ CSharedPointer<CMimeText> MakeText(std::string_view text) {
     return part;
 }
 
-CSharedPointer<CMimeEntity> MakeParts(std::span<const std::string> entries, std::string contents) {
+// Behind the contents: how to leave, if a command of the list does that.
+std::string HowToLeave(const BroadcastList& list) {
+    if (list.commandAddress.empty() || FindNoCase(list.usage, LeaveCommand) == std::string_view::npos) return {};
+    return "\nTo unsubscribe, send a message to\n" + list.commandAddress + "\ncontaining " + std::string(LeaveCommand) +
+           " in subject.\n";
+}
+
+CSharedPointer<CMimeEntity> MakeParts(std::span<const std::string> entries, std::string contents,
+                                      const std::string& leave) {
     std::vector<std::string> texts;
     for (std::size_t i = 0; i < entries.size(); ++i) {
         std::string text;
@@ -95,7 +105,7 @@ CSharedPointer<CMimeEntity> MakeParts(std::span<const std::string> entries, std:
     }
     auto root = MakeShared<CMimeMultipartMixed>();
     root->SetBoundary(FreeBoundary({}).c_str());
-    root->InsertPart(0, MakeText(contents));
+    root->InsertPart(0, MakeText(contents + leave));
     if (messages->GetPartCount() > 0) root->InsertPart(1, messages);
     return root;
 }
@@ -120,7 +130,7 @@ void AppendMessage(std::string& text, const CMimeMessage& message) {
 }
 
 CSharedPointer<CMimeEntity> MakePlain(std::span<const std::string> entries, std::string contents,
-                                      std::uint32_t number) {
+                                      const std::string& leave, std::uint32_t number) {
     std::string messages;
     for (std::size_t i = 0; i < entries.size(); ++i) {
         std::string text;
@@ -132,7 +142,7 @@ CSharedPointer<CMimeEntity> MakePlain(std::span<const std::string> entries, std:
         AppendMessage(messages, message);
         messages.append("\n").append(Separator).append("\n\n");
     }
-    contents.append("\n").append(PreambleEnd).append("\n\n").append(messages);
+    contents.append(leave).append("\n").append(PreambleEnd).append("\n\n").append(messages);
     const std::string end = Expanded("End of $(List-Name) digest #") + std::to_string(number);
     contents.append(end).append("\n").append(std::string(std::min<std::size_t>(end.size(), 70), '*')).append("\n");
     return MakeText(contents);
@@ -152,8 +162,8 @@ bool MakeDigest(std::span<const std::string> entries, DigestFormat format, std::
         SetDataField(DataField::DigestCreationDate, FormatMessageDate(now));
         const std::string count = std::to_string(number);
         const std::string contents = Expanded(Title) + count + Expanded(ContentsDate);
-        digest.SetRoot(format == DigestFormat::Plain ? MakePlain(entries, contents, number)
-                                                     : MakeParts(entries, contents));
+        digest.SetRoot(format == DigestFormat::Plain ? MakePlain(entries, contents, HowToLeave(list), number)
+                                                     : MakeParts(entries, contents, HowToLeave(list)));
         CMimeHeader& header = digest.GetRoot()->GetHeader();
         const std::string& address = list.address.empty() ? list.commandAddress : list.address;
         SetStoredLine(header, "From", StoredMailbox({LiteralText(list.name), address}));

@@ -11,6 +11,7 @@
 #include "engine/messagefields.h"
 #include "engine/messagetemplate.h"
 #include "engine/utf8text.h"
+#include "senddaemon/wireheader.h"
 #include "utility/lasterror.h"
 #include "utility/lhvexception.h"
 #include "utility/text.h"
@@ -132,6 +133,22 @@ JoinedText ReadTemplate(bool isWanted, const CMimeMessage& message) {
     return text;
 }
 
+// Words are stored under one character set, whatever they are in.  What goes out
+// within a digest is not looked at again by then.
+void UseTrueCharsets(CMimeHeader& header) {
+    for (std::size_t i = 0; i < header.GetFieldCount(); ++i) {
+        const CMimeField field = header.GetStoredField(i);
+        const bool isAddress = SendDaemon::IsWireAddressField(field.name);
+        if ((!isAddress && !EqualNoCase(field.name, "Subject")) || field.value.find("=?") == std::string::npos)
+            continue;
+        const std::string value = SendDaemon::UnfoldWireValue(field.value);
+        const std::size_t column = field.name.size() + 2;
+        SendDaemon::CWireHeaderRules rules{.hasSmtpUtf8 = true};
+        header.SetStoredField(i, CrLfToLf(isAddress ? SendDaemon::WireAddresses(value, column, rules)
+                                                    : SendDaemon::WireText(value, column)));
+    }
+}
+
 }  // namespace
 
 bool MakeForwardMessage(const RuleFields& rule, const CIncomingMessage& original, const BroadcastList& list,
@@ -190,6 +207,7 @@ bool MakeDigestEntry(const RuleFields& rule, const CIncomingMessage& original, c
             RemoveAll(header, name);
         CompleteFrom(header, original);
         CleanSubject(header);
+        UseTrueCharsets(header);
         text = message.GetDiskText();
         return true;
     } catch (const CLhvException& exception) {

@@ -244,6 +244,10 @@ TEST_F(Forwarding, NothingBreaksOutOfADigest) {
     EXPECT_EQ(kept.find("X-Lhv"), std::string::npos);
     EXPECT_EQ(kept.find("Received"), std::string::npos);
     add(kept);
+    ASSERT_TRUE(
+        MakeDigestEntry(rule, Incoming("From: B\xC3\xB6 <a@x>\nSubject: wh\xC3\xB6\n\nx\n"), list, kept, invalid));
+    for (const char* field : {"From: =?utf-8?Q?B=C3=B6?= <a@x>", "Subject: =?utf-8?Q?wh=C3=B6?="})
+        EXPECT_NE(kept.find(field), std::string::npos) << kept;
     add("From: b@x\r\nContent-Type: multipart/digest; boundary=D\r\n\r\n--D\r\n\r\nx\r\n" + bar +
         "\r\nSubject: forged\r\n");
     add("");
@@ -256,6 +260,7 @@ TEST_F(Forwarding, NothingBreaksOutOfADigest) {
     ASSERT_EQ(MakeForwardCopy(digest, "Anna <anna@b.example>", list, Now, text), CopyResult::Made);
     const CMimeMessage copy = Message(text);
     EXPECT_EQ(copy.GetRoot()->GetField("Subject"), "Harbour (West) digest #12");
+    EXPECT_NE(text.find("containing \"UNSUBSCRIBE\" in subject"), std::string::npos) << text;
     EXPECT_EQ(copy.GetRoot()->GetField(ControlHeader::ReturnPathOverride), "news-do@harbour.example");
     CMimeMessage loaded;
     ASSERT_TRUE(loaded.LoadText(CMimeSource(text).With(CMimeSource::Sealed::Kept)));
