@@ -77,7 +77,9 @@ constexpr auto MakeSettingsList() {
         {"Service", "CapitalizeNames", Flag, "1", "", "capitalise the parts of a name before they are inserted"},
         {"Service", "SignatureLifetime", Number, "14", "days", "how long a signed subject is accepted", 1, 3650},
         {"Service", "ReplyInterval", Number, "24", "hours",
-         "time in which a rule answers the same sender once; 0: always", 0, 100000},
+         "time in which a rule answers the same sender once; 0: always. Also time in which a member's post with the "
+         "text of an earlier one waits for the moderator; 0: a day",
+         0, 100000},
         {"Service", "SoftBounceLimit", Number, "5", "",
          "soft bounces within 30 days that make a member inactive; 0: none do", 0, 100000},
         {"Service", "DeliveryNotifications", Number, "1", "",

@@ -31,7 +31,7 @@ def subscribe(number, bytes_):
 
 
 def post(number, bytes_):
-    return to_size(head("member0@there.example", LIST, f"Tide {number}", number), bytes_)
+    return to_size(head("member0@there.example", LIST, f"Tide {number}", number), bytes_, f"Tide {number}\r\n")
 
 
 # Of somebody who is no member, so that each has the same work.

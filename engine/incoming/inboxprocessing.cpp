@@ -100,6 +100,7 @@ bool CInboxProcessing::ProcessGroup(std::span<const std::string> paths, std::siz
     const CMarksInUse marks(m_view, transaction);
     CCycleTotals done;
     std::vector<std::string> lines;
+    std::vector<std::string> warnings;
     bool hasBroadcasts = false;
     for (const std::string& path : paths.first(std::min(paths.size(), GroupSize))) {
         CMessageEffects effects;
@@ -109,13 +110,16 @@ bool CInboxProcessing::ProcessGroup(std::span<const std::string> paths, std::siz
         if (handled == Handled::NotTaken) return false;
         m_view.KeepChanges();
         done += effects.totals;
-        std::move(effects.notes.begin(), effects.notes.end(), std::back_inserter(lines));
+        std::vector<std::string>& notes = effects.isRepeat ? warnings : lines;
+        std::move(effects.notes.begin(), effects.notes.end(), std::back_inserter(notes));
         if (!effects.done.empty()) lines.push_back(Join(effects.done, "; ") + ".");
         hasBroadcasts = hasBroadcasts || effects.hasBroadcast;
         if (transaction.CountFiles() > GroupFiles) break;
     }
     if (!transaction.IsEmpty() && !transaction.Commit()) return false;
     totals += done;
+    for (const std::string& line : warnings)
+        Log(LogWarning, "%s", line.c_str());
     for (const std::string& line : lines)
         Log(LogInfo, "%s", line.c_str());
     return true;

@@ -18,6 +18,11 @@ constexpr std::int64_t Day = 24 * Hour;
 constexpr int DefaultReplyInterval = 24;      // hours
 constexpr int DefaultSignatureLifetime = 14;  // days
 
+// A clock that was put back makes it neither at once again nor never again.
+bool IsWithin(const std::optional<std::int64_t>& time, std::int64_t now, std::int64_t interval) {
+    return time && std::max(*time - now, now - *time) < interval;
+}
+
 }  // namespace
 
 CListView::CListView(std::uint32_t listNumber, std::int64_t now, const CCycleState* state)
@@ -111,15 +116,24 @@ bool CListView::IsSigned(const CIncomingMessage& message) {
                                         }));
 }
 
-// A clock that was put back neither answers at once again nor never again.
 bool CListView::WasAnswered(std::uint32_t ruleId, std::string_view address) {
     if (m_replyInterval == 0) return false;
     const std::string key = AnswerKey(ruleId, address);
     std::string value;
-    const bool isMarked = m_transaction ? m_transaction->GetMark(MarkKind::Answer, key, value)
-                                        : m_state && m_state->GetMark(MarkKind::Answer, key, value);
-    const auto time = isMarked ? ParseNumber(value) : std::nullopt;
-    return time && std::max(*time - m_now, m_now - *time) < m_replyInterval;
+    return GetMark(MarkKind::Answer, key, value) && IsWithin(ParseNumber(value), m_now, m_replyInterval);
+}
+
+PostedBefore CListView::WasPosted(std::string_view key) {
+    std::string value;
+    if (!GetMark(MarkKind::Posted, key, value)) return PostedBefore::No;
+    const std::size_t end = value.find(' ');
+    if (!IsWithin(ParseNumber(std::string_view(value).substr(0, end)), m_now, ReadPostInterval()))
+        return PostedBefore::No;
+    return end == std::string::npos ? PostedBefore::Posted : PostedBefore::Held;
+}
+
+bool CListView::GetMark(MarkKind kind, std::string_view key, std::string& value) const {
+    return m_transaction ? m_transaction->GetMark(kind, key, value) : m_state && m_state->GetMark(kind, key, value);
 }
 
 void CListView::PutMember(const CMember& member) {
@@ -143,6 +157,11 @@ void CListView::ForgetChanges() noexcept {
 
 std::int64_t CListView::ReadReplyInterval() {
     return std::max(0, ReadSetting("Service", "ReplyInterval", DefaultReplyInterval)) * Hour;
+}
+
+std::int64_t CListView::ReadPostInterval() {
+    const std::int64_t interval = ReadReplyInterval();
+    return interval > 0 ? interval : Day;
 }
 
 std::string CListView::AnswerKey(std::uint32_t ruleId, std::string_view address) {

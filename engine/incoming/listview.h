@@ -17,12 +17,10 @@
 #include <string>
 #include <string_view>
 
+#include "engine/incoming/cycletransaction.h"
 #include "engine/memberstore.h"
 #include "engine/rules/rulematch.h"
 #include "engine/signature.h"
-
-class CCycleState;
-class CCycleTransaction;
 
 class CListView : public IListView {
 public:
@@ -39,6 +37,7 @@ public:
     bool IsReplyToSigned(const CIncomingMessage& message) override;
     bool IsSigned(const CIncomingMessage& message) override;
     bool WasAnswered(std::uint32_t ruleId, std::string_view address) override;
+    PostedBefore WasPosted(std::string_view key) override;
 
     struct CMemberPlace {
         std::int32_t index = CMemberStore::None;  // None: changed, and in the table only later
@@ -66,10 +65,12 @@ public:
 
     std::int64_t GetReplyInterval() const noexcept { return m_replyInterval; }  // seconds; 0: no limit
     static std::int64_t ReadReplyInterval();
+    static std::int64_t ReadPostInterval();  // a day where that is 0
     static std::string AnswerKey(std::uint32_t ruleId, std::string_view address);
 
 private:
     const std::optional<CMember>* FindChange(std::string_view address) const;  // nullptr: none
+    bool GetMark(MarkKind kind, std::string_view key, std::string& value) const;
     bool HasTokenFor(const CIncomingMessage& message, std::string_view address);
 
     BroadcastList m_list;

@@ -61,7 +61,7 @@ public:
     bool ReadLedger();
     bool ProcessWaiting();
     bool ProcessMailbox();
-    bool ForgetOldAnswers();
+    bool ForgetOldMarks();
     bool WasCancelled() const { return m_control != nullptr && m_control->IsCancelled(); }
     bool IsStopped() const { return (m_stop && m_stop()) || WasCancelled(); }
     std::int64_t Now() const { return m_fixedNow != 0 ? m_fixedNow : Platform::SecondsSince1970(); }
@@ -139,12 +139,15 @@ bool CCycle::FetchAll(CMailFetch& fetch) {
     return fetch.Finish(Now());
 }
 
-bool CCycle::ForgetOldAnswers() {
+bool CCycle::ForgetOldMarks() {
     const std::int64_t now = Now();
-    const std::int64_t interval = CListView::ReadReplyInterval();
-    return m_state.DropMarks(MarkKind::Answer, [&](std::string_view, std::string_view value) {
-        return ParseNumber(value).value_or(0) + interval <= now;
-    });
+    const auto drop = [&](MarkKind kind, std::int64_t interval) {
+        return m_state.DropMarks(kind, [&](std::string_view, std::string_view value) {
+            return ParseNumber(value.substr(0, value.find(' '))).value_or(0) + interval <= now;
+        });
+    };
+    const bool isDone = drop(MarkKind::Answer, CListView::ReadReplyInterval());
+    return drop(MarkKind::Posted, CListView::ReadPostInterval()) && isDone;
 }
 
 bool SetLastErrorOfCycle(const std::exception& exception) {
@@ -180,7 +183,7 @@ bool RunSteps(std::uint32_t listNumber, CCycle& cycle, const CCycleTotals& total
     bool isDone = cycle.ProcessWaiting() && cycle.ProcessMailbox();
     const std::string reason = isDone ? ledgerReason : DescribeLastError();
     isDone = isDone && hasLedger;
-    cycle.ForgetOldAnswers();
+    cycle.ForgetOldMarks();
     CCatalogue& catalogue = GetCatalogue();
     if (!cycle.IsStopped()) catalogue.SetNumber(catalogue.FindByNumber(listNumber), ListColumn::LastCycle, cycle.Now());
     const bool isWorthALine = totals.fetched + totals.processed + totals.failed > 0;

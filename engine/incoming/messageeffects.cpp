@@ -32,6 +32,19 @@ bool CMessageEffects::AddPosts(CCycleTransaction& transaction, CListView& view) 
     return true;
 }
 
+// The time stays that of the first one.
+void CMessageEffects::MarkPost(CCycleTransaction& transaction, const CListView& view) const {
+    std::string value = std::to_string(view.GetTime());
+    if (postedText.empty()) return;
+    if (isRepeat) {
+        if (totals.held == 0 || !transaction.GetMark(MarkKind::Posted, postedText, value)) return;
+        value += " held";
+    } else if (totals.posted + totals.digested == 0) {
+        return;
+    }
+    transaction.SetMark(MarkKind::Posted, postedText, value);
+}
+
 bool CMessageEffects::AddTo(CCycleTransaction& transaction, CListView& view, std::string_view path,
                             const std::string& serverId) {
     const bool isPrepared = std::all_of(messages.begin(), messages.end(),
@@ -48,6 +61,7 @@ bool CMessageEffects::AddTo(CCycleTransaction& transaction, CListView& view, std
             transaction.SetMark(MarkKind::Answer, CListView::AnswerKey(answer.ruleId, answer.address),
                                 std::to_string(view.GetTime()));
     }
+    MarkPost(transaction, view);
     if (keepOnServer)
         KeepOnServer(transaction, serverId);
     else if (removeFromServer)

@@ -41,7 +41,9 @@ struct CMessageEffects {
     std::vector<CAnswerMark> answers;
     bool removeFromServer = false;
     bool keepOnServer = false;       // whatever else says that it is to be removed
-    std::vector<std::string> notes;  // lines for the log
+    std::string postedText;          // key of a member's post
+    bool isRepeat = false;           // which says the same as an earlier one
+    std::vector<std::string> notes;  // lines for the log; warnings for a repeated post
     std::vector<std::string> done;   // one more line
     CCycleTotals totals;
     bool hasBroadcast = false;  // by AddTo(): a post becomes one when the transaction is committed
@@ -54,6 +56,7 @@ struct CMessageEffects {
 
 private:
     bool AddPosts(CCycleTransaction& transaction, CListView& view);
+    void MarkPost(CCycleTransaction& transaction, const CListView& view) const;
 };
 
 CCycleTotals& operator+=(CCycleTotals& totals, const CCycleTotals& more) noexcept;

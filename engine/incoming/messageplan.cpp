@@ -3,6 +3,7 @@
 #include "engine/datafields.h"
 #include "engine/incoming/planperson.h"
 #include "engine/incoming/planview.h"
+#include "engine/incoming/postedtext.h"
 #include "engine/rules/addressmatch.h"
 #include "utility/text.h"
 
@@ -56,6 +57,7 @@ private:
 
     bool Visit(std::size_t index);  // false ends the walk
     bool EndsEarly(const RuleFields& rule, const CPerson& person);
+    bool EndsAsRepeat(const RuleFields& rule);
     Post WhatIsPosted(const RuleFields& rule) const;
     void Perform(const RuleFields& rule, const CPerson& person);
     void ChangeMember(const RuleFields& rule, const CPerson& person);
@@ -142,11 +144,38 @@ bool CPlanner::EndsEarly(const RuleFields& rule, const CPerson& person) {
         Note(Describe() + " is ignored: the access list denies " + OneLine(address) + ".");
         return true;
     }
-    if (post != Post::Wanted || !m_view.IsModerated() || m_message.isAccepted) return false;
+    if (post != Post::Wanted) return false;
+    if (!m_view.IsModerated() || m_message.isAccepted) return EndsAsRepeat(rule);
     m_plan.actions.clear();
     Act(ActionKind::Hold);
     m_plan.isHeld = true;
     Done("holds the message for the moderator; nothing else is done before he accepts it");
+    return true;
+}
+
+// Nobody says the same twice a day, but an automatic reply that bears no mark:
+// passed on, it would come back to its program for ever.
+bool CPlanner::EndsAsRepeat(const RuleFields& rule) {
+    const std::string& sender = m_message.sender.address;
+    const bool isForMembers = rule.addToDigest || (rule.forward && HasMembers(rule.forwardMembers));
+    CMember member;
+    if (!isForMembers || !m_view.FindMember(sender, member)) return false;
+    m_plan.postedText = KeyOfPostedText(m_message);
+    if (m_plan.postedText.empty() || m_message.isAccepted) return false;
+    const PostedBefore before = m_view.WasPosted(m_plan.postedText);
+    if (before == PostedBefore::No) return false;
+    m_plan.isRepeat = true;
+    const bool isFirst = before == PostedBefore::Posted;
+    if (isFirst) {
+        m_plan.actions.clear();
+        Act(ActionKind::Hold);
+        m_plan.isHeld = true;
+    }
+    Done(isFirst ? "holds the message for the moderator: its text is that of an earlier post"
+                 : "does nothing: its text is that of an earlier post, and one like it waits for the moderator");
+    Note(Describe() +
+         " has the same text as a message he posted a short time ago; it may be an automatic reply. It is " +
+         (isFirst ? "held for the moderator." : "not posted; one like it is held for the moderator already."));
     return true;
 }
 

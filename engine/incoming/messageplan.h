@@ -68,6 +68,8 @@ struct CMessagePlan {
     std::vector<std::string> notes;  // for the log
     bool isLoop = false;
     bool isHeld = false;
+    bool isRepeat = false;          // a member's post that says what he has posted before; the notes are warnings
+    std::string postedText;         // key of a member's post; postedtext.h
     bool removeFromServer = false;  // a rule that applies, or an option for loops, wants it
     bool matched = false;           // some rule applied
 };

@@ -83,13 +83,15 @@ void CPlanExecution::Execute(const CMessagePlan& plan, std::span<const CMessageR
     m_isAnsweredInvalid = false;
     m_whyInvalid.clear();
     effects.notes = plan.notes;
+    effects.postedText = plan.postedText;
+    effects.isRepeat = plan.isRepeat;
     for (const CAction& action : plan.actions) {
         const CMessageRule* rule = action.rule < rules.size() ? &rules[action.rule] : nullptr;
         Perform({action, rule, message, effects});
     }
     if (message.bounce.IsBounce() && !plan.isLoop && !plan.isHeld)
         AddBounceEffects(message, m_removed, m_view, effects);
-    effects.totals.loops = plan.isLoop ? 1 : 0;
+    effects.totals.loops = plan.isLoop || (plan.isRepeat && !plan.isHeld) ? 1 : 0;
     effects.removeFromServer = plan.removeFromServer || (plan.matched && m_removeMatched);
 }
 

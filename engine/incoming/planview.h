@@ -26,6 +26,7 @@ public:
     bool WasAnswered(std::uint32_t ruleId, std::string_view address) override {
         return m_list.WasAnswered(ruleId, address);
     }
+    PostedBefore WasPosted(std::string_view key) override { return m_list.WasPosted(key); }
 
     void Put(const CMember& said);         // what is not empty there; a member of that address is active again
     void PutWhole(const CMember& member);  // as it is

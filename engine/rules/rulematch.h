@@ -11,6 +11,7 @@
 #ifndef LISTHAVEN_ENGINE_RULES_RULEMATCH_H
 #define LISTHAVEN_ENGINE_RULES_RULEMATCH_H
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,6 +21,13 @@
 #include "engine/rules/accesslist.h"
 #include "engine/rules/incomingmessage.h"
 #include "engine/rules/messagerule.h"
+
+// Whether a post with that text was there within the reply interval, or a day.
+enum class PostedBefore : std::uint8_t {
+    No,
+    Posted,
+    Held,  // and one more of them waits for the moderator
+};
 
 // What rules ask of a list.
 class IListView {
@@ -35,6 +43,8 @@ public:
     virtual bool IsSigned(const CIncomingMessage& message) = 0;
     // That rule has answered the address within the interval.
     virtual bool WasAnswered(std::uint32_t ruleId, std::string_view address) = 0;
+    // key: of sender and text (incoming/postedtext.h).
+    virtual PostedBefore WasPosted(std::string_view key) = 0;
 };
 
 struct CConditionResult {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "engine/catalogue.h"
+#include "engine/incoming/cycletransaction.h"
 #include "engine/incoming/forwarding.h"
 #include "engine/incoming/listview.h"
 #include "engine/incoming/messageplan.h"
@@ -17,6 +18,7 @@
 #include "programs/listhaven/command.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
+#include "utility/paths.h"
 
 namespace {
 
@@ -87,7 +89,12 @@ void ExplainForwarding(const BroadcastList& list, CTrial& trial) {
 void Try(const CArguments& arguments, CTrial& trial) {
     const std::int32_t index = FindList(arguments.list);
     const std::uint32_t number = GetCatalogue().GetListNumber(index);
-    CListView view(number, Platform::SecondsSince1970());
+    // What was answered and posted before counts, unless a cycle is at work on it this instant.
+    const CCycleLock lock(number);
+    CCycleState state;
+    const bool hasState =
+        lock.IsHeld() && Platform::FileIsThere(JoinPath(GetInboxFolder(number), ".state")) && state.Open(number);
+    CListView view(number, Platform::SecondsSince1970(), hasState ? &state : nullptr);
     trial.rules = CRuleStore(number).Load();
     if (!ReadIncomingMessage(arguments.message, OwnAddresses(view.GetList()), trial.message))
         FailWithLastError(arguments.message);

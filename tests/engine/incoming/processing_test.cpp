@@ -189,6 +189,42 @@ TEST_F(ProcessingTest, TheModeratorDecides) {
     EXPECT_TRUE(ListPending(m_list).empty());
 }
 
+// As an unmarked responder does that answers to wherever posts go.
+TEST_F(ProcessingTest, WhatAMemberHasPostedBeforeWaits) {
+    MakeClub(ListKind::Discussion, {"ann@x.example", "bob@x.example"});
+    constexpr const char* Posted = ", 1 posted, 1 for the digest";
+    constexpr const char* Away = "I am away.\n\nAnna wrote on Monday:\n> Hi\n";
+    const struct {
+        std::int64_t later;
+        const char* from;
+        const char* body;
+        const char* expected;  // behind "0 fetched, 1 processed"
+    } rows[] = {
+        {0, "ann@x.example", Away, Posted},
+        {60, "bob@x.example", Away, Posted},
+        {60, "Ann@x.example", " I  am\naway.\n\nBob wrote on Tuesday:\n\n>> Ho\n", ", 1 held"},
+        {60, "ann@x.example", Away, ", 1 loops"},
+        {60, "ann@x.example", "I am away, Bob wrote:\n", Posted},
+        {60, "ann@x.example", "> Hi\n", Posted},
+        {60, "ann@x.example", "> Ho\n", Posted},
+        {Day, "ann@x.example", Away, Posted},
+        {Day - 1, "ann@x.example", Away, ", 1 held"},
+    };
+    for (const int interval : {24, 0}) {  // hours; 0: answers have no limit, posts that of a day
+        WriteSetting("Service", "ReplyInterval", interval);
+        m_now += 2 * Day;
+        for (const auto& row : rows) {
+            m_now += row.later;
+            Receive(row.from, ListAddress, "Re: " + std::to_string(m_now), "", row.body);
+            EXPECT_EQ(Process(), std::string("0 fetched, 1 processed") + row.expected) << row.from << row.body;
+        }
+    }
+    const std::vector<CPendingMessage> pending = ListPending(m_list);
+    ASSERT_EQ(pending.size(), 4U);
+    ASSERT_TRUE(AcceptPending(m_list, pending[0].id, "")) << GetLastErrorText();
+    EXPECT_EQ(Process(), std::string("0 fetched, 1 processed") + Posted);
+}
+
 TEST_F(ProcessingTest, NotificationsAreTreatedAsTheOperatorWants) {
     const struct {
         int setting;

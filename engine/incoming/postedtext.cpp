@@ -1,0 +1,54 @@
+#include "engine/incoming/postedtext.h"
+
+#include <string_view>
+#include <vector>
+
+#include "engine/incoming/fetchedmessage.h"
+#include "mime/mimewalk.h"
+#include "utility/text.h"
+
+namespace {
+
+// Words with one blank between them.
+std::string WordsOf(std::string_view line) {
+    std::string words;
+    for (const char c : line) {
+        const bool isBlank = static_cast<unsigned char>(c) <= ' ';
+        if (!isBlank) {
+            words += c;
+        } else if (!words.empty() && words.back() != ' ') {
+            words += ' ';
+        }
+    }
+    if (words.ends_with(' ')) words.pop_back();
+    return words;
+}
+
+std::string OwnText(const std::string& body) {
+    std::vector<std::string> lines;  // that say something
+    bool isInQuote = false;
+    for (const std::string_view line : Split(body, '\n')) {
+        std::string words = WordsOf(line);
+        if (words.empty()) continue;
+        const bool isQuote = words.front() == '>';
+        if (isQuote && !isInQuote && !lines.empty() && lines.back().ends_with(':')) lines.pop_back();
+        isInQuote = isQuote;
+        if (!isQuote) lines.push_back(std::move(words));
+    }
+    return Join(lines, " ");
+}
+
+}  // namespace
+
+std::string KeyOfPostedText(const CIncomingMessage& message) {
+    if (message.sender.address.empty() || !message.message.GetRoot()) return {};
+    const std::string text = OwnText(message.GetBodyText());
+    if (text.empty()) return {};
+    CContentKey key;
+    key.Add(LowerAscii(message.sender.address) + '\n' + text);
+    for (const auto& attachment : CollectAttachments(message.message.GetRoot())) {
+        key.Add('\n' + attachment->GetHeader().GetField("Content-Type") + ' ' +
+                std::to_string(attachment->GetTextSize()));
+    }
+    return key.Finish();
+}
