@@ -137,7 +137,9 @@ void CPlanExecution::Answer(const CStep& step, const CMimeMessage& reply) {
         result = m_answers.MakeReply(reply, step.message, m_view.GetTime(), text);
     } else {
         CIncomingMessage original = step.message;  // a form names another address than the one it came from
-        original.sender = {{}, step.action.address};
+        CMember member;
+        m_view.FindMember(step.action.address, member);
+        original.sender = {member.name, step.action.address};
         result = m_answers.MakeReply(reply, original, m_view.GetTime(), text);
     }
     if (!Enqueue(step, result, std::move(text))) return;

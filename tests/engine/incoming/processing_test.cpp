@@ -254,6 +254,25 @@ TEST_F(ProcessingTest, NotificationsAreTreatedAsTheOperatorWants) {
     }
 }
 
+TEST_F(ProcessingTest, WhomAFormNamesIsAnsweredByHisName) {
+    MakeClub(ListKind::Announcement);
+    CMessageRule rule;
+    RuleFields& form = rule.Edit();
+    form.name = "Form";
+    form.checkFrom = form.addSender = form.reply = form.stopProcessing = true;
+    form.fromAddresses = {"form@site.example"};
+    form.replyMessage.LoadText(CMimeSource("Subject: Welcome $(To-Name), <!To-Email!>\n\nHello\n"));
+    form.parseFields = {{CParseField::Email, true, "^Mail: (.*)$", "$1", true},
+                        {CParseField::FirstName, true, "^First: (.*)$", "$1", true}};
+    CRuleStore(m_list).Replace({&rule, 1});
+    PutIntoInbox(
+        "From: Site <form@site.example>\nTo: club@harbour.example\nSubject: x\n\nMail: joe@x.example\nFirst: Joe\n");
+    Process();
+    const std::vector<std::string> answers = TakeQueue();
+    ASSERT_EQ(answers.size(), 1U);
+    EXPECT_EQ(FieldOf(answers[0], "Subject"), "Welcome Joe, joe@x.example");
+}
+
 TEST_F(ProcessingTest, BouncesRemoveCountAndCanBeUndone) {
     MakeClub(ListKind::Discussion, {"hard@x.example", "soft@x.example"});
     PutIntoInbox(BounceOf("Hard@x.example", "5.1.1"));
