@@ -275,6 +275,21 @@ void CMemberFiles::PrepareIndex() {
     RebuildIndex();
 }
 
+// A table that was packed is another file, and then has some left.
+bool CMemberFiles::HasLostRecords() {
+    IndexState state;
+    try {
+        CSSIndex index;
+        if (!Platform::FileIsThere(m_indexPath)) return false;
+        index.Open(m_indexPath, CSSIndex::Access::ReadOnly);
+        if (!index.ReadState(state)) return false;
+    } catch (const CLhvException&) {
+        return false;  // it tells nothing
+    }
+    return state.settled && state.recordCount > m_recordCount &&
+           (m_recordCount == 0 || state.tableIdentity == m_identity);
+}
+
 void CMemberFiles::RebuildIndex() {
     if (!m_index.IsOpen() || !m_index.IsCurrent()) m_index.Open(m_indexPath, CSSIndex::Access::ReadWrite);
     BeginUnsynced();

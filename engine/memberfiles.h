@@ -62,6 +62,7 @@ public:
     void ApplyIndex(IndexChange& change);        // on the disk when it returns
     void ApplyIndexInBulk(IndexChange& change);  // on the disk when the list is closed, or changed otherwise
     void RebuildIndex();
+    bool HasLostRecords();        // the index knows of more than there are
     void DropIndex() noexcept;    // closes it; it is looked at anew when it is next needed
     void RemoveIndex() noexcept;  // with its file
 

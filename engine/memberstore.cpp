@@ -438,6 +438,12 @@ std::vector<MemberOutcome> CMemberStore::AddMany(std::span<const CMember> member
     return outcomes;
 }
 
+bool CMemberStore::HasLostRecords() {
+    CMemberFiles& files = Files();
+    const CMemberHold hold(files);
+    return files.HasLostRecords();
+}
+
 void CMemberStore::RebuildIndex() {
     CMemberFiles& files = Files();
     const CMemberHold hold(files);

@@ -95,7 +95,10 @@ public:
     std::vector<MemberOutcome> AddMany(std::span<const CMember> members, ExistingMember onExisting,
                                        const MemberParts& updated = {});
 
-    void Pack();          // drops the records of removed members: indexes change
+    void Pack();  // drops the records of removed members: indexes change
+    // The table was cut, emptied or taken away behind the store's back; so until
+    // the next change of members or RebuildIndex().
+    bool HasLostRecords();
     void RebuildIndex();  // from the table, whatever is there
 
 private:

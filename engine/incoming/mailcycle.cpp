@@ -11,6 +11,7 @@
 #include "engine/incoming/inboxprocessing.h"
 #include "engine/incoming/mailfetch.h"
 #include "engine/incoming/waitingmessages.h"
+#include "engine/memberstore.h"
 #include "platform/filestatus.h"
 #include "utility/lasterror.h"
 #include "utility/lhvexception.h"
@@ -80,6 +81,13 @@ private:
 };
 
 bool CCycle::Open() {
+    CMemberStore members;
+    members.Open(m_list, CMemberStore::Access::ReadOnly);
+    if (members.HasLostRecords()) {
+        throw CLhvException(
+            "Members of the list have been lost, and would be taken for strangers: its mail is left where it is until "
+            "the data files are repaired, or members are added again.");
+    }
     if (!m_state.Open(m_list) || !m_state.Recover()) return false;
     m_processing.emplace(m_list, m_state, Now());
     return true;
