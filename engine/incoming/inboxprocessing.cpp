@@ -111,8 +111,9 @@ bool CInboxProcessing::ProcessGroup(std::span<const std::string> paths, std::siz
         m_view.KeepChanges();
         done += effects.totals;
         std::vector<std::string>& notes = effects.isRepeat ? warnings : lines;
+        if (effects.done.size() == 1 && effects.notes.empty()) effects.Say("no rule does anything with it");
         std::move(effects.notes.begin(), effects.notes.end(), std::back_inserter(notes));
-        if (!effects.done.empty()) lines.push_back(Join(effects.done, "; ") + ".");
+        if (effects.done.size() > 1) lines.push_back(Join(effects.done, "; ") + ".");  // else a note has said why
         hasBroadcasts = hasBroadcasts || effects.hasBroadcast;
         if (transaction.CountFiles() > GroupFiles) break;
     }
