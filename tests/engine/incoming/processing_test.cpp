@@ -320,14 +320,16 @@ TEST_F(ProcessingTest, WhatServersRefusedIsABounceOnce) {
 
 TEST_F(ProcessingTest, WhatCannotBeProcessedIsKept) {
     MakeClub(ListKind::Discussion, {"ann@x.example"});
-    const std::string rules = GetCatalogue().GetListFile(m_list, "RUL");
-    std::string whole;
-    ASSERT_TRUE(ReadWholeFile(rules, whole));
     Receive("ann@x.example", ListAddress, "Hi");
-    ASSERT_TRUE(WriteFileAtomically(rules, ""));
-    for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(Process().substr(0, 6), "failed");
-    ASSERT_TRUE(WriteFileAtomically(rules, whole));
+    for (const char* type : {"RUL", "MBR"}) {  // without members everybody would be a stranger
+        const std::string path = GetCatalogue().GetListFile(m_list, type);
+        std::string whole;
+        ASSERT_TRUE(ReadWholeFile(path, whole));
+        ASSERT_TRUE(WriteFileAtomically(path, ""));
+        for (int i = 0; i < 4; ++i)
+            EXPECT_EQ(Process().substr(0, 6), "failed");
+        ASSERT_TRUE(WriteFileAtomically(path, whole));
+    }
     // The message is to blame for nothing, and its attempts were not counted.
     GetCatalogue().SetText(GetCatalogue().FindByNumber(m_list), ListColumn::ListAddresses, "");
     CRuleStore store(m_list);
