@@ -24,7 +24,7 @@ struct CCycleTotals {
     std::uint64_t fetched = 0;
     std::uint64_t processed = 0;
     std::uint64_t replies = 0;
-    std::uint64_t posted = 0;  // broadcasts made
+    std::uint64_t posted = 0;  // to members
     std::uint64_t digested = 0;
     std::uint64_t held = 0;
     std::uint64_t added = 0;  // members
