@@ -11,6 +11,7 @@
 #include "engine/rules/addressmatch.h"
 #include "platform/filestatus.h"
 #include "platform/systemerror.h"
+#include "utility/formattext.h"
 #include "utility/lasterror.h"
 #include "utility/lhvexception.h"
 #include "utility/paths.h"
@@ -70,14 +71,28 @@ void CInboxProcessing::Refresh(std::int64_t now) {
     m_stamp = std::move(stamp);
 }
 
+namespace {
+
+std::string WhyRulesCannotServe(std::span<const CMessageRule> rules) {
+    if (rules.empty()) return "The list has no rules (rule reset makes them): its mail is left where it is.";
+    for (const CMessageRule& rule : rules) {
+        if (rule.GetFault().empty()) continue;
+        return FormatText("The rule \"%s\" is damaged (%s): the list's mail is left where it is until it is put right.",
+                          rule.Get().name.c_str(), rule.GetFault().c_str());
+    }
+    return {};
+}
+
+}  // namespace
+
 bool CInboxProcessing::HasRules(std::int64_t now) {
     Refresh(now);
-    return !m_rules.empty();
+    return WhyRulesCannotServe(m_rules).empty();
 }
 
 void CInboxProcessing::CheckRules(std::int64_t now) {
-    if (!HasRules(now))
-        throw CLhvException("The list has no rules (rule reset makes them): its mail is left where it is.");
+    Refresh(now);
+    if (const std::string reason = WhyRulesCannotServe(m_rules); !reason.empty()) throw CLhvException(reason);
 }
 
 bool CInboxProcessing::Process(std::span<const std::string> paths, std::int64_t now, CCycleTotals& totals) {

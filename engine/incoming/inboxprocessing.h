@@ -32,10 +32,11 @@ public:
     // The caller holds the CCycleLock; state must outlive this object.
     CInboxProcessing(std::uint32_t listNumber, CCycleState& state, std::int64_t now);
 
-    // Throws when the list cannot process anything: a list without rules would
-    // take every message in and do nothing with it.
+    // Throws when the list cannot process anything: without its rules it would
+    // take every message in and do nothing with it, and without one of them it
+    // would take that rule's messages for the next one's.
     void CheckRules(std::int64_t now);
-    bool HasRules(std::int64_t now);
+    bool HasRules(std::int64_t now);  // and all of them are whole
 
     // In this order, at most GroupSize of them.  Behind a post that becomes a broadcast
     // no member changes in its transaction: it goes to those who are members by then.

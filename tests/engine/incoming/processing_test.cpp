@@ -175,6 +175,19 @@ TEST_F(ProcessingTest, FewRecipientsGetTheCopiesThatABroadcastMakes) {
     EXPECT_NE(direct.begin()->second.find("ann@x.example Hi"), std::string::npos) << direct.begin()->second;
 }
 
+TEST_F(ProcessingTest, OfADamagedRuleTheMessagesAreNotTheNextRules) {
+    MakeClub(ListKind::Discussion);
+    const std::string rules = GetCatalogue().GetListFile(m_list, "RUL");
+    ASSERT_TRUE(Platform::RemoveFile(rules + ".2.suw"));
+    Receive("ann@x.example", CommandAddress, "SUBSCRIBE");
+    EXPECT_NE(Process().find("Subscribe [Step 1]\" is damaged (" + std::to_string(m_list) + ".RUL.2.suw is missing)"),
+              std::string::npos)
+        << GetLastErrorText();
+    EXPECT_EQ(QueuedFiles(GetInboxFolder(m_list)).size(), 1U);
+    ResetRules(GetCatalogue().FindByNumber(m_list));
+    EXPECT_EQ(Process(), "0 fetched, 1 processed, 1 answered");
+}
+
 // What is held goes through the rules once more when it is accepted, and no
 // header makes a message an accepted one.
 TEST_F(ProcessingTest, TheModeratorDecides) {
