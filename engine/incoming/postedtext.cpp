@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "engine/incoming/fetchedmessage.h"
+#include "engine/incoming/subjectline.h"
 #include "mime/mimewalk.h"
 #include "utility/text.h"
 
@@ -38,6 +39,19 @@ std::string OwnText(const std::string& body) {
     return Join(lines, " ");
 }
 
+// The subject without what replies and lists put in front.
+std::string TopicOf(const std::string& subject) {
+    std::string topic = PlainSubject(subject);
+    for (std::size_t before = topic.size() + 1; topic.size() < before;) {
+        before = topic.size();
+        std::string_view rest = WithoutReplyMarks(Trim(topic));
+        const std::size_t tagEnd = rest.starts_with('[') ? rest.find(']') : std::string_view::npos;
+        if (tagEnd != std::string_view::npos) rest.remove_prefix(tagEnd + 1);
+        topic = std::string(rest);
+    }
+    return LowerAscii(topic);
+}
+
 }  // namespace
 
 std::string KeyOfPostedText(const CIncomingMessage& message) {
@@ -46,6 +60,8 @@ std::string KeyOfPostedText(const CIncomingMessage& message) {
     if (text.empty()) return {};
     CContentKey key;
     key.Add(LowerAscii(message.sender.address) + '\n' + text);
+    constexpr std::size_t ShortText = 40;  // people say "Thanks!" more than once a day
+    if (text.size() < ShortText) key.Add('\n' + TopicOf(message.subject));
     for (const auto& attachment : CollectAttachments(message.message.GetRoot())) {
         key.Add('\n' + attachment->GetHeader().GetField("Content-Type") + ' ' +
                 std::to_string(attachment->GetTextSize()));

@@ -2,8 +2,9 @@
 // text have the same one.
 //
 // A program that answers to each post with the same words is known by it,
-// however it marks its messages.  Quotes, the line that introduces one, white
-// space and the subject do not count; attachments do, by name and size.
+// however it marks its messages.  Quotes, the line that introduces one and white
+// space do not count; attachments do, by name and size.  The subject counts only
+// beside a short text, and without "Re:" and tags.
 //
 // Threads  One at a time for a message.
 
