@@ -206,7 +206,7 @@ TEST_F(ProcessingTest, TheModeratorDecides) {
 TEST_F(ProcessingTest, WhatAMemberHasPostedBeforeWaits) {
     MakeClub(ListKind::Discussion, {"ann@x.example", "bob@x.example"});
     constexpr const char* Posted = ", 1 posted, 1 for the digest";
-    constexpr const char* Away = "I am away.\n\nAnna wrote on Monday:\n> Hi\n";
+    constexpr const char* Away = "I am away until Monday the 7th of December.\n\nAnna wrote on Monday:\n> Hi\n";
     const struct {
         std::int64_t later;
         const char* from;
@@ -215,11 +215,15 @@ TEST_F(ProcessingTest, WhatAMemberHasPostedBeforeWaits) {
     } rows[] = {
         {0, "ann@x.example", Away, Posted},
         {60, "bob@x.example", Away, Posted},
-        {60, "Ann@x.example", " I  am\naway.\n\nBob wrote on Tuesday:\n\n>> Ho\n", ", 1 held"},
+        {60, "Ann@x.example", " I  am\naway until Monday the 7th of December.\n\nBob wrote on Tuesday:\n\n>> Ho\n",
+         ", 1 held"},
         {60, "ann@x.example", Away, ", 1 loops"},
-        {60, "ann@x.example", "I am away, Bob wrote:\n", Posted},
+        {60, "ann@x.example", "I am away until Monday the 7th of December, Bob wrote:\n", Posted},
         {60, "ann@x.example", "> Hi\n", Posted},
         {60, "ann@x.example", "> Ho\n", Posted},
+        {60, "ann@x.example", "Thanks!", Posted},
+        {60, "ann@x.example", "Thanks!", Posted},
+        {0, "ann@x.example", "Thanks!", ", 1 held"},  // in one thread
         {Day, "ann@x.example", Away, Posted},
         {Day - 1, "ann@x.example", Away, ", 1 held"},
     };
@@ -233,7 +237,7 @@ TEST_F(ProcessingTest, WhatAMemberHasPostedBeforeWaits) {
         }
     }
     const std::vector<CPendingMessage> pending = ListPending(m_list);
-    ASSERT_EQ(pending.size(), 4U);
+    ASSERT_EQ(pending.size(), 6U);
     ASSERT_TRUE(AcceptPending(m_list, pending[0].id, "")) << GetLastErrorText();
     EXPECT_EQ(Process(), std::string("0 fetched, 1 processed") + Posted);
 }
