@@ -22,10 +22,10 @@ std::string ListFolderIn(std::string_view name, std::uint32_t listNumber) {
 }
 
 // Those of a folder where nobody else makes any.
-bool RemoveTemporaryFiles(const std::string& folder) {
+bool RemoveFilesOf(const std::string& folder, std::string_view pattern) {
     if (!Platform::FolderIsThere(folder)) return true;
     std::vector<std::string> found;
-    if (!ListFolder(folder, "*.tmp", [&](const std::string& name, bool isFolder) {
+    if (!ListFolder(folder, pattern, [&](const std::string& name, bool isFolder) {
             if (!isFolder) found.push_back(JoinPath(folder, name));
             return true;
         })) {
@@ -49,6 +49,9 @@ std::string GetAcceptedFolder(std::uint32_t listNumber) {
 }
 std::string GetFailedFolder(std::uint32_t listNumber) {
     return JoinPath(GetInboxFolder(listNumber), ".Failed");
+}
+std::string GetDoneFolder(std::uint32_t listNumber) {
+    return JoinPath(GetInboxFolder(listNumber), ".Done");
 }
 std::string GetPendingFolder(std::uint32_t listNumber) {
     return ListFolderIn("Pending", listNumber);
@@ -162,11 +165,11 @@ bool CCycleState::CState::CleanInbox() {
         return false;
     }
     for (const std::string& batch : batches) {
-        if (!RemoveTemporaryFiles(batch)) return false;
+        if (!RemoveFilesOf(batch, "*.tmp")) return false;
     }
     for (std::size_t i = 1; i < batches.size(); ++i)
         Platform::RemoveEmptyFolder(batches[i]);
-    return RemoveTemporaryFiles(GetPostsFolder(list));
+    return RemoveFilesOf(GetPostsFolder(list), "*.tmp") && RemoveFilesOf(GetDoneFolder(list), "*");
 }
 
 CCycleState::CCycleState() = default;
@@ -200,6 +203,10 @@ bool CCycleState::ForEachMark(MarkKind kind,
     return m_state && m_state->database.ForEach(MarkKey(kind, {}), [&](std::string_view key, std::string_view value) {
         return visit(key.substr(1), value);
     });
+}
+
+bool CCycleState::EmptyDone() {
+    return RemoveFilesOf(GetDoneFolder(m_state->list), "*");
 }
 
 bool CCycleState::DropMarks(MarkKind kind,

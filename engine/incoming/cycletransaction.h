@@ -40,6 +40,7 @@ std::string GetInboxFolder(std::uint32_t listNumber);     // Inbox/<n>, without 
 std::string GetAcceptedFolder(std::uint32_t listNumber);  // Inbox/<n>/.Accepted: from the moderator
 std::string GetFailedFolder(std::uint32_t listNumber);    // Inbox/<n>/.Failed: could not be processed
 std::string GetPostsFolder(std::uint32_t listNumber);     // Inbox/<n>/.Posts: of broadcasts that are not created yet
+std::string GetDoneFolder(std::uint32_t listNumber);      // Inbox/<n>/.Done: processed in the cycle under way
 std::string GetPendingFolder(std::uint32_t listNumber);   // Pending/<n>
 std::string GetArchiveFolder(std::uint32_t listNumber);   // Archive/<n>, which holds the next two
 std::string GetReceivedFolder(std::uint32_t listNumber);  // Archive/<n>/Received: copies of what was fetched
@@ -77,6 +78,7 @@ public:
 
     bool Open(std::uint32_t listNumber);  // made when missing
     bool Recover();                       // finishes what was interrupted, removes .tmp files that nothing names
+    bool EmptyDone();                     // removes what was processed: at the end of a cycle, and in Recover()
     bool GetMark(MarkKind kind, std::string_view key, std::string& value) const;  // false: none
     // In the order of the keys until visit returns false; visit must not commit
     // anything.  A key of more than 400 bytes comes as what it was shortened to.
@@ -110,8 +112,8 @@ public:
     // The message added last also lies in another queue folder; where the file system can, as the same file.
     bool AddTwin(std::string_view queueFolder);
     void MoveMessage(std::string_view source, std::string_view queueFolder);  // one rename
-    void RemoveMessage(std::string_view path);
-    void PutMember(const CMember& member);  // as it is to be afterwards: added or updated
+    void RemoveMessage(std::string_view path);  // one of the inbox goes to .Done until the cycle ends
+    void PutMember(const CMember& member);      // as it is to be afterwards: added or updated
     void RemoveMember(std::string_view address);
     // Gets its identifier now; the job is there after Commit().  text: the
     // message with its control headers.  Fails for one that cannot be sent.

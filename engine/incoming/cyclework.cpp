@@ -185,9 +185,17 @@ bool CCycleWork::MoveFiles(const CycleRecord& record) {
     return true;
 }
 
+// Files that are deleted between others that are made cost some file systems
+// a search for space each time; the cycle ends with deleting them all at once.
 bool CCycleWork::RemoveFiles(const CycleRecord& record) {
+    const std::string inbox = WithSeparator(GetInboxFolder(m_listNumber));
+    const std::string done = GetDoneFolder(m_listNumber);
+    const bool hasDone = !record.removals.empty() && EnsureFolder(done);
     for (const std::string& path : record.removals) {
-        if (!RemoveIfThere(path)) return false;
+        const bool isOfInbox = hasDone && path.starts_with(inbox);
+        if (!isOfInbox || !Platform::RenameReplacing(path, JoinPath(done, LastPathComponent(path)))) {
+            if (!RemoveIfThere(path)) return false;
+        }
         m_touched.insert(ParentFolder(path));
     }
     return true;

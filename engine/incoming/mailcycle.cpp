@@ -63,6 +63,7 @@ public:
     bool ProcessWaiting();
     bool ProcessMailbox();
     bool ForgetOldMarks();
+    bool EmptyDone() { return m_state.EmptyDone(); }
     bool WasCancelled() const { return m_control != nullptr && m_control->IsCancelled(); }
     bool IsStopped() const { return (m_stop && m_stop()) || WasCancelled(); }
     std::int64_t Now() const { return m_fixedNow != 0 ? m_fixedNow : Platform::SecondsSince1970(); }
@@ -192,6 +193,7 @@ bool RunSteps(std::uint32_t listNumber, CCycle& cycle, const CCycleTotals& total
     const std::string reason = isDone ? ledgerReason : DescribeLastError();
     isDone = isDone && hasLedger;
     cycle.ForgetOldMarks();
+    cycle.EmptyDone();
     CCatalogue& catalogue = GetCatalogue();
     if (!cycle.IsStopped()) catalogue.SetNumber(catalogue.FindByNumber(listNumber), ListColumn::LastCycle, cycle.Now());
     const bool isWorthALine = totals.fetched + totals.processed + totals.failed > 0;
