@@ -30,7 +30,8 @@ bool StopSignalled() noexcept;
 // Creates nothing that others may read from here on, and writes output bytes as they are.
 void PrepareProcess();
 
-std::uint64_t ResidentMemory();  // bytes; 0 when the system does not tell
+void ReturnFreeMemory() noexcept;  // to the system, where that does not happen by itself
+std::uint64_t ResidentMemory();    // bytes; 0 when the system does not tell
 
 }  // namespace Platform
 

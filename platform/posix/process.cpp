@@ -1,5 +1,6 @@
 #include "platform/process.h"
 
+#include <malloc.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -66,6 +67,10 @@ void CatchStopSignals() {
 
 bool StopSignalled() noexcept {
     return g_stopSignalled.load(std::memory_order_relaxed);
+}
+
+void ReturnFreeMemory() noexcept {
+    malloc_trim(0);
 }
 
 void PrepareProcess() {

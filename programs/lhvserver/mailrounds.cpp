@@ -11,6 +11,7 @@
 #include "engine/incoming/cycletransaction.h"
 #include "engine/incoming/digests.h"
 #include "platform/filestatus.h"
+#include "platform/process.h"
 #include "senddaemon/messageiterator.h"
 #include "utility/lasterror.h"
 
@@ -137,6 +138,7 @@ void CMailRounds::RunCycle(const CList& list) {
         const CycleResult result = RunMailCycle(list.number, m_stop, totals, &m_control);
         m_hasNew = m_hasNew || totals.processed != 0 || totals.posted != 0;
         isBusy = result == CycleResult::Busy;
+        if (totals.fetched > 0) Platform::ReturnFreeMemory();  // a full mailbox makes a long list
         return result != CycleResult::Failed;
     });
     (isBusy ? m_busy : m_attempts)[list.number] = began;
