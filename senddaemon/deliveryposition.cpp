@@ -48,10 +48,13 @@ std::string ReadBytesBefore(const CLedgerFile& log, std::uint64_t offset) {
     return bytes;
 }
 
+bool HasBytesOf(const CLedgerFile& log, const CDeliveryPosition& position) {
+    return position.offset <= log.size && ReadBytesBefore(log, position.offset) == position.before;
+}
+
 // An identity can be given again: the bytes must be the same too.
 bool Holds(const CLedgerFile& log, const CDeliveryPosition& position) {
-    return log.identity == position.file && position.offset <= log.size &&
-           ReadBytesBefore(log, position.offset) == position.before;
+    return log.identity == position.file && HasBytesOf(log, position);
 }
 
 // Those that have lines behind the position, the oldest first; isFound: the
@@ -71,6 +74,13 @@ bool OpenFrom(std::string_view accountRoot, const CDeliveryPosition& position, s
         if (!OpenLedgerFile(GetDeliveryLogPath(root, number), log)) return false;
         isFound = Holds(log, position);
         logs.push_back(std::move(log));
+    }
+    // In a copy of the data folder, and on another system, the identities are others.
+    if (!isFound && position.offset > 0) {
+        const auto same =
+            std::find_if(logs.begin(), logs.end(), [&](const CLedgerFile& log) { return HasBytesOf(log, position); });
+        isFound = same != logs.end();
+        if (isFound) logs.erase(same + 1, logs.end());
     }
     std::reverse(logs.begin(), logs.end());
     return true;

@@ -17,8 +17,8 @@
 
 namespace SendDaemon {
 
-// As it is made: the beginning.  It stays good when the files are rotated.  When
-// its file is gone, or is another one by now, what is later than "time" is behind it.
+// As it is made: the beginning.  It stays good when the files are rotated, and in
+// a copy of the data folder.  When its file is gone, what is later than "time" is behind it.
 struct CDeliveryPosition {
     std::uint64_t file = 0;    // its identity
     std::uint64_t offset = 0;  // behind the end of a line

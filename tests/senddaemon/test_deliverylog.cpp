@@ -274,6 +274,12 @@ TEST_F(DeliveryLog, IsReadOnFromWhereItWas) {
     EXPECT_EQ(readOn(99), "");
     ASSERT_TRUE(Add(log, "13"));
     EXPECT_EQ(readOn(99), "13 ");
+    // A copy of the data folder has other files, of the same bytes.
+    std::filesystem::copy(m_root, m_root + ".copy");
+    std::filesystem::remove_all(m_root);
+    std::filesystem::rename(m_root + ".copy", m_root);
+    ASSERT_TRUE(Add(log, "14"));
+    EXPECT_EQ(readOn(99), "14 ");
     // Out of a backup all files are others: what is later counts.
     std::filesystem::remove_all(m_root);
     ASSERT_TRUE(EnsureFolder(m_root) && Add(log, "old"));
