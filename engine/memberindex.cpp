@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr std::size_t FirstMapSize = std::size_t{16} << 20;
+constexpr std::size_t FirstMapSize = std::size_t{1} << 20;
 constexpr std::uint32_t StateLayout = 1;
 constexpr std::size_t StateSize = 24;
 constexpr char StateKey[] = "state";
@@ -134,6 +134,7 @@ struct CSSIndex::CFileState {
     }
 
     void OpenEnvironment();
+    void MakeRoom();
     void OpenTables();
     std::uint64_t SizeItSays() const;
     bool IsLongEnough(std::uint64_t size) const;
@@ -172,21 +173,31 @@ void CSSIndex::CFileState::OpenEnvironment() {
     Check(path, mdb_env_create(&environment));
     Check(path, mdb_env_set_maxdbs(environment, 2));
     Platform::FileStatus status;
-    std::size_t mapSize = FirstMapSize;
-    if (Platform::GetFileStatus(path, status)) {
-        while (mapSize < status.size + status.size / 4)
-            mapSize *= 2;
-    }
-    Check(path, mdb_env_set_mapsize(environment, mapSize));
+    const std::uint64_t size = Platform::GetFileStatus(path, status) ? status.size : 0;
+    const bool isNew = size == 0;
+    const bool reads = access == Access::ReadOnly;
+    // Where a map cannot be longer than the file, opening gives the file the length of the map.
+    Check(path, mdb_env_set_mapsize(environment, reads && !isNew ? size : std::max(FirstMapSize, size)));
     unsigned flags = MDB_NOSUBDIR | MDB_NOTLS | MDB_NOLOCK | MDB_NOMETASYNC | MDB_NORDAHEAD;
-    if (access == Access::ReadOnly) flags |= MDB_RDONLY;
+    if (reads) flags |= MDB_RDONLY;
     Check(path, mdb_env_open(environment, path.c_str(), flags, 0660));
     if (!Platform::GetFileStatus(path, status)) throw CLhvException("The index " + path + " has vanished.");
     identity = status.identity;
     MDB_stat statistics{};
     Check(path, mdb_env_stat(environment, &statistics));
     pageSize = statistics.ms_psize;
-    if (!IsLongEnough(status.size)) throw CIndexDamaged("The index " + path + " is shorter than it says.");
+    if (!isNew && !IsLongEnough(size)) throw CIndexDamaged("The index " + path + " is shorter than it says.");
+    if (!reads) MakeRoom();
+}
+
+// Only what is used counts: the length of the file may be that of an earlier map.
+void CSSIndex::CFileState::MakeRoom() {
+    MDB_envinfo info{};
+    Check(path, mdb_env_info(environment, &info));
+    std::size_t mapSize = info.me_mapsize;
+    while (mapSize < SizeItSays() + SizeItSays() / 4)
+        mapSize *= 2;
+    if (mapSize > info.me_mapsize) Check(path, mdb_env_set_mapsize(environment, mapSize));
 }
 
 void CSSIndex::CFileState::OpenTables() {

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr std::size_t FirstMapSize = std::size_t{16} << 20;
+constexpr std::size_t FirstMapSize = std::size_t{1} << 20;
 constexpr std::uint64_t SpareRoom = std::uint64_t{1} << 20;
 constexpr std::uint64_t ChangeCost = 16384;  // pages that one change may rewrite
 constexpr int MostSetAside = 1000;
@@ -80,7 +80,7 @@ struct CStateDatabase::CFileState {
     int Open(const std::string& path);
     int OpenEntries();
     std::uint64_t SizeItSays() const;
-    bool IsLongEnough(const std::string& path) const;
+    bool IsLongEnough(std::uint64_t size) const;
     int Grow();
 };
 
@@ -89,19 +89,16 @@ struct CStateDatabase::CFileState {
 int CStateDatabase::CFileState::Open(const std::string& path) {
     if (const int code = mdb_env_create(&environment)) return code;
     Platform::FileStatus status;
-    std::size_t mapSize = FirstMapSize;
-    if (Platform::GetFileStatus(path, status)) {
-        while (mapSize < status.size + status.size / 4)
-            mapSize *= 2;
-    }
-    if (const int code = mdb_env_set_mapsize(environment, mapSize)) return code;
+    const std::uint64_t size = Platform::GetFileStatus(path, status) ? status.size : 0;
+    // Where a map cannot be longer than the file, opening gives the file the length of the map.
+    if (const int code = mdb_env_set_mapsize(environment, std::max(FirstMapSize, size))) return code;
     const unsigned flags = MDB_NOSUBDIR | MDB_NOTLS | MDB_NOLOCK | MDB_NORDAHEAD;
     if (const int code = mdb_env_open(environment, path.c_str(), flags, 0660)) return code;
     MDB_stat statistics{};
     if (const int code = mdb_env_stat(environment, &statistics)) return code;
     pageSize = statistics.ms_psize;
     // Reading a mapped page behind the end of the file would end the process.
-    return IsLongEnough(path) ? OpenEntries() : MDB_CORRUPTED;
+    return size == 0 || IsLongEnough(size) ? OpenEntries() : MDB_CORRUPTED;
 }
 
 int CStateDatabase::CFileState::OpenEntries() {
@@ -117,9 +114,8 @@ std::uint64_t CStateDatabase::CFileState::SizeItSays() const {
     return (std::uint64_t{info.me_last_pgno} + 1) * pageSize;
 }
 
-bool CStateDatabase::CFileState::IsLongEnough(const std::string& path) const {
-    Platform::FileStatus status;
-    return Platform::GetFileStatus(path, status) && status.size >= 2 * pageSize && status.size >= SizeItSays();
+bool CStateDatabase::CFileState::IsLongEnough(std::uint64_t size) const {
+    return size >= 2 * pageSize && size >= SizeItSays();
 }
 
 int CStateDatabase::CFileState::Grow() {
