@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <cstddef>
 
 #include "mime/htmlconversion.h"
 #include "utility/text.h"
@@ -34,8 +35,10 @@ std::size_t UrlLength(std::string_view text) {
     std::size_t length = start->size();
     while (length < text.size() && IsUrlCharacter(text[length]))
         ++length;
-    const auto brackets = [&](char c) { return std::count(text.begin(), text.begin() + static_cast<long>(length), c); };
-    long surplus = brackets(')') - brackets('(');
+    const auto brackets = [&](char c) {
+        return std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(length), c);
+    };
+    std::ptrdiff_t surplus = brackets(')') - brackets('(');
     for (; length > start->size(); --length) {
         const char last = text[length - 1];
         if (last == ')' && surplus > 0) {
