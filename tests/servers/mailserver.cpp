@@ -107,15 +107,15 @@ void CMailServer::WriteAnswers() {
 // The folders that Postfix wants, owned by its user.
 bool CMailServer::MakeQueue(std::string& output) const {
     const std::string install = FindProgram("install");
-    std::vector<std::string> arguments = {"-d", "-o", "postfix", "-m", "0700", m_folder / "data"};
+    std::vector<std::string> arguments = {"-d", "-o", "postfix", "-m", "0700", OnServer("data")};
     for (const char* part :
          {"active", "bounce", "corrupt", "defer", "deferred", "flush", "hold", "incoming", "private", "saved", "trace"})
-        arguments.push_back(m_folder / (std::string("queue/") + part));
+        arguments.push_back(OnServer(std::string("queue/") + part));
     std::filesystem::create_directory(m_folder / "queue/pid");
     return RunProgram(install, arguments, output) &&
-           RunProgram(install, {"-d", "-o", "postfix", "-g", "postdrop", "-m", "0730", m_folder / "queue/maildrop"},
+           RunProgram(install, {"-d", "-o", "postfix", "-g", "postdrop", "-m", "0730", OnServer("queue/maildrop")},
                       output) &&
-           RunProgram(install, {"-d", "-o", "postfix", "-g", "postdrop", "-m", "0710", m_folder / "queue/public"},
+           RunProgram(install, {"-d", "-o", "postfix", "-g", "postdrop", "-m", "0710", OnServer("queue/public")},
                       output);
 }
 
@@ -132,9 +132,9 @@ bool CMailServer::Prepare(CCommand& command) {
         std::filesystem::create_directory(m_folder / part);
 
     std::string text = MainConfiguration;
-    ReplaceAll(text, "@", m_folder.GetPath());
+    ReplaceAll(text, "@", ServerPath(m_folder.GetPath()));
     ReplaceAll(text, "LIMIT", std::to_string(SizeLimit));
-    ReplaceAll(text, "MAILBOXES", m_mailboxes.GetMailFolder());
+    ReplaceAll(text, "MAILBOXES", ServerPath(m_mailboxes.GetMailFolder()));
     ReplaceAll(text, "AUTHSOCKET", m_mailboxes.GetAuthSocket());
     Put(m_folder / "conf/main.cf", text);
     text = MasterConfiguration;
@@ -149,10 +149,10 @@ bool CMailServer::Prepare(CCommand& command) {
 
     std::string output;
     if (!MakeQueue(output) ||
-        !RunProgram(FindProgram("postconf"), {"-c", m_folder / "conf", "-h", "daemon_directory"}, output))
+        !RunProgram(FindProgram("postconf"), {"-c", OnServer("conf"), "-h", "daemon_directory"}, output))
         return Fail("postfix cannot be set up: " + output);
     command.program = std::string(Trim(output)) + "/master";
-    command.arguments = {"-c", m_folder / "conf", "-d"};
+    command.arguments = {"-c", OnServer("conf"), "-d"};
     command.port = m_port;
     return true;
 }
@@ -179,7 +179,8 @@ bool CMailServer::WaitForDelivery() const {
         for (const char* part : {"maildrop", "incoming", "active", "deferred"}) {
             for (const auto& entry :
                  std::filesystem::recursive_directory_iterator(m_folder / (std::string("queue/") + part))) {
-                if (entry.is_regular_file()) return false;
+                std::error_code hasGone;
+                if (entry.is_regular_file(hasGone)) return false;
             }
         }
         return true;

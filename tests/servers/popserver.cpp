@@ -75,38 +75,31 @@ std::string AskForName(const char* option) {
     return std::string(Trim(output));
 }
 
-void MakeOpenFolder(const std::string& path) {
-    std::filesystem::create_directories(path);
-    std::filesystem::permissions(path, std::filesystem::perms::all);
-}
-
 }  // namespace
 
 bool CPopServer::IsInstalled() {
     if (!CTestServer::IsInstalled()) return false;
-    return std::filesystem::exists("/usr/lib/dovecot/pop3") || Fail("dovecot is installed without POP3");
+    return std::filesystem::exists(TestPath("/usr/lib/dovecot/pop3")) || Fail("dovecot is installed without POP3");
 }
 
 void CPopServer::AddUser(const std::string& login, const std::string& password) {
     m_users += login + ":{PLAIN}" + password + '\n';
-    MakeOpenFolder(m_folder / "mail");
-    MakeOpenFolder(MailFolder(login));
     for (const char* part : {"/cur", "/new", "/tmp"})
-        MakeOpenFolder(MailFolder(login) + part);
+        std::filesystem::create_directories(MailFolder(login) + part);
 }
 
 void CPopServer::AddMessage(const std::string& login, const std::string& name, const std::string& message) {
     const std::string path = MailFolder(login) + "/new/" + name;
     Put(path, message);
-    std::filesystem::permissions(path, std::filesystem::perms::owner_read | std::filesystem::perms::group_read |
-                                           std::filesystem::perms::others_read);
+    using std::filesystem::perms;
+    std::filesystem::permissions(path, perms::owner_read | perms::owner_write | perms::group_read | perms::others_read);
 }
 
 std::size_t CPopServer::CountMessages(const std::string& login) const {
     std::size_t count = 0;
     for (const char* part : {"/cur", "/new"})
-        for (const auto& entry : std::filesystem::directory_iterator(MailFolder(login) + part))
-            count += entry.is_regular_file() ? 1 : 0;
+        count +=
+            static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(MailFolder(login) + part), {}));
     return count;
 }
 
@@ -118,15 +111,18 @@ bool CPopServer::Prepare(CCommand& command) {
     if (m_certificate.keyFile.empty() && !MakeCertificate(m_folder.GetPath(), m_certificate))
         return Fail("openssl makes no certificate");
     std::string text = std::string(Configuration) + (IsAdministrator() ? RunByRoot : RunByOther);
-    ReplaceAll(text, "@", m_folder.GetPath());
+    ReplaceAll(text, "@", ServerPath(m_folder.GetPath()));
     ReplaceAll(text, "PORT", std::to_string(m_port));
     ReplaceAll(text, "TLS", std::to_string(m_tlsPort));
     ReplaceAll(text, "USER", AskForName("-un"));
     ReplaceAll(text, "GROUP", AskForName("-gn"));
+    std::string output;
+    if (!RunProgram(FindProgram("chmod"), {"-R", "a+rwX", OnServer("mail")}, output))
+        return Fail("the mailboxes cannot be opened to the server: " + output);
     Put(m_folder / "users", m_users);
     Put(m_folder / "dovecot.conf", text);
     std::filesystem::create_directory(m_folder / "state");
-    command.arguments = {"-F", "-c", m_folder / "dovecot.conf"};
+    command.arguments = {"-F", "-c", OnServer("dovecot.conf")};
     command.port = m_port;
     return true;
 }

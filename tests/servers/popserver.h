@@ -24,7 +24,7 @@ public:
     std::uint16_t GetPort() const { return m_port; }
     std::uint16_t GetTlsPort() const { return m_tlsPort; }  // TLS from the first byte
     const std::string& GetCertificate() const { return m_certificate.certificateFile; }
-    std::string GetAuthSocket() const { return m_folder / "auth"; }  // of other servers, for their log-ins
+    std::string GetAuthSocket() const { return OnServer("auth"); }   // of other servers, for their log-ins
     std::string GetMailFolder() const { return m_folder / "mail"; }  // a Maildir for each user
 
 private:

@@ -13,8 +13,6 @@ CSmtpSink::CSmtpSink(std::vector<std::string> options, SinkKeeps keeps, std::str
       m_address(std::move(address)),
       m_wantedPort(port) {
     std::filesystem::create_directory(m_folder / "mail");
-    // As root it becomes another user first.
-    std::filesystem::permissions(m_folder / "mail", std::filesystem::perms::all);
 }
 
 bool CSmtpSink::Prepare(CCommand& command) {
@@ -22,9 +20,12 @@ bool CSmtpSink::Prepare(CCommand& command) {
     command.address = m_address;
     command.port = m_port;
     command.arguments = {"-4", "-h", "sink.example"};
-    if (IsAdministrator()) command.arguments.insert(command.arguments.end(), {"-u", "nobody"});
-    if (m_keeps == SinkKeeps::Messages)
-        command.arguments.insert(command.arguments.end(), {"-d", m_folder / "mail/%s."});
+    if (IsAdministrator()) {
+        std::string output;
+        RunProgram(FindProgram("chmod"), {"a+rwx", OnServer("mail")}, output);
+        command.arguments.insert(command.arguments.end(), {"-u", "nobody"});
+    }
+    if (m_keeps == SinkKeeps::Messages) command.arguments.insert(command.arguments.end(), {"-d", OnServer("mail/%s.")});
     command.arguments.insert(command.arguments.end(), m_options.begin(), m_options.end());
     command.arguments.insert(command.arguments.end(), {m_address + ':' + std::to_string(m_port), "200"});
     return true;

@@ -60,18 +60,17 @@ bool IsAdministrator() {
 std::string FindProgram(std::string_view name) {
     for (const char* folder : {"/usr/sbin/", "/usr/bin/", "/usr/local/sbin/", "/usr/local/bin/", "/sbin/", "/bin/"}) {
         const std::string path = folder + std::string(name);
-        if (std::filesystem::exists(path)) return path;
+        if (std::filesystem::exists(TestPath(path))) return path;
     }
     return {};
 }
 
 bool RunProgram(const std::string& program, const std::vector<std::string>& arguments, std::string& output) {
     const CTemporaryFolder folder;
-    Platform::CChildProcess child;
+    CServerProcess process;
     int status = -1;
     const std::string file = folder / "output";
-    const bool ran = child.Start(program, arguments, {.environment = {}, .outputFile = file, .errorFile = file}) &&
-                     child.WaitFor(Patience, status);
+    const bool ran = !program.empty() && process.Start(program, arguments, file) && process.WaitFor(Patience, status);
     output = Get(file);
     return ran && status == 0;
 }
@@ -81,13 +80,18 @@ bool MakeCertificate(const std::string& folder, CTestCertificate& certificate) {
     std::string output;
     return RunProgram(FindProgram("openssl"),
                       {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "30", "-subj", "/CN=localhost",
-                       "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1", "-keyout", certificate.keyFile, "-out",
-                       certificate.certificateFile},
+                       "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1", "-keyout",
+                       ServerPath(certificate.keyFile), "-out", ServerPath(certificate.certificateFile)},
                       output);
 }
 
 CTestServer::CTestServer(std::string_view program, Ending ending)
     : m_program(FindProgram(program)), m_programName(program), m_ending(ending) {}
+
+CTestServer::~CTestServer() {
+    Stop();
+    RemoveLeftBehind(m_folder.GetPath());
+}
 
 bool CTestServer::IsInstalled() {
     return !m_program.empty() || Fail(m_programName + " is not installed");
@@ -104,9 +108,7 @@ bool CTestServer::Start() {
         CCommand command;
         command.program = m_program;
         if (!Prepare(command)) return false;
-        const std::string log = m_folder / "log";
-        if (!m_child.Start(command.program, command.arguments,
-                           {.environment = {}, .outputFile = log, .errorFile = log}))
+        if (!m_child.Start(command.program, command.arguments, m_folder / "log"))
             return Fail(command.program + " could not be started");
         WaitUntil([&] { return !m_child.IsRunning() || IsReady(command); });
         if (m_child.IsRunning() && IsReady(command)) return true;

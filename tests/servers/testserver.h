@@ -18,8 +18,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/childprocess.h"
 #include "tests/platform/temporaryfolder.h"
+#include "tests/servers/serverprocess.h"
 
 namespace TestServers {
 
@@ -32,7 +32,7 @@ bool CanConnect(const std::string& address, std::uint16_t port);
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit = Patience);
 
 bool IsAdministrator();                          // root
-std::string FindProgram(std::string_view name);  // the full path; "" when it is not installed
+std::string FindProgram(std::string_view name);  // the full path on the servers' system; "" when it is not installed
 
 // Runs a program to its end; what it wrote goes into output.
 bool RunProgram(const std::string& program, const std::vector<std::string>& arguments, std::string& output);
@@ -48,7 +48,7 @@ class CTestServer {
 public:
     CTestServer(const CTestServer&) = delete;
     CTestServer& operator=(const CTestServer&) = delete;
-    virtual ~CTestServer() { Stop(); }
+    virtual ~CTestServer();
 
     virtual bool IsInstalled();
     bool Start();  // returns when the server answers
@@ -78,10 +78,11 @@ protected:
     virtual bool Prepare(CCommand& command) = 0;
     virtual bool IsReady(const CCommand& command) { return CanConnect(command.address, command.port); }
     bool Fail(std::string text);
+    std::string OnServer(const std::string& name) const { return ServerPath(m_folder / name); }
 
     CTemporaryFolder m_folder;
     std::string m_program;
-    Platform::CChildProcess m_child;
+    CServerProcess m_child;
 
 private:
     std::string m_programName;
