@@ -1,10 +1,10 @@
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 
 #include "engine/catalogue.h"
 #include "engine/rules/accesslist.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 #include "utility/text.h"
@@ -59,24 +59,24 @@ void Remove(const CArguments& arguments) {
 
 }  // namespace
 
-void AddAccessCommands(CLI::App& app) {
+void AddAccessCommands(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* access = app.add_subcommand("access", "Who may, and who may not, subscribe and post");
-    access->require_subcommand(1);
+    CCommand access = app.AddCommand("access", "Who may, and who may not, subscribe and post");
+    access.RequireCommand();
 
-    CLI::App* ls = access->add_subcommand("ls", "Print the entries");
-    ls->add_option("LIST", arguments->list)->required();
-    ls->add_flag("--json", arguments->json);
-    ls->callback([arguments] { List(*arguments); });
+    CCommand ls = access.AddCommand("ls", "Print the entries");
+    ls.AddOption("LIST", arguments->list).Required();
+    ls.AddFlag("--json", arguments->json);
+    ls.OnRun([arguments] { List(*arguments); });
 
-    CLI::App* add = access->add_subcommand("add", "Allow or deny an address, *@domain, or subdomains with *@*.domain");
-    add->add_option("LIST", arguments->list)->required();
-    add->add_option("ACCESS", arguments->access, "allow or deny")->required();
-    add->add_option("PATTERN", arguments->pattern)->required();
-    add->callback([arguments] { Add(*arguments); });
+    CCommand add = access.AddCommand("add", "Allow or deny an address, *@domain, or subdomains with *@*.domain");
+    add.AddOption("LIST", arguments->list).Required();
+    add.AddOption("ACCESS", arguments->access, "allow or deny").Required();
+    add.AddOption("PATTERN", arguments->pattern).Required();
+    add.OnRun([arguments] { Add(*arguments); });
 
-    CLI::App* remove = access->add_subcommand("remove", "Take an entry out");
-    remove->add_option("LIST", arguments->list)->required();
-    remove->add_option("PATTERN", arguments->pattern)->required();
-    remove->callback([arguments] { Remove(*arguments); });
+    CCommand remove = access.AddCommand("remove", "Take an entry out");
+    remove.AddOption("LIST", arguments->list).Required();
+    remove.AddOption("PATTERN", arguments->pattern).Required();
+    remove.OnRun([arguments] { Remove(*arguments); });
 }

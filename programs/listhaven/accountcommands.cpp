@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -6,6 +5,7 @@
 #include "engine/catalogue.h"
 #include "engine/listaccount.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 #include "senddaemon/accountcheck.h"
@@ -93,26 +93,26 @@ void Check(const CArguments& arguments) {
 
 }  // namespace
 
-void AddAccountCommands(CLI::App& app) {
+void AddAccountCommands(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* account = app.add_subcommand("account", "The sending side of a list (account.cfg)");
-    account->require_subcommand(1);
+    CCommand account = app.AddCommand("account", "The sending side of a list (account.cfg)");
+    account.RequireCommand();
 
-    CLI::App* show = account->add_subcommand("show", "Print every setting with its value and meaning");
-    show->add_option("LIST", arguments->list)->required();
-    show->add_flag("--json", arguments->json);
-    show->callback([arguments] { Show(*arguments); });
+    CCommand show = account.AddCommand("show", "Print every setting with its value and meaning");
+    show.AddOption("LIST", arguments->list).Required();
+    show.AddFlag("--json", arguments->json);
+    show.OnRun([arguments] { Show(*arguments); });
 
-    CLI::App* check = account->add_subcommand("check", "Connect and log in as sending would, and say what is wrong");
-    check->add_option("LIST", arguments->list)->required();
-    check->add_option("--domain", arguments->domain,
-                      "direct delivery: whose mail exchangers are tried (default: those of the list's address)");
-    check->add_flag("--json", arguments->json);
-    check->callback([arguments] { Check(*arguments); });
+    CCommand check = account.AddCommand("check", "Connect and log in as sending would, and say what is wrong");
+    check.AddOption("LIST", arguments->list).Required();
+    check.AddOption("--domain", arguments->domain,
+                    "direct delivery: whose mail exchangers are tried (default: those of the list's address)");
+    check.AddFlag("--json", arguments->json);
+    check.OnRun([arguments] { Check(*arguments); });
 
-    CLI::App* set = account->add_subcommand("set", "Change one; a list that is sent by the null sender keeps them all");
-    set->add_option("LIST", arguments->list)->required();
-    set->add_option("KEY", arguments->key)->required();
-    set->add_option("VALUE", arguments->value)->required();
-    set->callback([arguments] { Set(*arguments); });
+    CCommand set = account.AddCommand("set", "Change one; a list that is sent by the null sender keeps them all");
+    set.AddOption("LIST", arguments->list).Required();
+    set.AddOption("KEY", arguments->key).Required();
+    set.AddOption("VALUE", arguments->value).Required();
+    set.OnRun([arguments] { Set(*arguments); });
 }

@@ -1,24 +1,24 @@
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 
 #include "engine/blockedaddresses.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 
-void AddBlockedCommands(CLI::App& app) {
+void AddBlockedCommands(CCommand app) {
     struct CArguments {
         std::string pattern;
         bool json = false;
     };
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* blocked = app.add_subcommand("blocked", "Addresses that get no mail from any list");
-    blocked->require_subcommand(1);
+    CCommand blocked = app.AddCommand("blocked", "Addresses that get no mail from any list");
+    blocked.RequireCommand();
 
-    CLI::App* ls = blocked->add_subcommand("ls", "Print the patterns");
-    ls->add_flag("--json", arguments->json);
-    ls->callback([arguments] {
+    CCommand ls = blocked.AddCommand("ls", "Print the patterns");
+    ls.AddFlag("--json", arguments->json);
+    ls.OnRun([arguments] {
         OpenDataFolder();
         CBlockedAddresses addresses;
         boost::json::array document;
@@ -30,9 +30,9 @@ void AddBlockedCommands(CLI::App& app) {
         arguments->json ? PrintJson(document) : table.Print();
     });
 
-    CLI::App* add = blocked->add_subcommand("add", "Block an address, *@domain, or the subdomains with *@*.domain");
-    add->add_option("PATTERN", arguments->pattern)->required();
-    add->callback([arguments] {
+    CCommand add = blocked.AddCommand("add", "Block an address, *@domain, or the subdomains with *@*.domain");
+    add.AddOption("PATTERN", arguments->pattern).Required();
+    add.OnRun([arguments] {
         std::string reason;
         if (!CBlockedAddresses::IsPattern(arguments->pattern, &reason))
             throw CUsageFailure("PATTERN: " + arguments->pattern + ": " + reason);
@@ -41,9 +41,9 @@ void AddBlockedCommands(CLI::App& app) {
         if (!addresses.Add(arguments->pattern)) throw CCommandFailure(arguments->pattern + " is blocked already");
     });
 
-    CLI::App* remove = blocked->add_subcommand("remove", "Let it through again");
-    remove->add_option("PATTERN", arguments->pattern)->required();
-    remove->callback([arguments] {
+    CCommand remove = blocked.AddCommand("remove", "Let it through again");
+    remove.AddOption("PATTERN", arguments->pattern).Required();
+    remove.OnRun([arguments] {
         OpenDataFolder();
         CBlockedAddresses addresses;
         if (!addresses.Remove(arguments->pattern)) throw CCommandFailure(arguments->pattern + " is not blocked");

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -8,6 +7,7 @@
 #include "engine/incoming/bouncerecords.h"
 #include "mime/mimemessage.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 #include "utility/lasterror.h"
@@ -154,33 +154,32 @@ void Classify(const CArguments& arguments) {
 
 }  // namespace
 
-void AddBounceCommands(CLI::App& app) {
+void AddBounceCommands(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* bounce = app.add_subcommand("bounce", "Messages that came back, and what they did to members");
-    bounce->require_subcommand(1);
+    CCommand bounce = app.AddCommand("bounce", "Messages that came back, and what they did to members");
+    bounce.RequireCommand();
 
-    CLI::App* ls = bounce->add_subcommand("ls", "The bounces of a list, oldest first");
-    ls->add_option("LIST", arguments->list)->required();
-    ls->add_flag("--json", arguments->json);
-    ls->callback([arguments] { List(*arguments); });
+    CCommand ls = bounce.AddCommand("ls", "The bounces of a list, oldest first");
+    ls.AddOption("LIST", arguments->list).Required();
+    ls.AddFlag("--json", arguments->json);
+    ls.OnRun([arguments] { List(*arguments); });
 
-    CLI::App* show = bounce->add_subcommand("show", "One of them");
-    show->add_option("LIST", arguments->list)->required();
-    show->add_option("ID", arguments->which)->required();
-    show->add_flag("--json", arguments->json);
-    show->callback([arguments] { Show(*arguments); });
+    CCommand show = bounce.AddCommand("show", "One of them");
+    show.AddOption("LIST", arguments->list).Required();
+    show.AddOption("ID", arguments->which).Required();
+    show.AddFlag("--json", arguments->json);
+    show.OnRun([arguments] { Show(*arguments); });
 
-    CLI::App* undo =
-        bounce->add_subcommand("undo", "Bring a member back, or make him active again, as if nothing had come back");
-    undo->add_option("LIST", arguments->list)->required();
-    undo->add_option("ADDRESS", arguments->which)->required();
-    undo->callback([arguments] {
+    CCommand undo =
+        bounce.AddCommand("undo", "Bring a member back, or make him active again, as if nothing had come back");
+    undo.AddOption("LIST", arguments->list).Required();
+    undo.AddOption("ADDRESS", arguments->which).Required();
+    undo.OnRun([arguments] {
         if (!UndoBounce(OpenList(arguments->list), arguments->which)) FailWithLastError(arguments->which);
     });
 
-    CLI::App* classify =
-        bounce->add_subcommand("classify", "What message files say of a delivery; needs no data folder");
-    classify->add_option("FILE", arguments->files)->required();
-    classify->add_flag("--json", arguments->json);
-    classify->callback([arguments] { Classify(*arguments); });
+    CCommand classify = bounce.AddCommand("classify", "What message files say of a delivery; needs no data folder");
+    classify.AddOption("FILE", arguments->files).Required();
+    classify.AddFlag("--json", arguments->json);
+    classify.OnRun([arguments] { Classify(*arguments); });
 }

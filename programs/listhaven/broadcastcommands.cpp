@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -9,6 +8,7 @@
 #include "platform/clock.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/progressbar.h"
 #include "programs/listhaven/tableprinter.h"
@@ -175,32 +175,31 @@ void List(bool json) {
 
 }  // namespace
 
-void AddBroadcastCommands(CLI::App& app) {
+void AddBroadcastCommands(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* broadcast = app.add_subcommand("broadcast", "Write one personalised copy per member into the send queue");
-    broadcast->add_option("--list", arguments->lists, "A list's number or name; may be given several times")
-        ->type_name("LIST")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    broadcast->add_option("--modes", arguments->modes, "Who gets it: regular, both, digest (default: regular,both)");
-    broadcast->add_flag("--resume", arguments->resume, "Go on with one interrupted broadcast, or with all");
-    broadcast->add_flag("--json", arguments->json);
-    broadcast->add_option("MESSAGE", arguments->message, "The message (.eml); with --resume a broadcast's identifier");
-    broadcast->require_subcommand(0, 1);
+    CCommand broadcast = app.AddCommand("broadcast", "Write one personalised copy per member into the send queue");
+    broadcast.AddOption("--list", arguments->lists, "A list's number or name; may be given several times")
+        .NamesValue("LIST")
+        .OneEachTime();
+    broadcast.AddOption("--modes", arguments->modes, "Who gets it: regular, both, digest (default: regular,both)");
+    broadcast.AddFlag("--resume", arguments->resume, "Go on with one interrupted broadcast, or with all");
+    broadcast.AddFlag("--json", arguments->json);
+    broadcast.AddOption("MESSAGE", arguments->message, "The message (.eml); with --resume a broadcast's identifier");
+    broadcast.AllowCommand();
 
-    CLI::App* ls = broadcast->add_subcommand("ls", "Print the broadcasts: running, interrupted, done, cancelled");
-    ls->add_flag("--json", arguments->json);
-    ls->callback([arguments] { List(arguments->json); });
+    CCommand ls = broadcast.AddCommand("ls", "Print the broadcasts: running, interrupted, done, cancelled");
+    ls.AddFlag("--json", arguments->json);
+    ls.OnRun([arguments] { List(arguments->json); });
 
-    CLI::App* cancel = broadcast->add_subcommand("cancel", "End a broadcast for good; copies in the queue stay there");
-    cancel->add_option("ID", arguments->id)->required();
-    cancel->callback([arguments] {
+    CCommand cancel = broadcast.AddCommand("cancel", "End a broadcast for good; copies in the queue stay there");
+    cancel.AddOption("ID", arguments->id).Required();
+    cancel.OnRun([arguments] {
         OpenDataFolder();
         if (!CBroadcastJobs().Cancel(arguments->id)) FailWithLastError("broadcast " + arguments->id);
     });
 
-    broadcast->callback([arguments, broadcast] {
-        if (!broadcast->get_subcommands().empty()) return;
+    broadcast.OnRun([arguments, broadcast] {
+        if (broadcast.IsCommandGiven()) return;
         if (arguments->resume) {
             if (!arguments->lists.empty()) throw CUsageFailure("--resume takes no --list");
             arguments->id = arguments->message;

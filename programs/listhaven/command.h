@@ -13,9 +13,7 @@
 #include <string>
 #include <string_view>
 
-namespace CLI {
-class App;
-}
+class CCommand;
 
 class CCommandFailure : public std::runtime_error {
 public:
@@ -36,28 +34,29 @@ void OpenDataFolder();
 // The record index in the catalogue of a list given by number or name.
 std::int32_t FindList(std::string_view numberOrName);
 
-void AddListCommands(CLI::App& app);
-void AddFieldCommands(CLI::App& app);
-void AddMemberCommands(CLI::App& app);
-void AddRuleCommands(CLI::App& app);
-void AddAccessCommands(CLI::App& app);
-void AddBlockedCommands(CLI::App& app);
-void AddBroadcastCommands(CLI::App& app);
-void AddReceiveCommand(CLI::App& app);
-void AddRunCommand(CLI::App& app);
-void AddSendCommand(CLI::App& app);
-void AddTestSendCommand(CLI::App& app);
-void AddAccountCommands(CLI::App& app);
-void AddLimitCommands(CLI::App& app);
-void AddQueueCommands(CLI::App& app);
-void AddDeliveryCommands(CLI::App& app);
-void AddMessageCommands(CLI::App& app);
-void AddModerationCommands(CLI::App& app);
-void AddDigestCommands(CLI::App& app);
-void AddSettingsCommands(CLI::App& app);
-void AddRuleTestCommand(CLI::App& app);  // behind what adds the group "rule"
-void AddBounceCommands(CLI::App& app);
-void AddLogCommands(CLI::App& app);
-void AddRepairCommand(CLI::App& app);
+void AddListCommands(CCommand app);
+void AddFieldCommands(CCommand app);
+void AddMemberCommands(CCommand app);
+void AddRuleCommands(CCommand app);
+void AddAccessCommands(CCommand app);
+void AddBlockedCommands(CCommand app);
+void AddBroadcastCommands(CCommand app);
+void AddReceiveCommand(CCommand app);
+void AddRunCommand(CCommand app);
+void AddSendCommand(CCommand app);
+void AddTestSendCommand(CCommand app);
+void AddAccountCommands(CCommand app);
+void AddLimitCommands(CCommand app);
+void AddQueueCommands(CCommand app);
+void AddDeliveryCommands(CCommand app);
+void AddMessageCommands(CCommand app);
+void AddModerationCommands(CCommand app);
+void AddDigestCommands(CCommand app);
+void AddSettingsCommands(CCommand app);
+void AddRuleTestCommand(CCommand app);  // behind what adds the group "rule"
+void AddBounceCommands(CCommand app);
+void AddLogCommands(CCommand app);
+void AddStatusCommand(CCommand app);
+void AddRepairCommand(CCommand app);
 
 #endif  // LISTHAVEN_PROGRAMS_LISTHAVEN_COMMAND_H

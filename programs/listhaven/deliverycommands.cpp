@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -10,6 +9,7 @@
 #include "engine/listaccount.h"
 #include "platform/filestatus.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 
@@ -161,33 +161,32 @@ void Retry(const CArguments& arguments) {
 
 }  // namespace
 
-void AddDeliveryCommands(CLI::App& app) {
+void AddDeliveryCommands(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* delivery = app.add_subcommand("delivery", "Who got what, and what became of the rest");
-    delivery->add_option("LIST", arguments->list);
-    delivery->add_option("--broadcast", arguments->broadcast, "Only copies of this broadcast")->type_name("ID");
-    delivery->add_option("--recipient", arguments->recipient, "Only this recipient")->type_name("ADDRESS");
-    delivery
-        ->add_option("--status", arguments->statuses, "accepted, sent, deferred, failed, expired, parked or requeued")
-        ->type_name("NAME")
-        ->allow_extra_args(false);
-    delivery->add_flag("--all", arguments->all, "Every line, rather than the last of each recipient");
-    delivery->add_flag("--json", arguments->json);
-    delivery->require_subcommand(0, 1);
+    CCommand delivery = app.AddCommand("delivery", "Who got what, and what became of the rest");
+    delivery.AddOption("LIST", arguments->list);
+    delivery.AddOption("--broadcast", arguments->broadcast, "Only copies of this broadcast").NamesValue("ID");
+    delivery.AddOption("--recipient", arguments->recipient, "Only this recipient").NamesValue("ADDRESS");
+    delivery.AddOption("--status", arguments->statuses, "accepted, sent, deferred, failed, expired, parked or requeued")
+        .NamesValue("NAME")
+        .OneEachTime();
+    delivery.AddFlag("--all", arguments->all, "Every line, rather than the last of each recipient");
+    delivery.AddFlag("--json", arguments->json);
+    delivery.AllowCommand();
 
-    CLI::App* summary = delivery->add_subcommand("summary", "Count the recipients of each broadcast by state");
-    summary->add_option("LIST", arguments->list)->required();
-    summary->add_flag("--json", arguments->json);
-    summary->callback([arguments] { Summarize(*arguments); });
+    CCommand summary = delivery.AddCommand("summary", "Count the recipients of each broadcast by state");
+    summary.AddOption("LIST", arguments->list).Required();
+    summary.AddFlag("--json", arguments->json);
+    summary.OnRun([arguments] { Summarize(*arguments); });
 
-    CLI::App* retry = delivery->add_subcommand("retry", "Put what failed back into the queue");
-    retry->add_option("LIST", arguments->list)->required();
-    retry->add_option("--broadcast", arguments->broadcast)->required()->type_name("ID");
-    retry->add_flag("--expired", arguments->expired, "Also what expired");
-    retry->add_flag("--json", arguments->json);
-    retry->callback([arguments] { Retry(*arguments); });
+    CCommand retry = delivery.AddCommand("retry", "Put what failed back into the queue");
+    retry.AddOption("LIST", arguments->list).Required();
+    retry.AddOption("--broadcast", arguments->broadcast).Required().NamesValue("ID");
+    retry.AddFlag("--expired", arguments->expired, "Also what expired");
+    retry.AddFlag("--json", arguments->json);
+    retry.OnRun([arguments] { Retry(*arguments); });
 
-    delivery->callback([arguments, delivery] {
-        if (delivery->get_subcommands().empty()) Show(*arguments);
+    delivery.OnRun([arguments, delivery] {
+        if (!delivery.IsCommandGiven()) Show(*arguments);
     });
 }

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -12,6 +11,7 @@
 #include "platform/filestatus.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 #include "utility/files.h"
@@ -93,21 +93,20 @@ void Set(const CArguments& arguments) {
 
 }  // namespace
 
-void AddDigestCommands(CLI::App& app) {
+void AddDigestCommands(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* digest = app.add_subcommand("digest", "The messages collected for a list's digest");
-    digest->require_subcommand(1);
+    CCommand digest = app.AddCommand("digest", "The messages collected for a list's digest");
+    digest.RequireCommand();
     const auto add = [&](const char* name, const char* meaning, void (*run)(const CArguments&)) {
-        CLI::App* command = digest->add_subcommand(name, meaning);
-        command->add_option("LIST", arguments->list)->required();
-        command->callback([arguments, run] { run(*arguments); });
+        CCommand command = digest.AddCommand(name, meaning);
+        command.AddOption("LIST", arguments->list).Required();
+        command.OnRun([arguments, run] { run(*arguments); });
         return command;
     };
-    add("show", "Print what has been collected, and when it is due", Show)->add_flag("--json", arguments->json);
+    add("show", "Print what has been collected, and when it is due", Show).AddFlag("--json", arguments->json);
     add("send", "Broadcast it now to the members that want digests", Send);
     add("set", "Choose how digests are made", Set)
-        ->add_option("--format", arguments->format,
-                     "multipart: whole messages; plain: their texts, one after the other")
-        ->type_name("multipart|plain")
-        ->required();
+        .AddOption("--format", arguments->format, "multipart: whole messages; plain: their texts, one after the other")
+        .NamesValue("multipart|plain")
+        .Required();
 }

@@ -1,10 +1,10 @@
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 
 #include "engine/catalogue.h"
 #include "engine/customfields.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 
@@ -54,29 +54,28 @@ void Set(const CArguments& arguments) {
 
 }  // namespace
 
-void AddFieldCommands(CLI::App& app) {
+void AddFieldCommands(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* field = app.add_subcommand("field", "The custom fields of a list: 64 slots, used as $(NAME)");
-    field->require_subcommand(1);
-    const CLI::Range slots(0, CCustomFields::SlotCount - 1);
+    CCommand field = app.AddCommand("field", "The custom fields of a list: 64 slots, used as $(NAME)");
+    field.RequireCommand();
 
-    CLI::App* ls = field->add_subcommand("ls", "Print the fields");
-    ls->add_option("LIST", arguments->list)->required();
-    ls->add_flag("--json", arguments->json);
-    ls->callback([arguments] { List(*arguments); });
+    CCommand ls = field.AddCommand("ls", "Print the fields");
+    ls.AddOption("LIST", arguments->list).Required();
+    ls.AddFlag("--json", arguments->json);
+    ls.OnRun([arguments] { List(*arguments); });
 
-    CLI::App* set = field->add_subcommand("set", "Define a slot, or name it anew");
-    set->add_option("LIST", arguments->list)->required();
-    set->add_option("SLOT", arguments->slot)->required()->check(slots);
-    set->add_option("NAME", arguments->name)->required();
-    set->add_option("--description", arguments->description);
-    set->add_option("--kind", arguments->kind, "text, number, date or choice")->capture_default_str();
-    set->callback([arguments] { Set(*arguments); });
+    CCommand set = field.AddCommand("set", "Define a slot, or name it anew");
+    set.AddOption("LIST", arguments->list).Required();
+    set.AddOption("SLOT", arguments->slot).Required().Within(0, CCustomFields::SlotCount - 1);
+    set.AddOption("NAME", arguments->name).Required();
+    set.AddOption("--description", arguments->description);
+    set.AddOption("--kind", arguments->kind, "text, number, date or choice").ShowsDefault();
+    set.OnRun([arguments] { Set(*arguments); });
 
-    CLI::App* clear = field->add_subcommand("clear", "Free a slot; the members keep its values");
-    clear->add_option("LIST", arguments->list)->required();
-    clear->add_option("SLOT", arguments->slot)->required()->check(slots);
-    clear->callback([arguments] {
+    CCommand clear = field.AddCommand("clear", "Free a slot; the members keep its values");
+    clear.AddOption("LIST", arguments->list).Required();
+    clear.AddOption("SLOT", arguments->slot).Required().Within(0, CCustomFields::SlotCount - 1);
+    clear.OnRun([arguments] {
         CCustomFields fields = LoadFields(arguments->list);
         fields.Clear(arguments->slot);
     });

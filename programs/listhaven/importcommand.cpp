@@ -1,6 +1,5 @@
 #include "programs/listhaven/importcommand.h"
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -13,6 +12,7 @@
 #include "engine/memberstore.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/progressbar.h"
 #include "programs/listhaven/tableprinter.h"
@@ -102,22 +102,21 @@ void Export(const CArguments& arguments) {
 
 }  // namespace
 
-void AddImportCommands(CLI::App& member) {
+void AddImportCommands(CCommand member) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* import = member.add_subcommand("import", "Add the members in a CSV file");
-    import->add_option("LIST", arguments->list)->required();
-    import->add_option("FILE", arguments->file)->required();
-    CLI::Option* skip =
-        import->add_flag("--skip-existing", arguments->skip, "Leave those that are members as they are (default)");
-    import->add_flag("--update", arguments->update, "Give those that are members the values of the file")
-        ->excludes(skip);
-    import->add_flag("--json", arguments->json);
-    import->callback([arguments] { Import(*arguments);
+    CCommand import = member.AddCommand("import", "Add the members in a CSV file");
+    import.AddOption("LIST", arguments->list).Required();
+    import.AddOption("FILE", arguments->file).Required();
+    COption skip =
+        import.AddFlag("--skip-existing", arguments->skip, "Leave those that are members as they are (default)");
+    import.AddFlag("--update", arguments->update, "Give those that are members the values of the file").Excludes(skip);
+    import.AddFlag("--json", arguments->json);
+    import.OnRun([arguments] { Import(*arguments);
 });
 
-CLI::App* exporting = member.add_subcommand("export", "Write all members into a CSV file");
-exporting->add_option("LIST", arguments->list)->required();
-exporting->add_option("FILE", arguments->file)->required();
-exporting->add_flag("--json", arguments->json);
-exporting->callback([arguments] { Export(*arguments); });
+CCommand exporting = member.AddCommand("export", "Write all members into a CSV file");
+exporting.AddOption("LIST", arguments->list).Required();
+exporting.AddOption("FILE", arguments->file).Required();
+exporting.AddFlag("--json", arguments->json);
+exporting.OnRun([arguments] { Export(*arguments); });
 }

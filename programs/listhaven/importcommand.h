@@ -3,10 +3,8 @@
 #ifndef LISTHAVEN_PROGRAMS_LISTHAVEN_IMPORTCOMMAND_H
 #define LISTHAVEN_PROGRAMS_LISTHAVEN_IMPORTCOMMAND_H
 
-namespace CLI {
-class App;
-}
+class CCommand;
 
-void AddImportCommands(CLI::App& member);  // below "member"
+void AddImportCommands(CCommand member);  // below "member"
 
 #endif  // LISTHAVEN_PROGRAMS_LISTHAVEN_IMPORTCOMMAND_H

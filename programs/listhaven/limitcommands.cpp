@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -6,6 +5,7 @@
 
 #include "engine/listaccount.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 #include "senddaemon/dispatchcheck.h"
@@ -69,22 +69,22 @@ void Remove(const CArguments& arguments) {
 
 }  // namespace
 
-void AddLimitCommands(CLI::App& app) {
+void AddLimitCommands(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* limit = app.add_subcommand("limit", "How many messages a host may get within how many hours");
-    limit->require_subcommand(1);
+    CCommand limit = app.AddCommand("limit", "How many messages a host may get within how many hours");
+    limit.RequireCommand();
 
-    CLI::App* ls = limit->add_subcommand("ls", "Print the limits");
-    ls->add_flag("--json", arguments->json);
-    ls->callback([arguments] { List(arguments->json); });
+    CCommand ls = limit.AddCommand("ls", "Print the limits");
+    ls.AddFlag("--json", arguments->json);
+    ls.OnRun([arguments] { List(arguments->json); });
 
-    CLI::App* add = limit->add_subcommand("add", "Add a limit; all limits of a host hold");
-    add->add_option("HOST", arguments->host)->required();
-    add->add_option("MAX", arguments->maxMessages, "Messages")->required()->check(CLI::Range(1, 1000000000));
-    add->add_option("HOURS", arguments->hours, "Within the last so many hours")->required()->check(CLI::Range(1, 8760));
-    add->callback([arguments] { Add(*arguments); });
+    CCommand add = limit.AddCommand("add", "Add a limit; all limits of a host hold");
+    add.AddOption("HOST", arguments->host).Required();
+    add.AddOption("MAX", arguments->maxMessages, "Messages").Required().Within(1, 1000000000);
+    add.AddOption("HOURS", arguments->hours, "Within the last so many hours").Required().Within(1, 8760);
+    add.OnRun([arguments] { Add(*arguments); });
 
-    CLI::App* remove = limit->add_subcommand("remove", "Remove all limits of a host");
-    remove->add_option("HOST", arguments->host)->required();
-    remove->callback([arguments] { Remove(*arguments); });
+    CCommand remove = limit.AddCommand("remove", "Remove all limits of a host");
+    remove.AddOption("HOST", arguments->host).Required();
+    remove.OnRun([arguments] { Remove(*arguments); });
 }

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <iostream>
 #include <memory>
@@ -13,6 +12,7 @@
 #include "mime/mailbox.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 #include "utility/text.h"
@@ -177,41 +177,41 @@ void Delete(const CArguments& arguments) {
 
 }  // namespace
 
-void AddListCommands(CLI::App& app) {
+void AddListCommands(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* list = app.add_subcommand("list", "Mailing lists and their settings");
-    list->require_subcommand(1);
+    CCommand list = app.AddCommand("list", "Mailing lists and their settings");
+    list.RequireCommand();
 
-    CLI::App* create = list->add_subcommand("create", "Make a list; prints its number");
-    create->add_option("NAME", arguments->list)->required();
-    create->add_option("--email", arguments->email, "The list's address")->required()->type_name("ADDRESS");
-    create->add_option("--kind", arguments->kind, "discussion, announcement or autoresponder")->capture_default_str();
-    create->add_option("--command-email", arguments->commandEmail, "Where commands go; else to the list's address")
-        ->type_name("ADDRESS");
-    create->add_option("--authorized-email", arguments->authorizedEmail, "Who may post to an announcement list")
-        ->type_name("ADDRESS");
-    create->add_option("--post-email", arguments->postEmail, "Where announcements go; else to the list's address")
-        ->type_name("ADDRESS");
-    create->add_flag("--json", arguments->json);
-    create->callback([arguments] { Create(*arguments); });
+    CCommand create = list.AddCommand("create", "Make a list; prints its number");
+    create.AddOption("NAME", arguments->list).Required();
+    create.AddOption("--email", arguments->email, "The list's address").Required().NamesValue("ADDRESS");
+    create.AddOption("--kind", arguments->kind, "discussion, announcement or autoresponder").ShowsDefault();
+    create.AddOption("--command-email", arguments->commandEmail, "Where commands go; else to the list's address")
+        .NamesValue("ADDRESS");
+    create.AddOption("--authorized-email", arguments->authorizedEmail, "Who may post to an announcement list")
+        .NamesValue("ADDRESS");
+    create.AddOption("--post-email", arguments->postEmail, "Where announcements go; else to the list's address")
+        .NamesValue("ADDRESS");
+    create.AddFlag("--json", arguments->json);
+    create.OnRun([arguments] { Create(*arguments); });
 
-    CLI::App* ls = list->add_subcommand("ls", "Print the lists");
-    ls->add_flag("--json", arguments->json);
-    ls->callback([arguments] { List(arguments->json); });
+    CCommand ls = list.AddCommand("ls", "Print the lists");
+    ls.AddFlag("--json", arguments->json);
+    ls.OnRun([arguments] { List(arguments->json); });
 
-    CLI::App* show = list->add_subcommand("show", "Print the settings of a list");
-    show->add_option("LIST", arguments->list)->required();
-    show->add_flag("--json", arguments->json);
-    show->callback([arguments] { Show(*arguments); });
+    CCommand show = list.AddCommand("show", "Print the settings of a list");
+    show.AddOption("LIST", arguments->list).Required();
+    show.AddFlag("--json", arguments->json);
+    show.OnRun([arguments] { Show(*arguments); });
 
-    CLI::App* set = list->add_subcommand("set", "Change a setting of a list");
-    set->add_option("LIST", arguments->list)->required();
-    set->add_option("KEY", arguments->key)->required();
-    set->add_option("VALUE", arguments->value)->required();
-    set->callback([arguments] { Set(*arguments); });
+    CCommand set = list.AddCommand("set", "Change a setting of a list");
+    set.AddOption("LIST", arguments->list).Required();
+    set.AddOption("KEY", arguments->key).Required();
+    set.AddOption("VALUE", arguments->value).Required();
+    set.OnRun([arguments] { Set(*arguments); });
 
-    CLI::App* remove = list->add_subcommand("delete", "Delete a list with its members and messages");
-    remove->add_option("LIST", arguments->list)->required();
-    remove->add_flag("--yes", arguments->yes, "Do not ask");
-    remove->callback([arguments] { Delete(*arguments); });
+    CCommand remove = list.AddCommand("delete", "Delete a list with its members and messages");
+    remove.AddOption("LIST", arguments->list).Required();
+    remove.AddFlag("--yes", arguments->yes, "Do not ask");
+    remove.OnRun([arguments] { Delete(*arguments); });
 }

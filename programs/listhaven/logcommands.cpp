@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <deque>
@@ -13,6 +12,7 @@
 #include "platform/filestatus.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 #include "utility/text.h"
@@ -135,30 +135,30 @@ void Show(const CArguments& arguments) {
 
 }  // namespace
 
-void AddLogCommands(CLI::App& app) {
+void AddLogCommands(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* log = app.add_subcommand("log", "Show the event log");
-    log->add_option("-n", arguments->count, "How many lines")->type_name("N")->capture_default_str();
-    log->add_option("--level", arguments->level, "Only lines of this level")->type_name("NAME");
-    log->add_flag("--follow", arguments->follow, "Go on with new lines until Ctrl-C");
-    log->add_flag("--json", arguments->json);
-    log->require_subcommand(0, 1);
+    CCommand log = app.AddCommand("log", "Show the event log");
+    log.AddOption("-n", arguments->count, "How many lines").NamesValue("N").ShowsDefault();
+    log.AddOption("--level", arguments->level, "Only lines of this level").NamesValue("NAME");
+    log.AddFlag("--follow", arguments->follow, "Go on with new lines until Ctrl-C");
+    log.AddFlag("--json", arguments->json);
+    log.AllowCommand();
 
-    CLI::App* trim = log->add_subcommand("trim", "Drop the older part when the log is longer than BYTES; 0 empties it");
-    trim->add_option("BYTES", arguments->bytes)->required()->check(CLI::Range(std::int64_t{0}, std::int64_t{1} << 53));
-    trim->callback([arguments] {
+    CCommand trim = log.AddCommand("trim", "Drop the older part when the log is longer than BYTES; 0 empties it");
+    trim.AddOption("BYTES", arguments->bytes).Required().Within(std::int64_t{0}, std::int64_t{1} << 53);
+    trim.OnRun([arguments] {
         OpenDataFolder();
         TrimLog(static_cast<std::uint64_t>(arguments->bytes));
     });
 
-    CLI::App* save = log->add_subcommand("save", "Copy the log");
-    save->add_option("FILE", arguments->file)->required();
-    save->callback([arguments] {
+    CCommand save = log.AddCommand("save", "Copy the log");
+    save.AddOption("FILE", arguments->file).Required();
+    save.OnRun([arguments] {
         OpenDataFolder();
         SaveLogAs(arguments->file);
     });
 
-    log->callback([arguments, log] {
-        if (log->get_subcommands().empty()) Show(*arguments);
+    log.OnRun([arguments, log] {
+        if (!log.IsCommandGiven()) Show(*arguments);
     });
 }

@@ -1,15 +1,14 @@
 // The front end's command line.
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 #include <string>
-#include <vector>
 
 #include "app/datafolder.h"
 #include "app/productname.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "utility/lhvexception.h"
 #include "utility/text.h"
 
@@ -23,7 +22,7 @@ int Complain(const std::string& what, int status) {
     return status;
 }
 
-void AddCommands(CLI::App& app) {
+void AddCommands(CCommand app) {
     AddListCommands(app);
     AddFieldCommands(app);
     AddMemberCommands(app);
@@ -45,36 +44,20 @@ void AddCommands(CLI::App& app) {
     AddSettingsCommands(app);
     AddRuleTestCommand(app);
     AddBounceCommands(app);
+    AddStatusCommand(app);
     AddLogCommands(app);
     AddRepairCommand(app);
 }
 
 int Run(int argc, char** argv) {
-    CLI::App app("Listhaven, a mailing-list manager", "listhaven");
-    app.allow_windows_style_options(false);
-    app.require_subcommand(1);
-    app.set_version_flag("--version", std::string(ProductVersionText()));
-    app.add_option_function<std::string>(
-           "--data-folder", [](const std::string& folder) { SetDataFolder(folder); },
-           "Where everything is kept (else $LISTHAVEN_DATA_FOLDER, else the system's place)")
-        ->type_name("DIR")
-        ->trigger_on_parse();
-    AddCommands(app);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& help) {
-        return app.exit(help);
-    } catch (const CLI::CallForAllHelp& help) {
-        return app.exit(help);
-    } catch (const CLI::CallForVersion& version) {
-        return app.exit(version);
-    } catch (const CLI::RequiredError& fault) {
-        const std::vector<std::string> unknown = app.remaining(true);
-        return Complain(unknown.empty() ? fault.what() : "there is no command \"" + unknown.front() + "\"", WrongUsage);
-    } catch (const CLI::ParseError& fault) {
-        return Complain(fault.what(), WrongUsage);
-    }
-    return 0;
+    CCommandLine line("listhaven", "Listhaven, a mailing-list manager", std::string(ProductVersionText()));
+    line.AddEarlyOption(
+            "--data-folder", [](const std::string& folder) { SetDataFolder(folder); },
+            "Where everything is kept (else $LISTHAVEN_DATA_FOLDER, else the system's place)")
+        .NamesValue("DIR");
+    AddCommands(line.GetRoot());
+    std::string fault;
+    return line.Run(argc, argv, fault) ? 0 : Complain(fault, WrongUsage);
 }
 
 }  // namespace

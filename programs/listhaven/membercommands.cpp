@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -10,6 +9,7 @@
 #include "engine/memberstore.h"
 #include "platform/filestatus.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/importcommand.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
@@ -172,60 +172,59 @@ void Remove(const CArguments& arguments) {
     if (!list.members.Remove(list.Find(arguments.address))) throw CCommandFailure("the member is gone");
 }
 
-void AddValueOptions(CLI::App* command, const std::shared_ptr<CArguments>& arguments) {
-    command->add_option_function<std::string>(
+void AddValueOptions(CCommand command, const std::shared_ptr<CArguments>& arguments) {
+    command.AddOption(
         "--name",
         [arguments](const std::string& name) {
             arguments->name = name;
             arguments->nameGiven = true;
         },
         "First and last name, or \"Last, First\"");
-    command->add_option("--mode", arguments->mode, "regular (each message), both (and the digest), digest (only it)");
-    command->add_option("--field", arguments->fields, "A custom field; may be given several times")
-        ->type_name("NAME=VALUE")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    command.AddOption("--mode", arguments->mode, "regular (each message), both (and the digest), digest (only it)");
+    command.AddOption("--field", arguments->fields, "A custom field; may be given several times")
+        .NamesValue("NAME=VALUE")
+        .OneEachTime();
 }
 
 }  // namespace
 
-void AddMemberCommands(CLI::App& app) {
+void AddMemberCommands(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* member = app.add_subcommand("member", "The members of a list");
-    member->require_subcommand(1);
+    CCommand member = app.AddCommand("member", "The members of a list");
+    member.RequireCommand();
     const auto addCommand = [&](const char* name, const char* what, bool withAddress) {
-        CLI::App* command = member->add_subcommand(name, what);
-        command->add_option("LIST", arguments->list)->required();
-        if (withAddress) command->add_option("ADDRESS", arguments->address)->required();
+        CCommand command = member.AddCommand(name, what);
+        command.AddOption("LIST", arguments->list).Required();
+        if (withAddress) command.AddOption("ADDRESS", arguments->address).Required();
         return command;
     };
 
-    CLI::App* add = addCommand("add", "Add a member", true);
+    CCommand add = addCommand("add", "Add a member", true);
     AddValueOptions(add, arguments);
-    add->callback([arguments] { Add(*arguments); });
+    add.OnRun([arguments] { Add(*arguments); });
 
-    CLI::App* ls = addCommand("ls", "Print the members", false);
-    ls->add_flag("--json", arguments->json);
-    ls->callback([arguments] { List(*arguments); });
+    CCommand ls = addCommand("ls", "Print the members", false);
+    ls.AddFlag("--json", arguments->json);
+    ls.OnRun([arguments] { List(*arguments); });
 
-    CLI::App* show = addCommand("show", "Print one member", true);
-    show->add_flag("--json", arguments->json);
-    show->callback([arguments] { Show(*arguments); });
+    CCommand show = addCommand("show", "Print one member", true);
+    show.AddFlag("--json", arguments->json);
+    show.OnRun([arguments] { Show(*arguments); });
 
-    CLI::App* set = addCommand("set", "Change a member", true);
+    CCommand set = addCommand("set", "Change a member", true);
     AddValueOptions(set, arguments);
-    set->add_option("--address", arguments->newAddress, "The new address");
-    set->add_option_function<std::string>(
+    set.AddOption("--address", arguments->newAddress, "The new address");
+    set.AddOption(
         "--inactive",
         [arguments](const std::string& reason) {
             arguments->inactive = reason;
             arguments->inactiveGiven = true;
         },
         "Why the member gets no broadcasts; \"\" makes it active again");
-    set->callback([arguments] { Set(*arguments); });
+    set.OnRun([arguments] { Set(*arguments); });
 
-    CLI::App* remove = addCommand("remove", "Remove a member", true);
-    remove->callback([arguments] { Remove(*arguments); });
+    CCommand remove = addCommand("remove", "Remove a member", true);
+    remove.OnRun([arguments] { Remove(*arguments); });
 
-    AddImportCommands(*member);
+    AddImportCommands(member);
 }

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -9,6 +8,7 @@
 #include "mime/mimemultipart.h"
 #include "mime/mimetext.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/contenthash.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
@@ -87,23 +87,23 @@ void Resave(const std::string& in, const std::string& out) {
 
 }  // namespace
 
-void AddMessageCommands(CLI::App& app) {
+void AddMessageCommands(CCommand app) {
     struct CArguments {
         std::string in;
         std::string out;
         bool json = false;
     };
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* message = app.add_subcommand("message", "Look into message files");
-    message->require_subcommand(1);
+    CCommand message = app.AddCommand("message", "Look into message files");
+    message.RequireCommand();
 
-    CLI::App* show = message->add_subcommand("show", "Print the tree of entities with their headers");
-    show->add_option("FILE", arguments->in)->required();
-    show->add_flag("--json", arguments->json);
-    show->callback([arguments] { Show(arguments->in, arguments->json); });
+    CCommand show = message.AddCommand("show", "Print the tree of entities with their headers");
+    show.AddOption("FILE", arguments->in).Required();
+    show.AddFlag("--json", arguments->json);
+    show.OnRun([arguments] { Show(arguments->in, arguments->json); });
 
-    CLI::App* resave = message->add_subcommand("resave", "Load a message and save it as this program writes it");
-    resave->add_option("IN", arguments->in)->required();
-    resave->add_option("OUT", arguments->out)->required();
-    resave->callback([arguments] { Resave(arguments->in, arguments->out); });
+    CCommand resave = message.AddCommand("resave", "Load a message and save it as this program writes it");
+    resave.AddOption("IN", arguments->in).Required();
+    resave.AddOption("OUT", arguments->out).Required();
+    resave.OnRun([arguments] { Resave(arguments->in, arguments->out); });
 }

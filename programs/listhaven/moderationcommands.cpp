@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
@@ -17,6 +16,7 @@
 #include "mime/mimewalk.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 #include "utility/lasterror.h"
@@ -182,27 +182,27 @@ void Reject(const CArguments& arguments) {
 
 }  // namespace
 
-void AddModerationCommands(CLI::App& app) {
+void AddModerationCommands(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* moderation = app.add_subcommand("moderation", "Messages that wait for the moderator");
-    moderation->require_subcommand(1);
-    CLI::App* ls = moderation->add_subcommand("ls", "Print the messages of every list, or of one");
-    ls->add_option("LIST", arguments->list);
-    ls->add_flag("--json", arguments->json);
-    ls->callback([arguments] { List(*arguments); });
+    CCommand moderation = app.AddCommand("moderation", "Messages that wait for the moderator");
+    moderation.RequireCommand();
+    CCommand ls = moderation.AddCommand("ls", "Print the messages of every list, or of one");
+    ls.AddOption("LIST", arguments->list);
+    ls.AddFlag("--json", arguments->json);
+    ls.OnRun([arguments] { List(*arguments); });
 
     const auto add = [&](const char* name, const char* meaning, void (*run)(const CArguments&)) {
-        CLI::App* command = moderation->add_subcommand(name, meaning);
-        command->add_option("LIST", arguments->list)->required();
-        command->add_option("ID", arguments->id, "As moderation ls prints it")->required();
-        command->callback([arguments, run] { run(*arguments); });
+        CCommand command = moderation.AddCommand(name, meaning);
+        command.AddOption("LIST", arguments->list).Required();
+        command.AddOption("ID", arguments->id, "As moderation ls prints it").Required();
+        command.OnRun([arguments, run] { run(*arguments); });
         return command;
     };
-    CLI::App* show = add("show", "Print a message", Show);
-    show->add_flag("--json", arguments->json);
-    CLI::App* accept = add("accept", "Let a message pass; it goes through the rules once more", Accept);
-    accept->add_option("--note", arguments->note, "Put this in front of its text")->type_name("TEXT");
-    accept->add_flag("--no-note", arguments->noNote, "Leave its text as it is, without asking");
-    CLI::App* reject = add("reject", "Delete a message; its author is not told", Reject);
-    reject->add_flag("--yes", arguments->yes, "Do not ask");
+    CCommand show = add("show", "Print a message", Show);
+    show.AddFlag("--json", arguments->json);
+    CCommand accept = add("accept", "Let a message pass; it goes through the rules once more", Accept);
+    accept.AddOption("--note", arguments->note, "Put this in front of its text").NamesValue("TEXT");
+    accept.AddFlag("--no-note", arguments->noNote, "Leave its text as it is, without asking");
+    CCommand reject = add("reject", "Delete a message; its author is not told", Reject);
+    reject.AddFlag("--yes", arguments->yes, "Do not ask");
 }

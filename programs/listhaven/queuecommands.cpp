@@ -1,10 +1,10 @@
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 
 #include "engine/catalogue.h"
 #include "engine/listaccount.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 #include "senddaemon/accountfolders.h"
@@ -40,16 +40,16 @@ void List(const std::string& onlyList, bool json) {
 
 }  // namespace
 
-void AddQueueCommands(CLI::App& app) {
+void AddQueueCommands(CCommand app) {
     struct CArguments {
         std::string list;
         bool json = false;
     };
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* queue = app.add_subcommand("queue", "What waits to be sent, and what became of the rest");
-    queue->require_subcommand(1);
-    CLI::App* ls = queue->add_subcommand("ls", "Count the messages of every list, or of one");
-    ls->add_option("LIST", arguments->list);
-    ls->add_flag("--json", arguments->json);
-    ls->callback([arguments] { List(arguments->list, arguments->json); });
+    CCommand queue = app.AddCommand("queue", "What waits to be sent, and what became of the rest");
+    queue.RequireCommand();
+    CCommand ls = queue.AddCommand("ls", "Count the messages of every list, or of one");
+    ls.AddOption("LIST", arguments->list);
+    ls.AddFlag("--json", arguments->json);
+    ls.OnRun([arguments] { List(arguments->list, arguments->json); });
 }

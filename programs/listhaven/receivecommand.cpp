@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <array>
 #include <cstdio>
 #include <memory>
@@ -11,6 +10,7 @@
 #include "engine/incoming/mailcycle.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 #include "utility/lasterror.h"
@@ -132,14 +132,14 @@ void Receive(const std::string& list, bool json) {
 
 }  // namespace
 
-void AddReceiveCommand(CLI::App& app) {
+void AddReceiveCommand(CCommand app) {
     struct CArguments {
         std::string list;
         bool json = false;
     };
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* receive = app.add_subcommand("receive", "Fetch and process the mail of one list, or of all enabled ones");
-    receive->add_option("LIST", arguments->list, "Its number or name");
-    receive->add_flag("--json", arguments->json);
-    receive->callback([arguments] { Receive(arguments->list, arguments->json); });
+    CCommand receive = app.AddCommand("receive", "Fetch and process the mail of one list, or of all enabled ones");
+    receive.AddOption("LIST", arguments->list, "Its number or name");
+    receive.AddFlag("--json", arguments->json);
+    receive.OnRun([arguments] { Receive(arguments->list, arguments->json); });
 }

@@ -1,15 +1,14 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <string>
 
 #include "engine/repair.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/tableprinter.h"
 
-void AddRepairCommand(CLI::App& app) {
-    CLI::App* repair =
-        app.add_subcommand("repair", "Check the data files, mend what can be mended, and say what was done");
-    repair->callback([] {
+void AddRepairCommand(CCommand app) {
+    CCommand repair = app.AddCommand("repair", "Check the data files, mend what can be mended, and say what was done");
+    repair.OnRun([] {
         OpenDataFolder();
         std::size_t actions = 0;
         const bool clean = RepairDataFolder([&](const std::string& action) {

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <iostream>
 #include <memory>
@@ -10,6 +9,7 @@
 #include "engine/rules/rulestore.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/rulejson.h"
 #include "programs/listhaven/tableprinter.h"
@@ -198,43 +198,42 @@ void Reset(const CArguments& arguments) {
 
 }  // namespace
 
-void AddRuleCommands(CLI::App& app) {
+void AddRuleCommands(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* rule = app.add_subcommand("rule", "What is done with incoming mail");
-    rule->require_subcommand(1);
+    CCommand rule = app.AddCommand("rule", "What is done with incoming mail");
+    rule.RequireCommand();
     const auto command = [&](const char* name, const char* what, bool takesNumber) {
-        CLI::App* added = rule->add_subcommand(name, what);
-        added->add_option("LIST", arguments->list)->required();
-        if (takesNumber) added->add_option("N", arguments->number, "Its place, from 1")->required();
+        CCommand added = rule.AddCommand(name, what);
+        added.AddOption("LIST", arguments->list).Required();
+        if (takesNumber) added.AddOption("N", arguments->number, "Its place, from 1").Required();
         return added;
     };
 
-    CLI::App* ls = command("ls", "Print the rules in the order in which they apply", false);
-    ls->add_flag("--json", arguments->json);
-    ls->callback([arguments] { List(*arguments); });
+    CCommand ls = command("ls", "Print the rules in the order in which they apply", false);
+    ls.AddFlag("--json", arguments->json);
+    ls.OnRun([arguments] { List(*arguments); });
 
-    CLI::App* show = command("show", "Print what is set of a rule", true);
-    show->add_flag("--json", arguments->json);
-    show->callback([arguments] { Show(*arguments); });
+    CCommand show = command("show", "Print what is set of a rule", true);
+    show.AddFlag("--json", arguments->json);
+    show.OnRun([arguments] { Show(*arguments); });
 
-    CLI::App* add =
-        command("add", "Add rules behind the others, as show and ls print them; prints their places", false);
-    add->add_option("--json", arguments->file, "A rule, or an array of rules")->required()->type_name("FILE");
-    add->callback([arguments] { Add(*arguments); });
+    CCommand add = command("add", "Add rules behind the others, as show and ls print them; prints their places", false);
+    add.AddOption("--json", arguments->file, "A rule, or an array of rules").Required().NamesValue("FILE");
+    add.OnRun([arguments] { Add(*arguments); });
 
-    CLI::App* set = command("set", "Change a field of a rule", true);
-    set->add_option("KEY", arguments->key)->required();
-    set->add_option("VALUE", arguments->value, "A list: separated by commas or lines; @FILE: what a file holds")
-        ->required();
-    set->callback([arguments] { Set(*arguments); });
+    CCommand set = command("set", "Change a field of a rule", true);
+    set.AddOption("KEY", arguments->key).Required();
+    set.AddOption("VALUE", arguments->value, "A list: separated by commas or lines; @FILE: what a file holds")
+        .Required();
+    set.OnRun([arguments] { Set(*arguments); });
 
-    CLI::App* move = command("move", "Move a rule to another place", true);
-    move->add_option("TO", arguments->to)->required();
-    move->callback([arguments] { Move(*arguments); });
+    CCommand move = command("move", "Move a rule to another place", true);
+    move.AddOption("TO", arguments->to).Required();
+    move.OnRun([arguments] { Move(*arguments); });
 
-    command("delete", "Delete a rule", true)->callback([arguments] { Delete(*arguments); });
+    command("delete", "Delete a rule", true).OnRun([arguments] { Delete(*arguments); });
 
-    CLI::App* reset = command("reset", "Replace all rules by the standard ones of the list's kind", false);
-    reset->add_flag("--yes", arguments->yes, "Do not ask");
-    reset->callback([arguments] { Reset(*arguments); });
+    CCommand reset = command("reset", "Replace all rules by the standard ones of the list's kind", false);
+    reset.AddFlag("--yes", arguments->yes, "Do not ask");
+    reset.OnRun([arguments] { Reset(*arguments); });
 }

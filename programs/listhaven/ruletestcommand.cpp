@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -16,6 +15,7 @@
 #include "engine/rules/rulestore.h"
 #include "platform/filestatus.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 #include "utility/paths.h"
@@ -237,20 +237,15 @@ void TestRules(const CArguments& arguments) {
         PrintForPeople(trial);
 }
 
-CLI::App& RuleGroup(CLI::App& app) {
-    const auto groups = app.get_subcommands([](const CLI::App* group) { return group->get_name() == "rule"; });
-    return groups.empty() ? *app.add_subcommand("rule", "The rules of a list")->require_subcommand(1) : *groups.front();
-}
-
 }  // namespace
 
-void AddRuleTestCommand(CLI::App& app) {
+void AddRuleTestCommand(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* test = RuleGroup(app).add_subcommand(
+    CCommand test = app.GetGroup("rule").AddCommand(
         "test", "What the rules would do with a message, and why; nothing is done, nothing is sent");
-    test->add_option("LIST", arguments->list)->required();
-    test->add_option("MESSAGE", arguments->message, "a message file (.eml)")->required();
-    test->add_flag("--accepted", arguments->isAccepted, "as if the moderator had accepted it");
-    test->add_flag("--json", arguments->json);
-    test->callback([arguments] { TestRules(*arguments); });
+    test.AddOption("LIST", arguments->list).Required();
+    test.AddOption("MESSAGE", arguments->message, "a message file (.eml)").Required();
+    test.AddFlag("--accepted", arguments->isAccepted, "as if the moderator had accepted it");
+    test.AddFlag("--json", arguments->json);
+    test.OnRun([arguments] { TestRules(*arguments); });
 }

@@ -1,20 +1,25 @@
-#include <CLI/CLI.hpp>
-#include <atomic>
 #include <cstdio>
-#include <exception>
 #include <iostream>
-#include <memory>
+#include <mutex>
+#include <set>
+#include <stop_token>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
+#include "app/notifications.h"
 #include "app/pumpmessages.h"
 #include "app/thisapp.h"
+#include "engine/catalogue.h"
 #include "engine/daemonhost.h"
 #include "engine/eventlog.h"
 #include "engine/loglistener.h"
 #include "engine/repair.h"
+#include "platform/clock.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/tableprinter.h"
 #include "senddaemon/notificationlistener.h"
 #include "senddaemon/sendloop.h"
@@ -22,6 +27,9 @@
 #include "utility/text.h"
 
 namespace {
+
+constexpr std::uint32_t LookInterval = 250;   // milliseconds between two looks at the server while sending
+constexpr std::uint32_t WatchInterval = 100;  // and while it runs
 
 // The front end without a window: what it would show is printed.
 class CConsoleFrontEnd : public IFrontEnd {
@@ -62,42 +70,125 @@ private:
     std::string m_stop;
 };
 
-void PrintLogLine(const std::string& line) {
-    std::printf("%s\n", Printable(TrimRight(line)).c_str());
+void Say(const std::string& line) {
+    std::printf("%s\n", Printable(line).c_str());
     std::fflush(stdout);
 }
 
-// Both listeners of the front end; a mailslot that cannot be made is logged.
+void PrintLogLine(const std::string& line) {
+    Say(std::string(TrimRight(line)));
+}
+
+// "" for a kind that is not known, and for a list that is gone.
+std::string Describe(std::uint32_t kind, std::uint32_t number) {
+    const std::int32_t index = GetCatalogue().FindByNumber(number);
+    if (index == CCatalogue::None) return {};
+    const std::string list = "\"" + GetCatalogue().GetName(index) + "\"";
+    switch (static_cast<Notification>(kind)) {
+        case Notification::MailProcessed:
+            return "The server has processed mail of the list " + list + ".";
+        case Notification::MessageHeld:
+            return "Messages to the list " + list + " wait for the moderator.";
+    }
+    return {};
+}
+
+// Both listeners of the front end.  The server's log lines are printed as they
+// come; what it notifies of waits until it is reported.
 class CListeners {
 public:
-    explicit CListeners(bool showLog) {
-        const auto show = [showLog](const std::string& line) {
-            if (showLog) PrintLogLine(line);
+    // Starts what does not listen yet, or no longer.  A mailslot that cannot be made is logged once.
+    void KeepListening() {
+        if (!m_log.IsListening() && !m_log.Start(PrintLogLine)) Complain("log");
+        const auto note = [this](std::uint32_t kind, std::uint32_t number) {
+            const std::lock_guard guard(m_lock);
+            m_notes.emplace_back(kind, number);
         };
-        if (!m_log.Start(show)) Log(LogWarning, "The log mailslot cannot be made.");
-        const auto onNotification = [](std::uint32_t first, std::uint32_t second) {
-            Log(LogDebug, "Notification %u %u", first, second);
-        };
-        if (!m_notifications.Start(onNotification)) Log(LogWarning, "The notification mailslot cannot be made.");
+        if (!m_notifications.IsListening() && !m_notifications.Start(note)) Complain("notification");
+    }
+
+    void Report() {
+        std::vector<std::pair<std::uint32_t, std::uint32_t>> notes;
+        {
+            const std::lock_guard guard(m_lock);
+            notes.swap(m_notes);
+        }
+        for (const auto& [kind, number] : notes) {
+            const std::string text = Describe(kind, number);
+            if (!text.empty()) Say(text);
+        }
     }
 
 private:
+    void Complain(const char* which) {
+        if (m_complained.insert(which).second) Log(LogWarning, "The %s mailslot cannot be made.", which);
+    }
+
+    std::mutex m_lock;
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> m_notes;
+    std::set<std::string> m_complained;
     CLogListener m_log;
     SendDaemon::CNotificationListener m_notifications;
 };
 
-void DispatchUntilStopped(CDaemonHost& host) {
-    SendDaemon::CSendLoopOptions options;
-    options.stopRequested = [] { return Platform::StopSignalled(); };
-    options.housekeeping = [&] {
-        host.FollowCatalogue();
-        KeepLogWithinLimit();
-    };
-    const SendDaemon::CSendResult result = RunUntilStopped(host.GetDaemon(), options);
+// While the server runs it is the one that sends: one look at it costs some system calls.
+class CServerLook {
+public:
+    bool IsRunning() {
+        const std::uint32_t now = Platform::ClockMilliseconds();
+        if (m_hasLooked && now - m_looked < LookInterval) return m_isRunning;
+        m_hasLooked = true;
+        m_looked = now;
+        return m_isRunning = IsServerRunning();
+    }
+
+private:
+    bool m_hasLooked = false;
+    bool m_isRunning = false;
+    std::uint32_t m_looked = 0;
+};
+
+void WatchServer(CListeners& listeners) {
+    Say("The server is running: it sends and looks after the mail; its log follows. Ctrl-C ends the front end only.");
+    while (!Platform::StopSignalled() && IsServerRunning()) {
+        listeners.KeepListening();
+        listeners.Report();
+        Platform::SleepMilliseconds(WatchInterval);
+    }
+    listeners.Report();
+    if (!Platform::StopSignalled()) Say("The server has ended.");
+}
+
+void PrintCounts(const SendDaemon::CSendResult& result) {
     std::printf("%llu sent, %llu failed, %llu held back, %llu expired, %llu deferred\n",
                 static_cast<unsigned long long>(result.sent), static_cast<unsigned long long>(result.failed),
                 static_cast<unsigned long long>(result.heldBack), static_cast<unsigned long long>(result.expired),
                 static_cast<unsigned long long>(result.deferred));
+    std::fflush(stdout);
+}
+
+// Until the server runs, or the front end is to end.
+void SendHere() {
+    CServerLook server;
+    CDaemonHost host;
+    if (IsSomebodySending()) Say("Another program is sending; it is waited for.");
+    if (!host.StartWhenFree([&] { return Platform::StopSignalled() || server.IsRunning(); })) {
+        if (Platform::StopSignalled() || server.IsRunning()) return;
+        throw CCommandFailure("nothing can be sent: " + DescribeLastError());
+    }
+    Say("Dispatching; Ctrl-C ends.");
+    // Interrupted broadcasts go on beside the dispatching.
+    std::jthread resuming([](const std::stop_token& stop) {
+        ResumeBroadcasts([&stop] { return stop.stop_requested() || Platform::StopSignalled(); });
+    });
+    SendDaemon::CSendLoopOptions options;
+    options.stopRequested = [] { return Platform::StopSignalled(); };
+    options.handOver = [&server] { return server.IsRunning(); };
+    options.housekeeping = [&] {
+        host.FollowCatalogue();
+        KeepLogWithinLimit();
+    };
+    PrintCounts(RunUntilStopped(host.GetDaemon(), options));
 }
 
 void Run() {
@@ -107,30 +198,28 @@ void Run() {
     CConsoleFrontEnd frontEnd;
     CThisApp application(frontEnd);
     if (!application.InitInstance()) throw CCommandFailure(frontEnd.GetStopMessage());
-    {
-        CListeners listeners(frontEnd.IsLogShown());
+    try {
+        CListeners listeners;
+        listeners.KeepListening();
         if (frontEnd.IsLogShown()) SetLogView(PrintLogLine);
-        CDaemonHost host;
-        if (!host.Start()) {
-            const std::string reason = DescribeLastError();
-            application.ExitInstance();
-            throw CCommandFailure("nothing can be sent: " + reason);
+        while (!Platform::StopSignalled()) {
+            if (IsServerRunning())
+                WatchServer(listeners);
+            else
+                SendHere();
         }
-        std::printf("Dispatching; Ctrl-C ends.\n");
-        std::fflush(stdout);
-        // Interrupted broadcasts go on beside the dispatching.
-        std::jthread resuming(ResumeBroadcasts, [] { return Platform::StopSignalled(); });
-        DispatchUntilStopped(host);
-        resuming.join();
         SetLogView({});
+    } catch (...) {
+        SetLogView({});
+        application.ExitInstance();
+        throw;
     }
     application.ExitInstance();
 }
 
 }  // namespace
 
-void AddRunCommand(CLI::App& app) {
-    CLI::App* run =
-        app.add_subcommand("run", "The front end without a window: resumes broadcasts and sends until Ctrl-C");
-    run->callback(Run);
+void AddRunCommand(CCommand app) {
+    CCommand run = app.AddCommand("run", "The front end without a window: resumes broadcasts and sends until Ctrl-C");
+    run.OnRun(Run);
 }

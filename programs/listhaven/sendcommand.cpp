@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -6,10 +5,12 @@
 #include <utility>
 #include <vector>
 
+#include "app/thisapp.h"
 #include "engine/daemonhost.h"
 #include "engine/listaccount.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/progressbar.h"
 #include "programs/listhaven/tableprinter.h"
@@ -122,7 +123,11 @@ void Send(bool once, bool json) {
     std::string failure;
     {
         CDaemonHost host;
-        if (!host.Start()) FailWithLastError("nothing was sent");
+        if (!host.Start()) {
+            if (IsServerRunning())
+                throw CCommandFailure("nothing was sent: the server is running, which sends what waits");
+            FailWithLastError("nothing was sent");
+        }
         CProgressBar bar("Sending:");
         SendDaemon::CSendLoopOptions options;
         options.stopRequested = [] { return Platform::StopSignalled(); };
@@ -151,14 +156,14 @@ void Send(bool once, bool json) {
 
 }  // namespace
 
-void AddSendCommand(CLI::App& app) {
+void AddSendCommand(CCommand app) {
     struct CArguments {
         bool once = false;
         bool json = false;
     };
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* send = app.add_subcommand("send", "Send what waits until the queues are empty");
-    send->add_flag("--once", arguments->once, "Go through every queue once");
-    send->add_flag("--json", arguments->json);
-    send->callback([arguments] { Send(arguments->once, arguments->json); });
+    CCommand send = app.AddCommand("send", "Send what waits until the queues are empty");
+    send.AddFlag("--once", arguments->once, "Go through every queue once");
+    send.AddFlag("--json", arguments->json);
+    send.OnRun([arguments] { Send(arguments->once, arguments->json); });
 }

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -6,6 +5,7 @@
 #include "app/settings.h"
 #include "app/settingslist.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 #include "utility/text.h"
@@ -46,20 +46,20 @@ void Set(const CArguments& arguments) {
 
 }  // namespace
 
-void AddSettingsCommands(CLI::App& app) {
+void AddSettingsCommands(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* settings = app.add_subcommand("settings", "Settings of both programs (Lhv.cfg)");
-    settings->require_subcommand(1);
+    CCommand settings = app.AddCommand("settings", "Settings of both programs (Lhv.cfg)");
+    settings.RequireCommand();
 
-    CLI::App* get = settings->add_subcommand("get", "Print a setting, or its default");
-    get->add_option("SECTION", arguments->section)->required();
-    get->add_option("KEY", arguments->key)->required();
-    get->add_flag("--json", arguments->json);
-    get->callback([arguments] { Get(*arguments); });
+    CCommand get = settings.AddCommand("get", "Print a setting, or its default");
+    get.AddOption("SECTION", arguments->section).Required();
+    get.AddOption("KEY", arguments->key).Required();
+    get.AddFlag("--json", arguments->json);
+    get.OnRun([arguments] { Get(*arguments); });
 
-    CLI::App* set = settings->add_subcommand("set", "Change a setting");
-    set->add_option("SECTION", arguments->section)->required();
-    set->add_option("KEY", arguments->key)->required();
-    set->add_option("VALUE", arguments->value)->required();
-    set->callback([arguments] { Set(*arguments); });
+    CCommand set = settings.AddCommand("set", "Change a setting");
+    set.AddOption("SECTION", arguments->section).Required();
+    set.AddOption("KEY", arguments->key).Required();
+    set.AddOption("VALUE", arguments->value).Required();
+    set.OnRun([arguments] { Set(*arguments); });
 }

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -8,6 +7,7 @@
 #include "mime/mimemessage.h"
 #include "platform/process.h"
 #include "programs/listhaven/command.h"
+#include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
 #include "programs/listhaven/tableprinter.h"
 #include "utility/lasterror.h"
@@ -53,12 +53,12 @@ void TestSend(const CArguments& arguments) {
 
 }  // namespace
 
-void AddTestSendCommand(CLI::App& app) {
+void AddTestSendCommand(CCommand app) {
     auto arguments = std::make_shared<CArguments>();
-    CLI::App* test = app.add_subcommand("test-send", "Send one personalised copy of a message, at once");
-    test->add_option("LIST", arguments->list)->required();
-    test->add_option("ADDRESS", arguments->address, "a member's, whose data are used, or any other")->required();
-    test->add_option("MESSAGE", arguments->message, "a message file (.eml)")->required();
-    test->add_flag("--json", arguments->json);
-    test->callback([arguments] { TestSend(*arguments); });
+    CCommand test = app.AddCommand("test-send", "Send one personalised copy of a message, at once");
+    test.AddOption("LIST", arguments->list).Required();
+    test.AddOption("ADDRESS", arguments->address, "a member's, whose data are used, or any other").Required();
+    test.AddOption("MESSAGE", arguments->message, "a message file (.eml)").Required();
+    test.AddFlag("--json", arguments->json);
+    test.OnRun([arguments] { TestSend(*arguments); });
 }

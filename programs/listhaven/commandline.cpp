@@ -1,0 +1,122 @@
+#include "programs/listhaven/commandline.h"
+
+#include <CLI/CLI.hpp>
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+COption COption::Required() {
+    m_option->required();
+    return *this;
+}
+
+COption COption::NamesValue(const std::string& name) {
+    m_option->type_name(name);
+    return *this;
+}
+
+COption COption::ShowsDefault() {
+    m_option->capture_default_str();
+    return *this;
+}
+
+COption COption::Within(std::int64_t least, std::int64_t most) {
+    m_option->check(CLI::Range(least, most));
+    return *this;
+}
+
+COption COption::OneEachTime() {
+    m_option->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    return *this;
+}
+
+COption COption::Excludes(COption other) {
+    m_option->excludes(other.m_option);
+    return *this;
+}
+
+CCommand CCommand::AddCommand(const std::string& name, const std::string& meaning) {
+    return CCommand(m_command->add_subcommand(name, meaning));
+}
+
+CCommand CCommand::GetGroup(const std::string& name) const {
+    return CCommand(m_command->get_subcommand(name));
+}
+
+void CCommand::RequireCommand() {
+    m_command->require_subcommand(1);
+}
+
+void CCommand::AllowCommand() {
+    m_command->require_subcommand(0, 1);
+}
+
+bool CCommand::IsCommandGiven() const {
+    return !m_command->get_subcommands().empty();
+}
+
+template <class T>
+COption CCommand::AddOption(const std::string& name, T& variable, const std::string& meaning) {
+    return COption(m_command->add_option(name, variable, meaning));
+}
+
+template COption CCommand::AddOption(const std::string&, std::string&, const std::string&);
+template COption CCommand::AddOption(const std::string&, std::vector<std::string>&, const std::string&);
+template COption CCommand::AddOption(const std::string&, int&, const std::string&);
+template COption CCommand::AddOption(const std::string&, std::int64_t&, const std::string&);
+template COption CCommand::AddOption(const std::string&, std::uint32_t&, const std::string&);
+template COption CCommand::AddOption(const std::string&, std::size_t&, const std::string&);
+template COption CCommand::AddOption(const std::string&, std::optional<std::string>&, const std::string&);
+
+COption CCommand::AddOption(const std::string& name, const std::function<void(const std::string&)>& take,
+                            const std::string& meaning) {
+    return COption(m_command->add_option_function<std::string>(name, take, meaning));
+}
+
+COption CCommand::AddFlag(const std::string& name, bool& variable, const std::string& meaning) {
+    return COption(m_command->add_flag(name, variable, meaning));
+}
+
+void CCommand::OnRun(const std::function<void()>& run) {
+    m_command->callback(run);
+}
+
+CCommandLine::CCommandLine(const std::string& program, const std::string& meaning, const std::string& version)
+    : m_app(std::make_unique<CLI::App>(meaning, program)) {
+    m_app->allow_windows_style_options(false);
+    m_app->require_subcommand(1);
+    m_app->set_version_flag("--version", version);
+}
+
+CCommandLine::~CCommandLine() = default;
+
+CCommand CCommandLine::GetRoot() {
+    return CCommand(m_app.get());
+}
+
+COption CCommandLine::AddEarlyOption(const std::string& name, const std::function<void(const std::string&)>& take,
+                                     const std::string& meaning) {
+    return COption(m_app->add_option_function<std::string>(name, take, meaning)->trigger_on_parse());
+}
+
+bool CCommandLine::Run(int argc, char** argv, std::string& fault) {
+    try {
+        m_app->parse(argc, argv);
+        return true;
+    } catch (const CLI::CallForHelp& help) {
+        m_app->exit(help);
+        return true;
+    } catch (const CLI::CallForAllHelp& help) {
+        m_app->exit(help);
+        return true;
+    } catch (const CLI::CallForVersion& version) {
+        m_app->exit(version);
+        return true;
+    } catch (const CLI::RequiredError& error) {
+        const std::vector<std::string> unknown = m_app->remaining(true);
+        fault = unknown.empty() ? error.what() : "there is no command \"" + unknown.front() + "\"";
+    } catch (const CLI::ParseError& error) {
+        fault = error.what();
+    }
+    return false;
+}
