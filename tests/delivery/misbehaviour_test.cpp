@@ -235,6 +235,7 @@ protected:
 
     void SetUp() override {
         CDeliveryFixture::SetUp();
+        if (TestServers::FindProgram("openssl").empty()) GTEST_SKIP() << "openssl is not installed";
         ASSERT_TRUE(TestServers::MakeCertificate(m_folder, m_certificate));
     }
 

@@ -37,7 +37,8 @@ void Subscribe(CMailWorld& world, const std::string& person, const std::string& 
 
 TEST(MailingLists, ADiscussionListRunsItself) {
     CMailWorld world({"crew", "anna", "ben", "cleo", "dora"});
-    if (!world.Start()) GTEST_SKIP() << world.WhyNot();
+    if (!world.IsInstalled()) GTEST_SKIP() << world.WhyNot();
+    ASSERT_TRUE(world.Start()) << world.WhyNot();
     world.MakeList("Crew", "crew");
     const CProgramRunner& run = world.Run();
     run.MustRun({"member", "add", "Crew", "ben@home.example", "--name", "Ben Berg"});
@@ -87,7 +88,8 @@ TEST(MailingLists, ADiscussionListRunsItself) {
 
 TEST(MailingLists, AnAnnouncementListIsForItsOwner) {
     CMailWorld world({"news", "boss", "anna", "ben"});
-    if (!world.Start()) GTEST_SKIP() << world.WhyNot();
+    if (!world.IsInstalled()) GTEST_SKIP() << world.WhyNot();
+    ASSERT_TRUE(world.Start()) << world.WhyNot();
     world.MakeList("News", "news", {"--kind", "announcement", "--authorized-email", "boss@home.example"});
     world.Run().MustRun({"member", "add", "News", "ben@home.example", "--name", "Ben Berg"});
     world.Run().MustRun({"member", "add", "News", "ghost@bounce.example"});
@@ -117,7 +119,8 @@ TEST(MailingLists, AnAnnouncementListIsForItsOwner) {
 
 TEST(MailingLists, AnAutoresponderAnswersPeopleOnce) {
     CMailWorld world({"info", "anna", "ben", "list"});
-    if (!world.Start()) GTEST_SKIP() << world.WhyNot();
+    if (!world.IsInstalled()) GTEST_SKIP() << world.WhyNot();
+    ASSERT_TRUE(world.Start()) << world.WhyNot();
     world.MakeList("Info", "info", {"--kind", "autoresponder"});
     world.Set("Service", "ReplyInterval", "24");
     world.Send({.from = "anna@home.example", .to = "info@lists.example", .subject = "Opening hours?"});
@@ -145,7 +148,8 @@ TEST(MailingLists, AnAutoresponderAnswersPeopleOnce) {
 // What strangers and members write is text, and nothing else.
 TEST(MailingLists, StrangersGainNothing) {
     CMailWorld world({"crew", "ben", "dora", "eve", "mallory"});
-    if (!world.Start()) GTEST_SKIP() << world.WhyNot();
+    if (!world.IsInstalled()) GTEST_SKIP() << world.WhyNot();
+    ASSERT_TRUE(world.Start()) << world.WhyNot();
     world.MakeList("Crew", "crew");
     for (const char* member : {"ben@home.example", "dora@home.example"})
         world.Run().MustRun({"member", "add", "Crew", member});
@@ -189,7 +193,8 @@ TEST(MailingLists, NobodyMissesAnythingWhenTheServerIsKilled) {
     constexpr int Posts = 4;
     const std::vector<std::string> guests = {"g1", "g2", "g3", "g4"};
     CMailWorld world({"crew", "ben", "dora", "cleo", "g1", "g2", "g3", "g4"});
-    if (!world.Start()) GTEST_SKIP() << world.WhyNot();
+    if (!world.IsInstalled()) GTEST_SKIP() << world.WhyNot();
+    ASSERT_TRUE(world.Start()) << world.WhyNot();
     world.MakeList("Crew", "crew");
     for (const char* member : {"ben@home.example", "dora@home.example", "ghost@bounce.example"})
         world.Run().MustRun({"member", "add", "Crew", member});
@@ -281,7 +286,8 @@ std::size_t ServeUntilQuiet(CMailWorld& world, const std::function<void()>& answ
 
 TEST(MailLoops, ListsThatAreMembersOfLists) {
     CMailWorld world({"one", "two", "anna", "ben"});
-    if (!world.Start()) GTEST_SKIP() << world.WhyNot();
+    if (!world.IsInstalled()) GTEST_SKIP() << world.WhyNot();
+    ASSERT_TRUE(world.Start()) << world.WhyNot();
     world.MakeList("One", "one");
     world.MakeList("Two", "two");
     for (const char* member : {"anna@home.example", "two@lists.example", "one@lists.example"})
@@ -298,7 +304,8 @@ TEST(MailLoops, ListsThatAreMembersOfLists) {
 // that does not to the envelope sender, as such programs do, or there as well.
 TEST(MailLoops, AVacationResponderAsAMember) {
     CMailWorld world({"one", "vac1", "ben1", "two", "vac2", "ben2", "three", "vac3", "ben3"});
-    if (!world.Start()) GTEST_SKIP() << world.WhyNot();
+    if (!world.IsInstalled()) GTEST_SKIP() << world.WhyNot();
+    ASSERT_TRUE(world.Start()) << world.WhyNot();
     const struct {
         const char* list;
         std::string number;

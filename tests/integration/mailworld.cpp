@@ -35,7 +35,7 @@ CMailWorld::CMailWorld(const std::vector<std::string>& mailboxes) : m_people(mai
 }
 
 bool CMailWorld::Start() {
-    if (!m_server.IsInstalled() || !m_server.Start()) return false;
+    if (!m_server.Start()) return false;
     Set("Execution", "GenerationPause", "0");
     Set("Service", "ReplyInterval", "0");
     Set("Service", "SmtpPort", std::to_string(m_server.GetPort()));

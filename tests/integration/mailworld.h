@@ -34,7 +34,8 @@ class CMailWorld {
 public:
     explicit CMailWorld(const std::vector<std::string>& mailboxes);
 
-    bool Start();  // false: WhyNot(); these servers may not be installed here
+    bool IsInstalled() { return m_server.IsInstalled(); }  // false: WhyNot()
+    bool Start();                                          // likewise
     const std::string& WhyNot() const { return m_server.WhyNot(); }
     const CProgramRunner& Run() const { return m_runner; }
 
