@@ -26,6 +26,8 @@
 namespace {
 
 constexpr std::chrono::seconds RetryInterval{60};
+constexpr std::uint32_t ClaimInterval = 100;  // milliseconds
+constexpr int ClaimFaults = 10;               // in all, before they count
 
 class CEventLogHandler : public SendDaemon::IMessageHandler {
 public:
@@ -76,7 +78,9 @@ struct CDaemonHost::CState {
     std::string catalogueStamp;
     std::string failure;
     std::chrono::steady_clock::time_point nextTry;  // after a failure
+    bool isPrepared = false;
 
+    bool Prepare();
     void AddLists();
     void Fail(std::string reason);
     void RemoveLists(const std::map<std::uint32_t, std::string>& wanted);
@@ -106,10 +110,35 @@ std::vector<CListProgress> CDaemonHost::GetProgress() const {
 }
 
 bool CDaemonHost::Start() {
+    return m_state->Prepare() && m_state->daemon.ClaimSending() && Begin();
+}
+
+bool CDaemonHost::StartWhenFree(const std::function<bool()>& stop) {
+    if (!m_state->Prepare()) return false;
+    bool isSaid = false;
+    for (int faults = 0; !m_state->daemon.ClaimSending(); Platform::SleepMilliseconds(ClaimInterval)) {
+        const std::string reason = DescribeLastError();
+        ClearLastErrorText();
+        if (stop()) return false;
+        // Whoever had it may have ended between the two questions: then the next try finds out.
+        const bool isElsewhere = m_state->daemon.IsSendingElsewhere();
+        if (!isElsewhere && ++faults > ClaimFaults) {
+            SetLastErrorText(reason);
+            return false;
+        }
+        if (isElsewhere && !std::exchange(isSaid, true)) Log(LogInfo, "Another program is sending; it is waited for.");
+    }
+    return Begin();
+}
+
+bool CDaemonHost::CState::Prepare() {
+    if (isPrepared) return true;
     const std::string root = GetSendDaemonFolder();
     SendDaemon::CConfiguration* serverConfig = nullptr;
-    if (!EnsureFolder(root) || !m_state->daemon.Initialize(root, serverConfig)) return false;
-    if (!m_state->daemon.ClaimSending()) return false;
+    return isPrepared = EnsureFolder(root) && daemon.Initialize(root, serverConfig);
+}
+
+bool CDaemonHost::Begin() {
     if (!m_state->daemon.LoadChecker()) Log(LogError, "The delivery limits: %s", DescribeLastError().c_str());
     FollowCatalogue();
     return true;
@@ -174,6 +203,10 @@ void CDaemonHost::CState::RemoveLists(const std::map<std::uint32_t, std::string>
         daemon.RemoveAccount(account->second);
         account = accounts.erase(account);
     }
+}
+
+bool IsSomebodySending() {
+    return SendDaemon::IsSendingFrom(GetSendDaemonFolder());
 }
 
 void ResumeBroadcasts(const std::function<bool()>& stopRequested) {

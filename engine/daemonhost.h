@@ -41,6 +41,8 @@ public:
     ~CDaemonHost();
 
     bool Start();
+    // Waits while another program sends, which the log tells; "stop" ends that with false and no last-error text.
+    bool StartWhenFree(const std::function<bool()>& stop);
     // Lists that came, went or changed; costs a few file stats when nothing did.
     // Accounts that could not be set up are tried again once a minute.
     void FollowCatalogue();
@@ -50,9 +52,13 @@ public:
     std::vector<CListProgress> GetProgress() const;  // of every list, by number
 
 private:
+    bool Begin();
+
     struct CState;
     std::unique_ptr<CState> m_state;
 };
+
+bool IsSomebodySending();  // from the data folder, this program included
 
 // Goes on with every interrupted broadcast, and logs what became of each.
 void ResumeBroadcasts(const std::function<bool()>& stopRequested);

@@ -152,6 +152,10 @@ bool CSendDaemon::ClaimSending() {
     }
 }
 
+bool CSendDaemon::IsSendingElsewhere() const {
+    return !m_state->isSending && IsSendingFrom(m_state->rootFolder);
+}
+
 bool CSendDaemon::FindAccountByRootFolder(std::string_view rootFolder, std::size_t& index) {
     for (std::size_t i = 0; i < m_state->accounts.size(); ++i) {
         const std::string& account = m_state->accounts[i];
@@ -384,6 +388,10 @@ void CSendDaemon::OnSenderIdle() {
         ++m_state->progress;
     }
     m_state->progressMade.notify_all();
+}
+
+bool IsSendingFrom(const std::string& rootFolder) {
+    return Platform::CPresence::IsHeld(GetPresenceName(rootFolder));
 }
 
 }  // namespace SendDaemon

@@ -63,6 +63,7 @@ public:
     // True when this process may send from the root folder, from then on until
     // this is destroyed.  AddAccount() asks by itself.
     bool ClaimSending();
+    bool IsSendingElsewhere() const;  // another program has the claim
 
     bool AddAccount(std::string_view rootFolder);  // one added before is replaced
     bool RemoveAccount(std::string_view rootFolder);
@@ -107,6 +108,8 @@ private:
     struct CState;
     std::unique_ptr<CState> m_state;
 };
+
+bool IsSendingFrom(const std::string& rootFolder);  // any program, this one included
 
 }  // namespace SendDaemon
 

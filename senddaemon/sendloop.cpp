@@ -28,6 +28,8 @@ public:
 
 private:
     bool IsStopRequested() const { return m_options.stopRequested && m_options.stopRequested(); }
+    bool IsToHandOver() const { return m_options.handOver && m_options.handOver(); }
+    void FinishSending();
     void UpdateResult();
     void FindWaiting();
     void Report();
@@ -78,11 +80,16 @@ void CSendLoop::Report() {
 
 void CSendLoop::Pause(milliseconds length) {
     const auto end = std::chrono::steady_clock::now() + length;
-    while (!IsStopRequested()) {
+    while (!IsStopRequested() && !IsToHandOver()) {
         const auto left = std::chrono::duration_cast<milliseconds>(end - std::chrono::steady_clock::now());
         if (left <= milliseconds::zero()) return;
         m_daemon.WaitForProgress(m_daemon.GetProgress(), std::min(left, StopInterval));
     }
+}
+
+void CSendLoop::FinishSending() {
+    while (!IsStopRequested() && m_daemon.IsAnySending())
+        m_daemon.WaitForProgress(m_daemon.GetProgress(), StopInterval);
 }
 
 void CSendLoop::KeepHouse() {
@@ -120,7 +127,8 @@ bool CSendLoop::EndPass(bool isSending) {
 CSendResult CSendLoop::Run() {
     if (m_kind == LoopKind::OnePass) m_daemon.StartPass();
     for (;;) {
-        if (IsStopRequested()) {
+        if (IsToHandOver()) FinishSending();
+        if (IsStopRequested() || IsToHandOver()) {
             m_daemon.CancelSenders();
             m_result.wasStopped = true;
             break;

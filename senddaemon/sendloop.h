@@ -37,7 +37,10 @@ struct CSendResult {
 };
 
 struct CSendLoopOptions {
-    std::function<bool()> stopRequested;               // asked at least ten times a second; {}: never
+    std::function<bool()> stopRequested;  // asked at least ten times a second; {}: never
+    // Another program is to go on sending: nothing further is taken up, and what is
+    // being sent ends in its own time.  Asked like the stop; {}: never.
+    std::function<bool()> handOver;
     std::function<void(const CSendResult&)> progress;  // after a round that changed something; {}: none
     std::function<void()> housekeeping;                // about once a second; may add and remove accounts; {}: none
     std::chrono::milliseconds failurePause{50};        // the first one; doubled each time, at most a second

@@ -4,6 +4,7 @@
 #include <exception>
 #include <utility>
 
+#include "app/notifications.h"
 #include "app/settings.h"
 #include "engine/catalogue.h"
 #include "engine/eventlog.h"
@@ -13,6 +14,7 @@
 #include "platform/filestatus.h"
 #include "platform/process.h"
 #include "senddaemon/messageiterator.h"
+#include "senddaemon/notificationlistener.h"
 #include "utility/lasterror.h"
 
 namespace {
@@ -31,6 +33,15 @@ bool HoldsMessage(const std::string& queue) {
     CMessageIterator iterator;
     std::string path;
     return Platform::FolderIsThere(queue) && iterator.Start(queue) && iterator.PeekCurrent(path);
+}
+
+// The front end, if there is one.
+void Notify(std::uint32_t list, const CCycleTotals& totals) {
+    const auto tell = [list](Notification kind) {
+        SendDaemon::SendNotification(static_cast<std::uint32_t>(kind), list);
+    };
+    if (totals.processed > 0) tell(Notification::MailProcessed);
+    if (totals.held > 0) tell(Notification::MessageHeld);
 }
 
 }  // namespace
@@ -138,6 +149,7 @@ void CMailRounds::RunCycle(const CList& list) {
         const CycleResult result = RunMailCycle(list.number, m_stop, totals, &m_control);
         m_hasNew = m_hasNew || totals.processed != 0 || totals.posted != 0;
         isBusy = result == CycleResult::Busy;
+        Notify(list.number, totals);
         if (totals.fetched > 0) Platform::ReturnFreeMemory();  // a full mailbox makes a long list
         return result != CycleResult::Failed;
     });
@@ -155,7 +167,9 @@ void CMailRounds::TakeUpAccepted(const CList& list) {
     Guard("accepted " + std::to_string(list.number), "Processing what was accepted for the list \"" + list.name + "\"",
           [&] {
               CCycleTotals totals;
-              return ProcessInbox(list.number, m_stop, totals) != CycleResult::Failed;
+              const CycleResult result = ProcessInbox(list.number, m_stop, totals);
+              Notify(list.number, totals);
+              return result != CycleResult::Failed;
           });
     if (!HoldsMessage(GetAcceptedFolder(list.number))) m_acceptedTries.erase(list.number);
 }
