@@ -10,6 +10,16 @@
 // Crash    Nothing is certain to survive a power failure before Flush() (the
 //          bytes) and FlushFolder() (the name) have returned true.  Both do
 //          nothing and return true while SetFlushEnabled(false) is in force.
+//          Windows has no certain flush of a folder: names reach the disk with
+//          the journal of the file system, which renames and removals there
+//          write through.
+// Others   A file that some program has open can be renamed, replaced and
+//          removed, and its name is free at once; who has it open keeps the
+//          old file.  Windows knows that on its own file system only.
+//          Elsewhere (shares, FAT) replacing waits up to five seconds for the
+//          file to be closed, then fails: nobody should replace what he has
+//          open himself.  A folder cannot be renamed there, nor on any Windows
+//          file system, while something in it is open.
 
 #ifndef LISTHAVEN_PLATFORM_FILE_H
 #define LISTHAVEN_PLATFORM_FILE_H
@@ -84,6 +94,12 @@ bool MakeFolder(std::string_view path);         // one level, 0770; fails with I
 bool RemoveEmptyFolder(std::string_view path);  // fails with IsNotEmpty()
 bool ChangeToFolder(std::string_view path);     // of the process
 std::string WorkingFolder();
+
+// The full name of a file, for libraries that open it themselves (on Windows
+// with the prefix that takes the limit of 260 characters away); the same for
+// names that differ in separators, "." and empty parts only.  "" for a name
+// that no call finds.
+std::string NameForLibraries(std::string_view path);
 
 }  // namespace Platform
 

@@ -22,24 +22,8 @@ namespace Platform {
 
 namespace {
 
-// One spelling per file: the name of its mutex and its place in the cache.
-std::string FullPath(std::string_view path) {
-    std::string raw(path);
-    std::replace(raw.begin(), raw.end(), '\\', '/');
-    if (!raw.starts_with('/')) raw = WorkingFolder() + '/' + raw;
-    std::string full;
-    for (std::size_t at = 0; at < raw.size(); ++at) {
-        if (raw[at] == '/' && raw.compare(at, 3, "/./") == 0) {
-            ++at;
-            continue;
-        }
-        if (raw[at] != '/' || full.empty() || full.back() != '/') full += raw[at];
-    }
-    return full;
-}
-
 std::string FolderOf(const std::string& fullPath) {
-    return fullPath.substr(0, fullPath.rfind('/') + 1);
+    return fullPath.substr(0, fullPath.find_last_of("/\\") + 1);
 }
 
 bool ReadAll(const std::string& path, std::string& text, FileMode mode = FileMode::Read) {
@@ -156,7 +140,7 @@ bool Replace(const std::string& path, std::string_view content, bool isThere) {
 // change(old text) gives the new text.
 template <class F>
 bool Change(std::string_view givenPath, F change) {
-    const std::string path = FullPath(givenPath);
+    const std::string path = NameForLibraries(givenPath);
     CNamedMutex mutex("Vantorel.Listhaven.3.Profile" + path);
     mutex.Lock();
     struct Unlocker {
@@ -188,14 +172,14 @@ bool IsWritable(std::string_view path, std::string_view section, std::string_vie
 
 std::string ReadProfileText(std::string_view path, std::string_view section, std::string_view key,
                             std::string_view defaultValue, std::size_t maxLength) {
-    const auto text = Cache().Get(FullPath(path));
+    const auto text = Cache().Get(NameForLibraries(path));
     const ProfileLine* line = text ? text->Find(section, key) : nullptr;
     const std::string_view value = line ? line->value : defaultValue;
     return std::string(maxLength > 0 ? value.substr(0, maxLength) : value);
 }
 
 int ReadProfileNumber(std::string_view path, std::string_view section, std::string_view key, int defaultValue) {
-    const auto text = Cache().Get(FullPath(path));
+    const auto text = Cache().Get(NameForLibraries(path));
     const ProfileLine* line = text ? text->Find(section, key) : nullptr;
     if (!line) return defaultValue;
     std::string_view value = TrimProfileText(line->value);
@@ -217,13 +201,13 @@ bool RemoveProfileKey(std::string_view path, std::string_view section, std::stri
 }
 
 std::vector<std::string> ReadProfileKeys(std::string_view path, std::string_view section) {
-    const auto text = Cache().Get(FullPath(path));
+    const auto text = Cache().Get(NameForLibraries(path));
     return text ? text->Keys(section) : std::vector<std::string>();
 }
 
 std::optional<ProfileFault> CheckProfileFile(std::string_view path) {
     std::string content;
-    if (!ReadAll(FullPath(path), content)) {
+    if (!ReadAll(NameForLibraries(path), content)) {
         const SystemError code = LastSystemError();
         if (IsNotFound(code)) return std::nullopt;
         return ProfileFault{1, SystemErrorText(code)};

@@ -245,4 +245,19 @@ std::string WorkingFolder() {
     return path;
 }
 
+std::string NameForLibraries(std::string_view path) {
+    std::string raw = SystemPath(path);
+    if (raw.empty()) return {};
+    if (!raw.starts_with('/')) raw = WorkingFolder() + '/' + raw;
+    std::string full;
+    for (std::size_t at = 0; at < raw.size(); ++at) {
+        if (raw[at] == '/' && raw.compare(at, 3, "/./") == 0) {
+            ++at;
+            continue;
+        }
+        if (raw[at] != '/' || full.empty() || full.back() != '/') full += raw[at];
+    }
+    return full;
+}
+
 }  // namespace Platform

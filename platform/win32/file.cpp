@@ -7,8 +7,9 @@
 #include <utility>
 
 #include "platform/faultplan.h"
-#include "platform/win32/filehandle.h"
+#include "platform/win32/errornumbers.h"
 #include "platform/win32/filesecurity.h"
+#include "platform/win32/handle.h"
 #include "platform/win32/patience.h"
 #include "platform/win32/systempath.h"
 
@@ -243,9 +244,9 @@ bool FlushFolder(std::string_view folder) {
         SetLastError(ERROR_DIRECTORY);
         return false;
     }
-    const CFileHandle opened(CreateFileW(path.c_str(), GENERIC_WRITE, ShareAll, nullptr, OPEN_EXISTING,
-                                         FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-    if (!opened.IsOpen()) return GetLastError() == ERROR_ACCESS_DENIED;
+    const CHandle opened(CreateFileW(path.c_str(), GENERIC_WRITE, ShareAll, nullptr, OPEN_EXISTING,
+                                     FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    if (!opened) return GetLastError() == ERROR_ACCESS_DENIED;
     const bool isFlushed = FlushFileBuffers(opened.Get()) != 0;
     const DWORD code = GetLastError();
     // A system that flushes no folders says one of these; a disk that fails says something else.

@@ -8,8 +8,8 @@
 #include <array>
 #include <string>
 
-#include "platform/win32/filehandle.h"
 #include "platform/win32/filesecurity.h"
+#include "platform/win32/handle.h"
 #include "platform/win32/systempath.h"
 
 namespace Platform {
@@ -24,7 +24,7 @@ HANDLE OpenForAttributes(std::string_view path, DWORD access) {
 std::wstring CurrentUser() {
     HANDLE opened = nullptr;
     if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened)) return {};
-    const CFileHandle token(opened);
+    const CHandle token(opened);
     alignas(TOKEN_USER) std::array<BYTE, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> buffer;
     DWORD length = 0;
     if (!GetTokenInformation(token.Get(), TokenUser, buffer.data(), static_cast<DWORD>(buffer.size()), &length))
@@ -90,11 +90,11 @@ SECURITY_DESCRIPTOR* OwnerOnlyDescriptor() noexcept {
 }
 
 bool CopyFileMode(std::string_view from, std::string_view to) {
-    const CFileHandle source(OpenForAttributes(from, READ_CONTROL | FILE_READ_ATTRIBUTES));
-    if (!source.IsOpen()) return false;
-    const CFileHandle target(
+    const CHandle source(OpenForAttributes(from, READ_CONTROL | FILE_READ_ATTRIBUTES));
+    if (!source) return false;
+    const CHandle target(
         OpenForAttributes(to, READ_CONTROL | WRITE_DAC | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES));
-    if (!target.IsOpen()) return false;
+    if (!target) return false;
     const DWORD code = CopyAccessList(source.Get(), target.Get());
     if (code != ERROR_SUCCESS && !IsWithoutLists(code)) {
         SetLastError(code);

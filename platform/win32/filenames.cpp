@@ -15,7 +15,8 @@
 #include "platform/faultplan.h"
 #include "platform/file.h"
 #include "platform/guid.h"
-#include "platform/win32/filehandle.h"
+#include "platform/win32/errornumbers.h"
+#include "platform/win32/handle.h"
 #include "platform/win32/patience.h"
 #include "platform/win32/systempath.h"
 
@@ -115,11 +116,11 @@ std::wstring NameAside(const std::wstring& path) {
 // Alone when nobody else has it open; else moved aside, so that the name is free.
 bool RemovePlainly(const std::wstring& path) {
     CWritable writable(path);
-    CFileHandle file(OpenName(path, DELETE | SYNCHRONIZE, 0));
-    if (!file.IsOpen()) {
+    CHandle file(OpenName(path, DELETE | SYNCHRONIZE, 0));
+    if (!file) {
         if (GetLastError() != ERROR_SHARING_VIOLATION) return false;
-        CFileHandle shared(OpenName(path, DELETE | SYNCHRONIZE, ShareAll));
-        if (!shared.IsOpen()) return false;
+        CHandle shared(OpenName(path, DELETE | SYNCHRONIZE, ShareAll));
+        if (!shared) return false;
         RenameHandle(shared.Get(), NameAside(path), FileRenameInfo, 0);
         if (!MarkRemoved(shared.Get())) return false;
     } else if (!MarkRemoved(file.Get())) {
@@ -131,8 +132,8 @@ bool RemovePlainly(const std::wstring& path) {
 
 bool RemoveByHandle(const std::wstring& path) {
     {
-        const CFileHandle file(OpenName(path, DELETE | SYNCHRONIZE, ShareAll));
-        if (!file.IsOpen()) return false;
+        const CHandle file(OpenName(path, DELETE | SYNCHRONIZE, ShareAll));
+        if (!file) return false;
         const bool isRemoved = AsPosix([&] {
             DWORD flags = RemoveFlags;
             return SetFileInformationByHandle(file.Get(), DispositionClass, &flags, sizeof(flags)) != 0;
@@ -144,8 +145,8 @@ bool RemoveByHandle(const std::wstring& path) {
 }
 
 bool IsInUse(const std::wstring& path) {
-    const CFileHandle file(OpenName(path, DELETE | SYNCHRONIZE, 0));
-    return !file.IsOpen() && GetLastError() == ERROR_SHARING_VIOLATION;
+    const CHandle file(OpenName(path, DELETE | SYNCHRONIZE, 0));
+    return !file && GetLastError() == ERROR_SHARING_VIOLATION;
 }
 
 bool ReplacePlainly(const std::wstring& from, const std::wstring& to) {
@@ -158,8 +159,8 @@ bool ReplacePlainly(const std::wstring& from, const std::wstring& to) {
 
 bool ReplaceOnce(const std::wstring& from, const std::wstring& to) {
     {
-        const CFileHandle file(OpenName(from, DELETE | SYNCHRONIZE, ShareAll));
-        if (!file.IsOpen()) return false;
+        const CHandle file(OpenName(from, DELETE | SYNCHRONIZE, ShareAll));
+        if (!file) return false;
         if (AsPosix([&] { return RenameHandle(file.Get(), to, RenameClass, ReplaceFlags); })) return true;
         if (!IsUnknownRequest(GetLastError())) return false;
     }
@@ -260,6 +261,10 @@ bool ChangeToFolder(std::string_view path) {
 
 std::string WorkingFolder() {
     return FromWide(WorkingFolderPath());
+}
+
+std::string NameForLibraries(std::string_view path) {
+    return FromWide(SystemPath(path));
 }
 
 }  // namespace Platform

@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-#include "platform/win32/filehandle.h"
+#include "platform/win32/handle.h"
 #include "platform/win32/systempath.h"
 
 namespace Platform {
@@ -32,8 +32,8 @@ HANDLE OpenExisting(const std::wstring& path, DWORD access) {
 
 // Follows links.
 bool Ask(const std::wstring& path, BY_HANDLE_FILE_INFORMATION& information) {
-    const CFileHandle file(OpenExisting(path, FILE_READ_ATTRIBUTES));
-    return file.IsOpen() && GetFileInformationByHandle(file.Get(), &information);
+    const CHandle file(OpenExisting(path, FILE_READ_ATTRIBUTES));
+    return file && GetFileInformationByHandle(file.Get(), &information);
 }
 
 DWORD Attributes(const std::wstring& path) {
@@ -61,8 +61,8 @@ bool GetFileStatus(std::string_view path, FileStatus& status) {
 }
 
 bool SetFileTimes(std::string_view path, const FileTimes& times) {
-    const CFileHandle file(OpenExisting(SystemPath(path), FILE_WRITE_ATTRIBUTES));
-    if (!file.IsOpen()) return false;
+    const CHandle file(OpenExisting(SystemPath(path), FILE_WRITE_ATTRIBUTES));
+    if (!file) return false;
     const FILETIME created = ToFileTime(times.created);
     const FILETIME modified = ToFileTime(times.modified);
     return SetFileTime(file.Get(), &created, nullptr, &modified) != 0;
@@ -78,8 +78,8 @@ bool MayWrite(std::string_view path) {
         return false;
     }
     const DWORD access = IsFolder(attributes) ? FILE_ADD_FILE | FILE_ADD_SUBDIRECTORY : FILE_WRITE_DATA;
-    const CFileHandle file(OpenExisting(name, access));
-    return file.IsOpen() || GetLastError() == ERROR_SHARING_VIOLATION;
+    const CHandle file(OpenExisting(name, access));
+    return file || GetLastError() == ERROR_SHARING_VIOLATION;
 }
 
 bool FileIsThere(std::string_view path) {

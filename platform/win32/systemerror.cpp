@@ -3,7 +3,7 @@
 #include <windows.h>
 
 #include "platform/errorcodes.h"
-#include "platform/win32/filehandle.h"
+#include "platform/win32/errornumbers.h"
 #include "platform/win32/systempath.h"
 
 namespace Platform {

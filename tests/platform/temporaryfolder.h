@@ -6,22 +6,40 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
+#include "platform/directorysearch.h"
+#include "platform/file.h"
 #include "platform/guid.h"
 #include "platform/knownfolders.h"
+
+// With the functions of the platform, which take names of any length.
+inline void RemoveTemporaryTree(const std::string& folder) {
+    std::vector<std::string> folders;
+    Platform::CDirectorySearch search;
+    Platform::DirectoryEntry entry;
+    search.Open(folder, "*");
+    while (search.Next(entry) == Platform::CDirectorySearch::Step::Entry) {
+        if (entry.name == "." || entry.name == "..") continue;
+        const std::string path = folder + '/' + entry.name;
+        if (!Platform::RemoveFile(path)) folders.push_back(path);
+    }
+    search.Close();
+    for (const std::string& inner : folders)
+        RemoveTemporaryTree(inner);
+    Platform::RemoveEmptyFolder(folder);
+}
 
 class CTemporaryFolder {
 public:
     CTemporaryFolder() : m_path(Platform::TemporaryFolder() + "/lhv" + std::to_string(Platform::NewGuid().data1)) {
-        std::filesystem::create_directory(m_path);
+        if (!Platform::MakeFolder(m_path)) throw std::runtime_error(m_path);
     }
     CTemporaryFolder(const CTemporaryFolder&) = delete;
     CTemporaryFolder& operator=(const CTemporaryFolder&) = delete;
-    ~CTemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
+    ~CTemporaryFolder() { RemoveTemporaryTree(m_path); }
 
     const std::string& GetPath() const { return m_path; }
     std::string operator/(const std::string& name) const { return m_path + '/' + name; }
@@ -31,11 +49,11 @@ private:
 };
 
 inline void Put(const std::string& path, const std::string& content) {
-    std::ofstream(path, std::ios::binary) << content;
+    std::ofstream(std::filesystem::path(path), std::ios::binary) << content;
 }
 
 inline std::string Get(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
+    std::ifstream file(std::filesystem::path(path), std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
 

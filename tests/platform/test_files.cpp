@@ -1,12 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <chrono>
+#include <future>
 #include <set>
 #include <vector>
 
 #include "platform/directorysearch.h"
+#include "platform/errorcodes.h"
 #include "platform/faultplan.h"
 #include "platform/file.h"
+#include "platform/filemode.h"
 #include "platform/filestatus.h"
 #include "temporaryfolder.h"
 
@@ -43,21 +46,93 @@ TEST(File, ModesOnMissingAndExistingFiles) {
     }
 }
 
+// Every name is the name of a file of its own, which the search finds by it,
+// or it is refused: none is cut, changed or taken for a device.
 TEST(File, NamesInAnyScriptAndWithEitherSeparator) {
     const CTemporaryFolder folder;
     const std::string names[] = {
         "Gr\xC3\xBC\xC3\x9F"
         "e.eml",
-        "\xE6\x97\xA5\xE6\x9C\xAC", "\xF0\x9F\x93\xA7 mail", "a'b\"c"};
+        "u\xCC\x88.eml",
+        "\xE6\x97\xA5\xE6\x9C\xAC",
+        "\xF0\x9F\x93\xA7 mail",
+        "a'b;c",
+        "CON",
+        "nul.eml",
+        "dot.",
+        "blank ",
+        "is:stream",
+        std::string(200, 'x'),
+    };
+    Put(folder / "is", "as it was");
+    std::set<std::string> made = {"is"};
     for (const std::string& name : names) {
-        ASSERT_TRUE(MakeFolder(folder / name)) << name;
         CFile file;
-        ASSERT_TRUE(file.Open(folder.GetPath() + '\\' + name + "\\" + name, FileMode::CreateNew)) << name;
-        EXPECT_TRUE(FileIsThere(folder / (name + '/' + name)));
+        if (!file.Open(folder / name, FileMode::CreateNew)) {
+            EXPECT_EQ(name, "is:stream");
+            continue;
+        }
+        made.insert(name);
+        EXPECT_TRUE(file.Write(name) && file.Close());
+        ASSERT_TRUE(file.Open(folder.GetPath() + '\\' + name, FileMode::Read));
+        std::string content(name.size(), ' ');
+        EXPECT_TRUE(file.ReadAt(0, content.data(), content.size()));
+        EXPECT_EQ(content, name);
     }
+    std::set<std::string> found;
+    CDirectorySearch search;
+    DirectoryEntry entry;
+    ASSERT_TRUE(search.Open(folder.GetPath(), "*"));
+    while (search.Next(entry) == CDirectorySearch::Step::Entry)
+        if (!entry.isFolder) found.insert(entry.name);
+    EXPECT_EQ(found, made);
     CFile file;
     EXPECT_FALSE(file.Open(folder / std::string("cut\0off", 7), FileMode::CreateNew));
     EXPECT_FALSE(FileIsThere(folder / "cut"));
+    EXPECT_FALSE(file.Open("", FileMode::OpenOrCreate));
+    EXPECT_TRUE(IsNotFound(LastSystemError()));
+}
+
+// Each operation on names of some 800 bytes, full and relative to the working folder.
+TEST(File, NamesBeyondTheOldLimits) {
+    const CTemporaryFolder folder;
+    const std::string former = WorkingFolder();
+    ASSERT_TRUE(ChangeToFolder(folder.GetPath()));
+    std::string relative = ".";
+    for (const char* letter : {"\xC3\xA4", "b", "\xF0\x9F\x93\xA7", "d"}) {
+        relative += "/./";
+        for (int times = 0; times < 60; ++times)
+            relative += letter;
+        ASSERT_TRUE(MakeFolder(relative)) << relative;
+    }
+    for (const std::string& deep : {relative, folder / relative}) {
+        const std::string a = deep + "/a.eml";
+        const std::string b = deep + "\\sub/../b.eml";
+        ASSERT_TRUE(MakeFolder(deep + "/sub"));
+        CFile file;
+        ASSERT_TRUE(file.Open(a, FileMode::CreateNew) && file.Write("A") && file.Flush() && file.Close());
+        EXPECT_TRUE(FlushFolder(deep));
+        EXPECT_TRUE(SetFileTimes(a, {1'000'000'000, 1'000'000'000}));
+        EXPECT_TRUE(RenameNew(a, b));
+        EXPECT_TRUE(RenameReplacing(b, a));
+        EXPECT_TRUE(LinkFile(a, b));
+        EXPECT_TRUE(CopyFileMode(a, b));
+        FileStatus status;
+        EXPECT_TRUE(GetFileStatus(a, status) && FolderIsThere(deep) && MayWrite(deep));
+        EXPECT_EQ(status.times.modified, 1'000'000'000);
+        CDirectorySearch search;
+        DirectoryEntry entry;
+        int found = 0;
+        ASSERT_TRUE(search.Open(deep, "*.eml"));
+        while (search.Next(entry) == CDirectorySearch::Step::Entry)
+            ++found;
+        search.Close();
+        EXPECT_EQ(found, 2);
+        EXPECT_TRUE(RemoveFile(a) && RemoveFile(b) && RemoveEmptyFolder(deep + "/sub"));
+    }
+    EXPECT_EQ(NameForLibraries(relative), NameForLibraries(folder.GetPath() + "\\" + relative));
+    ASSERT_TRUE(ChangeToFolder(former));
+    EXPECT_EQ(WorkingFolder(), former);
 }
 
 TEST(File, ReadsAndWritesAtOffsets) {
@@ -101,6 +176,116 @@ TEST(File, RenameNewNeverReplaces) {
     EXPECT_TRUE(IsNotEmpty(LastSystemError()));
     EXPECT_FALSE(MakeFolder(folder.GetPath()));
     EXPECT_TRUE(IsAlreadyThere(LastSystemError()));
+}
+
+TEST(File, LinkIsAnotherNameOfTheSameFile) {
+    const CTemporaryFolder folder;
+    Put(folder / "a", "A");
+    ASSERT_TRUE(LinkFile(folder / "a", folder / "b"));
+    EXPECT_FALSE(LinkFile(folder / "a", folder / "b"));
+    EXPECT_TRUE(IsAlreadyThere(LastSystemError()));
+    CFile file;
+    EXPECT_TRUE(file.Open(folder / "b", FileMode::Append) && file.Write("B") && file.Close());
+    EXPECT_TRUE(RemoveFile(folder / "b"));
+    EXPECT_EQ(Get(folder / "a"), "AB");
+    EXPECT_FALSE(LinkFile(folder / "b", folder / "c"));
+    EXPECT_TRUE(IsNotFound(LastSystemError()));
+}
+
+TEST(File, ReadOnlyFilesAreReplacedAndRemoved) {
+    const CTemporaryFolder folder;
+    const auto makeReadOnly = [&](const char* name) {
+        Put(folder / name, name);
+        std::filesystem::permissions(folder / name, std::filesystem::perms::owner_read);
+        return folder / name;
+    };
+    const auto isReadOnly = [](const std::string& path) {
+        return (std::filesystem::status(path).permissions() & std::filesystem::perms::owner_write) ==
+               std::filesystem::perms::none;
+    };
+    const std::string a = makeReadOnly("a");
+    const std::string b = makeReadOnly("b");
+    EXPECT_TRUE(RenameReplacing(a, b));
+    EXPECT_EQ(Get(b), "a");
+    EXPECT_TRUE(isReadOnly(b));
+    Put(folder / "c", "C");
+    EXPECT_TRUE(CopyFileMode(b, folder / "c"));
+    EXPECT_TRUE(isReadOnly(folder / "c"));
+    EXPECT_TRUE(SetFileTimes(b, {1'000'000'000, 1'000'000'000}));
+    EXPECT_TRUE(RemoveFile(b) && RemoveFile(folder / "c"));
+    EXPECT_FALSE(FileIsThere(b) || FileIsThere(folder / "c"));
+}
+
+// The name is free at once, and who has the file open keeps what he has.
+TEST(File, OpenFilesAreMovedAndRemoved) {
+    const CTemporaryFolder folder;
+    const std::string path = folder / "open";
+    std::vector<CFile> open(3);
+    for (CFile& file : open) {
+        const std::string name(1, static_cast<char>('0' + (&file - open.data())));
+        ASSERT_TRUE(file.Open(path, FileMode::CreateNew) && file.Write(name));
+        EXPECT_TRUE(&file == &open[0] ? RenameNew(path, path + "ed") : RemoveFile(path));
+        EXPECT_FALSE(FileIsThere(path));
+    }
+    EXPECT_EQ(Get(path + "ed"), "0");
+    for (const CFile& file : open) {
+        char digit = ' ';
+        EXPECT_TRUE(file.ReadAt(0, &digit, 1));
+        EXPECT_EQ(digit - '0', &file - open.data());
+    }
+    open.clear();
+    EXPECT_TRUE(RemoveFile(path + "ed"));
+    const std::filesystem::directory_iterator files(folder.GetPath());
+    EXPECT_EQ(std::distance(begin(files), end(files)), 0);
+}
+
+// At once, or as soon as the other one closes it.
+TEST(File, OpenFilesAreReplaced) {
+    const CTemporaryFolder folder;
+    Put(folder / "new", "new");
+    Put(folder / "old", "old");
+    CFile other;
+    ASSERT_TRUE(other.Open(folder / "old", FileMode::Read));
+    auto replaced = std::async(std::launch::async, [&] { return RenameReplacing(folder / "new", folder / "old"); });
+    if (replaced.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) other.Close();
+    EXPECT_TRUE(replaced.get());
+    EXPECT_EQ(Get(folder / "old"), "new");
+    EXPECT_FALSE(FileIsThere(folder / "new"));
+}
+
+TEST(File, FoldersTakeThePlaceOfEmptyOnesOnly) {
+    const CTemporaryFolder folder;
+    for (const char* name : {"full", "empty", "other"})
+        ASSERT_TRUE(MakeFolder(folder / name));
+    Put(folder / "full/file", "");
+    Put(folder / "file", "");
+    EXPECT_FALSE(RenameReplacing(folder / "other", folder / "full"));
+    EXPECT_TRUE(IsNotEmpty(LastSystemError()));
+    EXPECT_FALSE(RenameReplacing(folder / "file", folder / "empty"));
+    EXPECT_FALSE(RemoveFile(folder / "empty"));
+    EXPECT_TRUE(RenameReplacing(folder / "full", folder / "empty"));
+    EXPECT_TRUE(FileIsThere(folder / "empty/file"));
+    EXPECT_FALSE(FolderIsThere(folder / "full"));
+    CFile file;
+    EXPECT_FALSE(file.Open(folder / "other", FileMode::Read));
+    EXPECT_FALSE(file.Open(folder / "other", FileMode::ReadWrite));
+    EXPECT_FALSE(IsAccessDenied(LastSystemError()) || IsNotFound(LastSystemError()));
+    EXPECT_FALSE(RemoveEmptyFolder(folder / "file"));
+    EXPECT_TRUE(FileIsThere(folder / "file"));
+}
+
+TEST(SystemError, TextsAreOneLine) {
+    CFile file;
+    ASSERT_FALSE(file.Open(TemporaryFolder() + "/no/such/file", FileMode::Read));
+    const SystemError code = LastSystemError();
+    for (const SystemError each : {code, NoSpaceError(), SystemError{4'000'000'000}, SystemError{0}}) {
+        const std::string text = SystemErrorText(each);
+        EXPECT_FALSE(text.empty());
+        EXPECT_EQ(text.find_first_of("\r\n"), text.npos) << text;
+        EXPECT_NE(text.back(), ' ') << text;
+    }
+    EXPECT_NE(SystemErrorText(4'000'000'000).find("Unknown error"), std::string::npos);
+    EXPECT_EQ(LastSystemError(), code);
 }
 
 TEST(FaultPlan, FailsTheOperationItCountsTo) {
