@@ -29,12 +29,23 @@ CPlace& GetPlace() {
     return *place;
 }
 
+std::string MachineFolder(const std::string& common) {
+    return JoinPath(JoinPath(JoinPath(common, "Vantorel"), "Listhaven"), "3");
+}
+
 std::string FindDataFolder(const std::string& given) {
     if (!given.empty()) return given;
     if (const auto value = Platform::EnvironmentValue(Environment); value && !value->empty()) return *value;
     const std::string common = Platform::CommonApplicationDataFolder();
     if (common.empty()) throw CLhvException("Unable to locate the application data folder.");
-    return JoinPath(JoinPath(JoinPath(common, "Vantorel"), "Listhaven"), "3");
+    return MachineFolder(common);
+}
+
+// Whether it is the machine's own one, named outright or not.
+bool IsMachineFolder(const std::string& folder) {
+    const std::string path = WithoutSeparator(folder);
+    if (!path.ends_with(MachineFolder(""))) return false;  // asking for the common folder may make it
+    return Platform::CanonicalFolder(MachineFolder(Platform::CommonApplicationDataFolder())) == path;
 }
 
 // A relative path would mean another folder once the working directory changes.
@@ -48,7 +59,11 @@ std::string MakeAbsolute(const std::string& path) {
 // may have gone.
 void Make(CPlace& place) {
     place.isMade = EnsureFolder(place.resolved);
-    Platform::SetNamedObjectFolder(JoinPath(place.resolved, ".locks"), JoinPath(place.resolved, ".mailslots"));
+    // Names of mutexes hold paths: all programs have to write them alike.
+    place.resolved = WithSeparator(Platform::CanonicalFolder(place.resolved));
+    Platform::SetNamedObjectFolder(
+        JoinPath(place.resolved, ".locks"), JoinPath(place.resolved, ".mailslots"),
+        IsMachineFolder(place.resolved) ? Platform::NamedObjectScope::Machine : Platform::NamedObjectScope::Folder);
 }
 
 }  // namespace

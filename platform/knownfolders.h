@@ -13,6 +13,10 @@ namespace Platform {
 // $XDG_DATA_HOME, else ~/.local/share.
 std::string CommonApplicationDataFolder();
 
+// One text for all the ways to write the path of a folder (links, case, short
+// names, ".."), without trailing separator; one that is not there as given.
+std::string CanonicalFolder(const std::string& path);
+
 std::string TemporaryFolder();  // without trailing separator
 
 char PathSeparator() noexcept;    // the system's own

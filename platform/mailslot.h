@@ -3,8 +3,8 @@
 // One process makes the slot and reads, any other writes.  One Write() is one
 // Read(): messages are never joined or cut.  A name has the form
 // "\\.\mailslot\NAME"; where the system has no mailslots it becomes a socket
-// in the folder given to SetNamedObjectFolder() (namedmutex.h), and so belongs
-// to one data folder.
+// in the folder given to SetNamedObjectFolder() (namedmutex.h).  Either way it
+// belongs to one data folder.
 //
 // Errors   false, with the reason in LastSystemError().
 // Threads  A CMailslot belongs to one thread; WriteToMailslot() may be called

@@ -2,13 +2,17 @@
 //
 // Everyone who may use the data folder may use the mutex.  It is recursive
 // within a thread; two objects of one name in one process are the same mutex.
-// Where the system has no named mutexes of its own they are advisory locks on
-// files in the folder given to SetNamedObjectFolder(), so names are then apart
-// per data folder.  The mutex of a process that dies is free again at once.
+// The mutex of a process that dies is free again at once.
 //
-// Errors   The constructors throw nothing; a mutex whose file cannot be made
+// Windows  The system's own mutexes, for all sessions of the machine; a
+//          presence is a mutex that exists, so do not give both one name.
+// POSIX    Advisory locks on files in the folder given to
+//          SetNamedObjectFolder(), so names are apart per data folder.
+//
+// Errors   A mutex that the system refuses, or whose file cannot be made,
 //          excludes only threads of this process (IsShared() is false then).
-//          Presence objects say what happened.
+//          Presence objects say what happened.  std::runtime_error when the
+//          security attributes of Windows' objects cannot be built.
 // Threads  Any.
 
 #ifndef LISTHAVEN_PLATFORM_NAMEDMUTEX_H
@@ -21,10 +25,15 @@
 
 namespace Platform {
 
-// The folder for the files behind named mutexes and mailslots, made when
-// missing.  To be called before the first of either is used; a system with
-// named objects of its own ignores it.
-void SetNamedObjectFolder(std::string_view locks, std::string_view mailslots);
+// Whose names are the plain ones: the machine's own data folder has them, the
+// names of any other are told apart by that folder.
+enum class NamedObjectScope { Machine, Folder };
+
+// The folders for the files behind named mutexes and mailslots, made when
+// missing.  To be called before the first of either is used.  A system with
+// named objects of its own makes no folders: there the place of locks, one
+// folder above, is what tells names apart, and the scope counts.
+void SetNamedObjectFolder(std::string_view locks, std::string_view mailslots, NamedObjectScope scope);
 
 class CNamedMutex {
 public:

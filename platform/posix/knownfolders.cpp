@@ -5,9 +5,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <memory>
 #include <optional>
 #include <vector>
 
+#include "platform/posix/systempath.h"
 #include "platform/process.h"
 
 namespace Platform {
@@ -55,6 +58,11 @@ std::string CommonApplicationDataFolder() {
         folder += folder == "/" ? ".local/share" : "/.local/share";
     }
     return MakeAll(folder) ? folder : std::string();
+}
+
+std::string CanonicalFolder(const std::string& path) {
+    const std::unique_ptr<char, decltype(&std::free)> found(realpath(SystemPath(path).c_str(), nullptr), std::free);
+    return found ? found.get() : path;
 }
 
 std::string TemporaryFolder() {

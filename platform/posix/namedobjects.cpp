@@ -47,7 +47,7 @@ bool IsPlain(char c) {
 
 }  // namespace
 
-void SetNamedObjectFolder(std::string_view locks, std::string_view mailslots) {
+void SetNamedObjectFolder(std::string_view locks, std::string_view mailslots, NamedObjectScope) {
     std::string lockFolder = SystemPath(locks);
     std::string mailslotFolder = SystemPath(mailslots);
     for (std::string* folder : {&lockFolder, &mailslotFolder}) {

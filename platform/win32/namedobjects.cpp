@@ -5,9 +5,9 @@
 #include <mutex>
 #include <stdexcept>
 
+#include "platform/knownfolders.h"
 #include "platform/namedmutex.h"
 #include "platform/systemerror.h"
-#include "platform/win32/handle.h"
 #include "platform/win32/systempath.h"
 
 namespace Platform {
@@ -19,7 +19,6 @@ constexpr wchar_t Device[] = L"\\\\.\\mailslot\\";
 
 struct Place {
     std::mutex guard;
-    std::string folder;  // with slashes; what names of this process begin paths with
     std::string suffix;  // "" for the machine's own names
 };
 
@@ -27,6 +26,8 @@ Place& ThePlace() {
     static Place* const place = new Place;  // outlives every other static object
     return *place;
 }
+
+constexpr std::size_t HashLength = 17;
 
 // FNV-1a
 std::string HashDigits(std::string_view text) {
@@ -39,73 +40,37 @@ std::string HashDigits(std::string_view text) {
     return digits;
 }
 
-std::string WithSlashes(std::string_view text) {
-    std::string result(text);
-    std::replace(result.begin(), result.end(), '\\', '/');
-    return result;
-}
-
-// The folder as the system itself writes it, so that all ways to write its
-// path give one text.  Of one that is missing the part that is there counts.
-std::string CanonicalFolder(const std::string& path) {
-    std::wstring wide = ToWide(path);
-    std::wstring rest;
-    while (!wide.empty()) {
-        const CHandle folder(CreateFileW(wide.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                         nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-        std::wstring found(32768, L'\0');
-        const DWORD size =
-            folder ? GetFinalPathNameByHandleW(folder.Get(), found.data(), static_cast<DWORD>(found.size()), 0) : 0;
-        if (size > 0 && size < found.size()) {
-            wide = found.substr(0, size);
-            break;
-        }
-        const std::size_t separator = wide.find_last_of(L"/\\");
-        if (separator == std::wstring::npos) break;
-        rest.insert(0, wide.substr(separator));
-        wide.resize(separator);
-    }
-    wide += rest;
-    CharLowerBuffW(wide.data(), static_cast<DWORD>(wide.size()));
-    return WithSlashes(FromWide(wide));
-}
-
 // Printable, and without what the system reserves.
 bool IsPlain(char c) {
     return c > ' ' && c < '\x7F' && c != '\\' && c != '/' && c != ':';
 }
 
 std::string PlainName(std::string_view name) {
-    Place& place = ThePlace();
-    const std::lock_guard lock(place.guard);
-    std::string text = WithSlashes(name);
-    // A path in the folder is the same for all whose folder it is, however they write it.
-    if (const std::size_t at = place.folder.empty() ? text.npos : text.find(place.folder); at != text.npos)
-        text.replace(at, place.folder.size(), "~/");
     std::string plain;
-    bool same = !text.empty() && text.size() <= LongestName && text == name;
-    for (const char c : text) {
+    bool same = !name.empty() && name.size() <= LongestName;
+    for (const char c : name) {
         same = same && IsPlain(c);
         plain += IsPlain(c) ? c : '_';
     }
     if (!same) {
-        plain.resize(std::min(plain.size(), LongestName - 17));
-        plain += '_' + HashDigits(text);
+        plain.resize(std::min(plain.size(), LongestName - HashLength));
+        plain += '_' + HashDigits(name);
     }
+    Place& place = ThePlace();
+    const std::lock_guard lock(place.guard);
     return plain + place.suffix;
 }
 
 }  // namespace
 
-void SetNamedObjectFolder(std::string_view locks, std::string_view) {
-    std::string folder = WithSlashes(locks);
-    while (folder.ends_with('/'))
-        folder.pop_back();
-    folder.resize(std::min(folder.size(), folder.find_last_of('/') + 1));
-    const std::string suffix = folder.empty() ? std::string() : '.' + HashDigits(CanonicalFolder(folder));
+void SetNamedObjectFolder(std::string_view locks, std::string_view, NamedObjectScope scope) {
+    std::string suffix;
+    if (scope == NamedObjectScope::Folder) {
+        const std::string folder(locks.substr(0, std::min(locks.size(), locks.find_last_of("\\/"))));
+        suffix = '.' + HashDigits(CanonicalFolder(folder));
+    }
     Place& place = ThePlace();
     const std::lock_guard lock(place.guard);
-    place.folder = folder;
     place.suffix = suffix;
 }
 

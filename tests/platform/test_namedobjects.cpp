@@ -15,8 +15,8 @@ namespace {
 
 class CNamedObjects : public testing::Test {
 protected:
-    CNamedObjects() { SetNamedObjectFolder(m_folder / "locks", m_folder / "slots"); }
-    ~CNamedObjects() override { SetNamedObjectFolder("", ""); }
+    CNamedObjects() { SetNamedObjectFolder(m_folder / "locks", m_folder / "slots", NamedObjectScope::Folder); }
+    ~CNamedObjects() override { SetNamedObjectFolder("", "", NamedObjectScope::Folder); }
 
     CTemporaryFolder m_folder;
 };
@@ -66,7 +66,7 @@ TEST_F(NamedMutex, IsOnePerNameAndRecursive) {
 TEST_F(NamedMutex, WithoutFolderItStillExcludesThreads) {
     Put(m_folder / "file", "");
     for (const std::string& folder : {std::string(), m_folder / "file"}) {
-        SetNamedObjectFolder(folder, "");
+        SetNamedObjectFolder(folder, "", NamedObjectScope::Folder);
         CNamedMutex mutex("m");
         EXPECT_FALSE(mutex.IsShared());
         mutex.Lock();
@@ -143,7 +143,7 @@ TEST_F(Mailslot, WorksInADeepFolder) {
     std::string deep = m_folder.GetPath();
     for (int level = 0; level < 8; ++level)
         deep += "/a folder with a rather long name";
-    SetNamedObjectFolder(deep + "/locks", deep + "/slots");
+    SetNamedObjectFolder(deep + "/locks", deep + "/slots", NamedObjectScope::Folder);
     CMailslot slot;
     ASSERT_TRUE(slot.Create(Slot));
     std::thread writer([] { EXPECT_TRUE(WriteToMailslot(Slot, "hello")); });

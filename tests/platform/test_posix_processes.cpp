@@ -73,8 +73,8 @@ private:
 
 class CProcesses : public testing::Test {
 protected:
-    CProcesses() { SetNamedObjectFolder(m_folder / "locks", m_folder / "slots"); }
-    ~CProcesses() override { SetNamedObjectFolder("", ""); }
+    CProcesses() { SetNamedObjectFolder(m_folder / "locks", m_folder / "slots", NamedObjectScope::Folder); }
+    ~CProcesses() override { SetNamedObjectFolder("", "", NamedObjectScope::Folder); }
 
     CTemporaryFolder m_folder;
 };
@@ -166,7 +166,7 @@ TEST_F(Processes, FilesAreForOwnerAndGroupOnly) {
     EXPECT_TRUE(file.Open(m_folder / "shared", FileMode::CreateNew));
     EXPECT_TRUE(file.Open(m_folder / "private", FileMode::CreateNew, FileAccess::Private));
     EXPECT_TRUE(MakeFolder(m_folder / "folder"));
-    SetNamedObjectFolder(m_folder / "l", m_folder / "s");
+    SetNamedObjectFolder(m_folder / "l", m_folder / "s", NamedObjectScope::Folder);
     const CNamedMutex mutex("m");
     CMailslot slot;
     EXPECT_TRUE(slot.Create("log"));
