@@ -26,9 +26,11 @@ bool InputIsTerminal() noexcept;
 // terminal only set a flag.  A second Ctrl-C ends the process.
 void CatchStopSignals();
 bool StopSignalled() noexcept;
+void SignalStop() noexcept;  // sets that flag: for a service manager's request
 
-// Creates nothing that others may read from here on, and writes output bytes as they are.
-void PrepareProcess();
+// To be called first.  Creates nothing that others may read from here on, and
+// writes output bytes as they are.  Arguments become UTF-8 where they are not.
+void PrepareProcess(int argumentCount = 0, char** arguments = nullptr);
 
 void ReturnFreeMemory() noexcept;  // to the system, where that does not happen by itself
 std::uint64_t ResidentMemory();    // bytes; 0 when the system does not tell

@@ -69,11 +69,15 @@ bool StopSignalled() noexcept {
     return g_stopSignalled.load(std::memory_order_relaxed);
 }
 
+void SignalStop() noexcept {
+    g_stopSignalled.store(true, std::memory_order_relaxed);
+}
+
 void ReturnFreeMemory() noexcept {
     malloc_trim(0);
 }
 
-void PrepareProcess() {
+void PrepareProcess(int, char**) {
     umask(0007);
     signal(SIGPIPE, SIG_IGN);
 }

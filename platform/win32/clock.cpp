@@ -33,27 +33,31 @@ std::int64_t ToSeconds(const SYSTEMTIME& time) {
            time.wMinute * 60 + time.wSecond;
 }
 
+// The zone with the rules of a year; those of now where the system keeps no
+// others.
+bool GetZone(int year, TIME_ZONE_INFORMATION& zone) {
+    return GetTimeZoneInformationForYear(static_cast<USHORT>(year), nullptr, &zone) ||
+           GetTimeZoneInformation(&zone) != TIME_ZONE_ID_INVALID;
+}
+
 }  // namespace
 
-// By the rules of the year of that instant, where the system knows them.
 int TimeZoneBias(std::int64_t secondsSince1970) {
     constexpr std::int64_t LongestOffset = 2 * SecondsPerDay;
     const std::int64_t utc = std::clamp(secondsSince1970, Earliest + LongestOffset, Latest - LongestOffset);
     const SYSTEMTIME universal = ToSystemTime(UtcTime(utc));
-    SYSTEMTIME local{};
-    if (SystemTimeToTzSpecificLocalTimeEx(nullptr, &universal, &local))
-        return static_cast<int>((utc - ToSeconds(local)) / 60);
     TIME_ZONE_INFORMATION zone{};
-    return GetTimeZoneInformation(&zone) == TIME_ZONE_ID_INVALID ? 0 : static_cast<int>(zone.Bias);
+    SYSTEMTIME local{};
+    if (!GetZone(universal.wYear, zone)) return 0;
+    if (!SystemTimeToTzSpecificLocalTime(&zone, &universal, &local)) return static_cast<int>(zone.Bias);
+    return static_cast<int>((utc - ToSeconds(local)) / 60);
 }
 
 std::tm LocalTime(std::int64_t secondsSince1970) {
     const int bias = TimeZoneBias(secondsSince1970);
     std::tm result = UtcTime(secondsSince1970 - bias * std::int64_t{60});
     TIME_ZONE_INFORMATION zone{};
-    const bool isKnown =
-        GetTimeZoneInformationForYear(static_cast<USHORT>(result.tm_year + 1900), nullptr, &zone) != FALSE;
-    result.tm_isdst = isKnown && bias != zone.Bias + zone.StandardBias ? 1 : 0;
+    result.tm_isdst = GetZone(result.tm_year + 1900, zone) && bias != zone.Bias + zone.StandardBias ? 1 : 0;
     return result;
 }
 

@@ -5,11 +5,14 @@
 #include <fcntl.h>
 #include <io.h>
 #include <psapi.h>
+#include <shellapi.h>
 
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/win32/handle.h"
 #include "platform/win32/stopevent.h"
@@ -59,6 +62,19 @@ void PrepareConsole() {
     if (!IsTerminal(STD_OUTPUT_HANDLE) && !IsTerminal(STD_ERROR_HANDLE)) return;
     g_codePageBefore = GetConsoleOutputCP();
     if (g_codePageBefore != CP_UTF8 && SetConsoleOutputCP(CP_UTF8)) std::atexit(RestoreConsole);
+}
+
+// The run-time library knows only those that the code page of the system can write.
+void TakeWideArguments(int count, char** arguments) {
+    int found = 0;
+    wchar_t** const wide = CommandLineToArgvW(GetCommandLineW(), &found);
+    if (!wide || found != count) return;
+    static std::vector<std::string> kept;
+    for (int i = 0; i < count; ++i)
+        kept.push_back(FromWide(wide[i]));
+    for (int i = 0; i < count; ++i)
+        arguments[i] = kept[static_cast<std::size_t>(i)].data();
+    LocalFree(wide);
 }
 
 }  // namespace
@@ -121,11 +137,16 @@ void ReturnFreeMemory() noexcept {
     HeapCompact(GetProcessHeap(), 0);
 }
 
-void PrepareProcess() {
+void SignalStop() noexcept {
+    g_stopSignalled.store(true, std::memory_order_relaxed);
+}
+
+void PrepareProcess(int argumentCount, char** arguments) {
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
     for (std::FILE* file : {stdin, stdout, stderr})
         _setmode(_fileno(file), _O_BINARY);
     PrepareConsole();
+    if (GetACP() != CP_UTF8) TakeWideArguments(argumentCount, arguments);
 }
 
 std::uint64_t ResidentMemory() {
