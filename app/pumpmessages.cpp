@@ -2,6 +2,8 @@
 
 #include <mutex>
 
+#include "app/heartbeat.h"
+
 namespace {
 
 std::mutex installedLock;
@@ -16,6 +18,7 @@ public:
 }  // namespace
 
 bool PumpMessages() {
+    Beat();
     std::function<bool()> pump;
     {
         const std::lock_guard guard(installedLock);

@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "app/heartbeat.h"
 #include "engine/eventlog.h"
 #include "engine/incoming/fetchedmessage.h"
 #include "engine/incoming/fetchmarks.h"
@@ -104,6 +105,7 @@ bool CMailFetch::CState::Fail(std::string reason) {
 }
 
 bool CMailFetch::CState::Connect() {
+    Beat();
     if (isCancelled) return Fail("Fetching was cancelled");
     SendDaemon::CSmtpSettings settings;
     settings.popHostName = options.host;
@@ -194,6 +196,7 @@ CServerMark CMailFetch::CState::TakeByContent(CCycleTransaction& transaction, co
 }
 
 bool CMailFetch::CState::FetchOne(CCycleTransaction& transaction, std::int64_t now) {
+    Beat();
     if (isCancelled) return Fail("Fetching was cancelled");
     if (!Session().IsOpen() && !Reconnect()) return false;
     if (next >= messages.size()) return true;
@@ -223,7 +226,10 @@ bool CMailFetch::CState::FailRetrieval(const CFetchedMessage& fetched) {
 bool CMailFetch::CState::FetchWhole(CCycleTransaction& transaction, std::int64_t now) {
     CFetchedMessage fetched(transaction, messages[next].uid, now);
     if (!fetched.Begin(GetInboxFolder(list))) return Fail(GetLastErrorText());
-    const auto take = [&](std::string_view block) { return fetched.Add(block, limit); };
+    const auto take = [&](std::string_view block) {
+        Beat();
+        return fetched.Add(block, limit);
+    };
     if (Session().Retrieve(messages[next].number, UINT64_MAX, take)) return Store(transaction, fetched, 0, now);
     if (fetched.IsTooLarge()) return Store(transaction, fetched, fetched.GetOctets(), now);
     return FailRetrieval(fetched);
@@ -232,7 +238,10 @@ bool CMailFetch::CState::FetchWhole(CCycleTransaction& transaction, std::int64_t
 bool CMailFetch::CState::FetchTooLarge(CCycleTransaction& transaction, std::int64_t now) {
     const Pop3Message message = messages[next];
     CFetchedMessage fetched(transaction, message.uid, now);
-    const auto take = [&](std::string_view block) { return fetched.AddHeader(block); };
+    const auto take = [&](std::string_view block) {
+        Beat();
+        return fetched.AddHeader(block);
+    };
     bool isFetched = hasTop && Session().RetrieveTop(message.number, 0, UINT64_MAX, take);
     const bool isRefused = hasTop && !isFetched && Session().GetFailure().kind == FailureKind::Reply;
     if (!hasTop || isRefused) {
@@ -283,6 +292,7 @@ bool CMailFetch::CState::Store(CCycleTransaction& transaction, CFetchedMessage& 
 bool CMailFetch::CState::DeleteMarked() {
     std::string value;
     for (std::size_t i = 0; i < next; ++i) {
+        Beat();
         if (isCancelled) return Fail("Fetching was cancelled");
         if (keys[i].empty() || !state.GetMark(MarkKind::ServerMessage, keys[i], value)) continue;
         if (CServerMark::Parse(value).state != MarkState::Delete) continue;
