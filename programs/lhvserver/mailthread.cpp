@@ -29,9 +29,14 @@ void CMailThread::Stop() {
 
 void CMailThread::Work(const std::stop_token& stop, Mode mode) {
     const CLogContext context("Mail");
-    CMailRounds rounds([stop] { return stop.stop_requested(); }, m_control);
+    m_heartbeat.BeOfThisThread();
+    const auto isToStop = [stop] {
+        Beat();
+        return stop.stop_requested();
+    };
+    CMailRounds rounds(isToStop, m_control);
     if (mode == Mode::Once) return rounds.RunOnce();
-    while (!stop.stop_requested()) {
+    while (!isToStop()) {
         rounds.Look();
         std::unique_lock lock(m_mutex);
         m_wake.wait_for(lock, stop, LookInterval, [] { return false; });

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <thread>
 
+#include "app/heartbeat.h"
 #include "engine/incoming/mailcycle.h"
 
 class CMailThread {
@@ -23,6 +24,7 @@ public:
     ~CMailThread();  // stops
 
     bool IsDone() const noexcept { return m_isDone; }
+    const CHeartbeat& GetHeartbeat() const noexcept { return m_heartbeat; }
     // Ends a conversation with a POP3 server where it stands, everything else
     // behind the message or the copy that is being dealt with; waits for that.
     void Stop();
@@ -30,6 +32,7 @@ public:
 private:
     void Work(const std::stop_token& stop, Mode mode);
 
+    CHeartbeat m_heartbeat;
     CCycleControl m_control;
     std::atomic<bool> m_isDone{false};
     std::mutex m_mutex;

@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <functional>
 #include <string>
 
 #include "app/datafolder.h"
@@ -13,9 +14,14 @@
 #include "engine/eventlog.h"
 #include "engine/loglistener.h"
 #include "platform/clock.h"
+#include "platform/filestatus.h"
 #include "platform/namedmutex.h"
 #include "platform/process.h"
+#include "platform/service.h"
 #include "programs/lhvserver/mailthread.h"
+#include "programs/lhvserver/servicecommands.h"
+#include "programs/lhvserver/servicelog.h"
+#include "programs/lhvserver/servicewatch.h"
 #include "senddaemon/sendloop.h"
 #include "utility/lasterror.h"
 #include "utility/lhvexception.h"
@@ -46,32 +52,103 @@ void ProcessMailOnce() {
     mail.Stop();
 }
 
-void Serve(bool once) {
+class CServer {
+public:
+    void ServeOnce();
+    void ServeUntilStopped();
+
+private:
+    void Begin();
+    SendDaemon::CSendLoopOptions MakeOptions(CDaemonHost& host) const;
+
+    Platform::CPresence m_presence;
+};
+
+void CServer::Begin() {
     CheckData();
     Platform::CatchStopSignals();
-    Platform::CPresence presence;
-    if (presence.Acquire(ServerMutexName) != Platform::CPresence::Result::Acquired)
+    if (m_presence.Acquire(ServerMutexName) != Platform::CPresence::Result::Acquired)
         throw CLhvException("The server is running already on this data folder.");
-    // The front end, if there is one, shows the lines as well.
-    SetLogView([](const std::string& line) { WriteLogLineToMailslot(line); });
-    CDaemonHost host;
-    if (!host.Start()) throw CLhvException("Nothing can be sent: " + DescribeLastError());
-    Log(LogInfo, "The server has started.");
+}
+
+SendDaemon::CSendLoopOptions CServer::MakeOptions(CDaemonHost& host) const {
     SendDaemon::CSendLoopOptions options;
     options.stopRequested = [] { return Platform::StopSignalled(); };
-    options.housekeeping = [&] {
+    options.housekeeping = [&host] {
         host.FollowCatalogue();
         KeepLogWithinLimit();
     };
-    if (once) {
-        ProcessMailOnce();
-        RunOnce(host.GetDaemon(), options);
-    } else {
-        CMailThread mail(CMailThread::Mode::UntilStopped);
-        RunUntilStopped(host.GetDaemon(), options);
-        mail.Stop();
-    }
+    return options;
+}
+
+void CServer::ServeOnce() {
+    Begin();
+    CDaemonHost host;
+    if (!host.Start()) throw CLhvException("Nothing can be sent: " + DescribeLastError());
+    Log(LogInfo, "The server has started.");
+    ProcessMailOnce();
+    RunOnce(host.GetDaemon(), MakeOptions(host));
     Log(LogInfo, "The server has ended.");
+}
+
+// Mail is processed also while another program sends, and the service counts as
+// ready: who starts it must not wait for that.
+void CServer::ServeUntilStopped() {
+    Begin();
+    Log(LogInfo, "The server has started.");
+    CMailThread mail(CMailThread::Mode::UntilStopped);
+    CServiceWatch watch(mail.GetHeartbeat());
+    const auto stop = [&watch] {
+        watch.Look();
+        return Platform::StopSignalled();
+    };
+    Platform::NotifyServiceReady();
+    CDaemonHost host;
+    if (!host.StartWhenFree(stop) && !stop()) throw CLhvException("Nothing can be sent: " + DescribeLastError());
+    SendDaemon::CSendLoopOptions options = MakeOptions(host);
+    options.stopRequested = stop;
+    if (!stop()) RunUntilStopped(host.GetDaemon(), options);
+    Platform::NotifyServiceStopping();
+    mail.Stop();
+    Log(LogInfo, "The server has ended.");
+}
+
+// The front end, if there is one, shows the lines as well.
+void ShowLog(CServiceLog* serviceLog) {
+    SetLogView([serviceLog](const std::string& line) {
+        WriteLogLineToMailslot(line);
+        if (serviceLog == nullptr) return;
+        const std::string text = serviceLog->Filter(line, Platform::SecondsSince1970());
+        if (!text.empty()) Platform::ReportToSystemLog(text);
+    });
+}
+
+// Nobody sees what a service prints, so why it ends goes into both logs.
+int ServeAsService() {
+    static CServiceLog serviceLog;
+    return Platform::RunAsService(ServiceName, [] {
+        try {
+            ShowLog(&serviceLog);
+            CServer().ServeUntilStopped();
+            return 0;
+        } catch (const std::exception& exception) {
+            const std::string reason = OneLine(exception.what());
+            ShowLog(nullptr);
+            Log(LogFatal, "The server ends: %s", reason.c_str());
+            Platform::ReportToSystemLog("The server ends: " + reason);
+            return Failed;
+        }
+    });
+}
+
+int Serve(bool once, bool asService) {
+    if (asService) return ServeAsService();
+    ShowLog(nullptr);
+    if (once)
+        CServer().ServeOnce();
+    else
+        CServer().ServeUntilStopped();
+    return 0;
 }
 
 int Run(int argc, char** argv) {
@@ -85,9 +162,14 @@ int Run(int argc, char** argv) {
         ->type_name("DIR")
         ->trigger_on_parse();
     bool once = false;
+    bool asService = false;
+    std::function<int()> chosen;
     CLI::App* run = app.add_subcommand("run", "Serve in the foreground until Ctrl-C or the request to end");
     run->add_flag("--once", once,
                   "One mail-processing cycle of every list, digests, broadcasts, one pass of sending, and end");
+    run->add_flag("--service", asService, "As the service manager starts it")->group("")->excludes("--once");
+    run->callback([&] { chosen = [&] { return Serve(once, asService); }; });
+    AddServiceCommands(app, chosen);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& help) {
@@ -97,14 +179,13 @@ int Run(int argc, char** argv) {
     } catch (const CLI::ParseError& fault) {
         return Complain(fault.what(), WrongUsage);
     }
-    Serve(once);
-    return 0;
+    return chosen();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    Platform::PrepareProcess();
+    Platform::PrepareProcess(argc, argv);
     try {
         return Run(argc, argv);
     } catch (const std::exception& exception) {
