@@ -141,6 +141,10 @@ bool Replace(const std::string& path, std::string_view content, bool isThere) {
 template <class F>
 bool Change(std::string_view givenPath, F change) {
     const std::string path = NameForLibraries(givenPath);
+    if (path.empty()) {
+        SetLastSystemError(InvalidArgumentError());
+        return false;
+    }
     CNamedMutex mutex("Vantorel.Listhaven.3.Profile" + path);
     mutex.Lock();
     struct Unlocker {

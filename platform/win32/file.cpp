@@ -23,6 +23,9 @@ constexpr std::size_t MostAtOnce = 1U << 30;
 
 std::atomic<bool> g_flushEnabled{true};
 
+// In place of an offset: the end of the file, wherever it is by then.
+constexpr std::uint64_t AtEnd = ~std::uint64_t{0};
+
 // Reads and writes at an offset move the system's file pointer too, so the
 // place of the next Write() is kept here.
 struct OpenFile {
@@ -36,15 +39,8 @@ OpenFile* Opened(std::intptr_t handle) {
 }
 
 DWORD AccessOf(FileMode mode) {
-    switch (mode) {
-        case FileMode::Read:
-            return GENERIC_READ;
-        case FileMode::Append:
-            // Without the right to write anywhere else, the system puts every write at the end.
-            return FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE;
-        default:
-            return GENERIC_READ | GENERIC_WRITE;
-    }
+    if (mode == FileMode::Read) return GENERIC_READ;
+    return mode == FileMode::Append ? GENERIC_WRITE | FILE_READ_ATTRIBUTES : GENERIC_READ | GENERIC_WRITE;
 }
 
 DWORD DispositionOf(FileMode mode) {
@@ -116,7 +112,7 @@ bool MoveAll(std::size_t size, std::size_t& done, F step) {
 bool WriteAll(HANDLE handle, std::uint64_t offset, const char* from, std::size_t size) {
     std::size_t done;
     return MoveAll(size, done, [&](std::size_t at, DWORD part, DWORD* moved) {
-        OVERLAPPED place = At(offset + at);
+        OVERLAPPED place = At(offset == AtEnd ? AtEnd : offset + at);
         return WriteFile(handle, from + at, part, moved, &place);
     });
 }
@@ -202,13 +198,7 @@ bool CFile::Write(std::string_view bytes) {
     if (HitsFault(Operation::Write)) return false;
     if (!IsOpen()) return NotOpen();
     OpenFile& file = *Opened(m_handle);
-    if (file.appends) {
-        std::size_t done;
-        return MoveAll(bytes.size(), done, [&](std::size_t at, DWORD part, DWORD* moved) {
-            return WriteFile(file.handle, bytes.data() + at, part, moved, nullptr);
-        });
-    }
-    if (!WriteAll(file.handle, file.next, bytes.data(), bytes.size())) return false;
+    if (!WriteAll(file.handle, file.appends ? AtEnd : file.next, bytes.data(), bytes.size())) return false;
     file.next += bytes.size();
     return true;
 }

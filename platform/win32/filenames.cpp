@@ -113,21 +113,28 @@ std::wstring NameAside(const std::wstring& path) {
     return path.substr(0, path.rfind(L'\\') + 1) + L"~" + std::to_wstring(RandomNumber()) + L".tmp";
 }
 
-// Alone when nobody else has it open; else moved aside, so that the name is free.
+// Moved aside, so that the name is free although somebody has it open.
+bool RemoveAside(const std::wstring& path) {
+    const CHandle file(OpenName(path, DELETE | SYNCHRONIZE, ShareAll));
+    if (!file) return false;
+    const bool isMoved = RenameHandle(file.Get(), NameAside(path), FileRenameInfo, 0);
+    if (MarkRemoved(file.Get())) return true;
+    const DWORD code = GetLastError();
+    if (isMoved) RenameHandle(file.Get(), path, FileRenameInfo, 0);
+    SetLastError(code);
+    return false;
+}
+
 bool RemovePlainly(const std::wstring& path) {
     CWritable writable(path);
-    CHandle file(OpenName(path, DELETE | SYNCHRONIZE, 0));
-    if (!file) {
-        if (GetLastError() != ERROR_SHARING_VIOLATION) return false;
-        CHandle shared(OpenName(path, DELETE | SYNCHRONIZE, ShareAll));
-        if (!shared) return false;
-        RenameHandle(shared.Get(), NameAside(path), FileRenameInfo, 0);
-        if (!MarkRemoved(shared.Get())) return false;
-    } else if (!MarkRemoved(file.Get())) {
-        return false;
+    bool isRemoved = false;
+    {
+        const CHandle file(OpenName(path, DELETE | SYNCHRONIZE, 0));  // alone
+        isRemoved = file && MarkRemoved(file.Get());
+        if (!file && GetLastError() == ERROR_SHARING_VIOLATION) isRemoved = RemoveAside(path);
     }
-    writable.IsGone();
-    return true;
+    if (isRemoved) writable.IsGone();
+    return isRemoved;
 }
 
 bool RemoveByHandle(const std::wstring& path) {
@@ -180,13 +187,14 @@ bool MakeRoom(const std::wstring& from, const std::wstring& to) {
 // step() is repeated while others keep "a" or "b" open.
 template <class F>
 bool Patiently(const std::wstring& a, const std::wstring& b, F step) {
+    int doubts = 3;  // who had it open may have closed it before it was looked at
     for (CPatience patience(NamePatience);;) {
         if (step()) return true;
         const DWORD code = GetLastError();
         // A folder cannot be moved while something in it is open, and does not say so.
-        const bool mayPass =
-            code == ERROR_SHARING_VIOLATION ||
-            (code == ERROR_ACCESS_DENIED && (IsRealFolder(AttributesOf(a)) || IsInUse(a) || IsInUse(b)));
+        const bool mayPass = code == ERROR_SHARING_VIOLATION ||
+                             (code == ERROR_ACCESS_DENIED &&
+                              (IsRealFolder(AttributesOf(a)) || IsInUse(a) || IsInUse(b) || doubts-- > 0));
         SetLastError(code);
         if (!mayPass || !patience.IsLeft()) return false;
     }

@@ -158,6 +158,11 @@ TEST(File, ReadsAndWritesAtOffsets) {
     ASSERT_TRUE(file.SetSize(2));
     ASSERT_TRUE(file.SetSize(4));
     EXPECT_EQ(Get(folder / "data"), std::string("be\0\0", 4));
+
+    CFile first, second;
+    ASSERT_TRUE(first.Open(folder / "data", FileMode::Append) && second.Open(folder / "data", FileMode::Append));
+    EXPECT_TRUE(first.SetSize(0) && first.Write("one") && second.Write("two") && first.Write("three"));
+    EXPECT_EQ(Get(folder / "data"), "onetwothree");
 }
 
 TEST(File, RenameNewNeverReplaces) {
