@@ -49,12 +49,13 @@ public:
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
+    // What it prints goes into the files stdout and stderr, with the prefix.
     bool Start(Platform::CChildProcess& child, const std::vector<std::string>& arguments,
-               const std::string& program = LISTHAVEN_PROGRAM) const {
+               const std::string& program = LISTHAVEN_PROGRAM, const std::string& prefix = {}) const {
         Platform::ChildOptions options;
         options.environment = {"LISTHAVEN_DATA_FOLDER=" + DataFolder()};
-        options.outputFile = Path("stdout");
-        options.errorFile = Path("stderr");
+        options.outputFile = Path(prefix + "stdout");
+        options.errorFile = Path(prefix + "stderr");
         std::filesystem::remove(options.outputFile);
         std::filesystem::remove(options.errorFile);
         return child.Start(program, arguments, options);
