@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/win32/commandline.h"
 #include "platform/win32/handle.h"
 #include "platform/win32/stopevent.h"
 #include "platform/win32/systempath.h"
@@ -26,8 +27,7 @@ int ToStatus(DWORD code) {
     return code >= FirstFault && code < 0xD0000000 ? Crashed : static_cast<int>(code);
 }
 
-// So that the program's own run-time library takes it apart again: backslashes
-// count double before a quote only.
+// Backslashes count double before a quote only.
 std::wstring Quote(const std::wstring& argument) {
     if (!argument.empty() && argument.find_first_of(L" \t\n\v\"*?") == std::wstring::npos) return argument;
     std::wstring quoted = L"\"";
@@ -38,13 +38,6 @@ std::wstring Quote(const std::wstring& argument) {
         quoted += c;
     }
     return quoted.append(backslashes, L'\\') + L'"';
-}
-
-std::wstring CommandLine(const std::wstring& program, const std::vector<std::string>& arguments) {
-    std::wstring line = L'"' + program + L'"';
-    for (const std::string& argument : arguments)
-        line += L' ' + Quote(ToWide(argument));
-    return line;
 }
 
 std::wstring NameOf(const std::wstring& variable) {
@@ -153,6 +146,13 @@ CHandle MakeJob() {
 }
 
 }  // namespace
+
+std::wstring CommandLine(const std::wstring& program, const std::vector<std::string>& arguments) {
+    std::wstring line = L'"' + program + L'"';
+    for (const std::string& argument : arguments)
+        line += L' ' + Quote(ToWide(argument));
+    return line;
+}
 
 struct CChildProcess::CState {
     CHandle process;
