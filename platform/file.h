@@ -43,8 +43,8 @@ enum class FileMode {
 // Who besides the owner may use a newly created file (ignored where the system
 // has no such permissions; never widens what an existing file has).
 enum class FileAccess {
-    Group,    // owner and group read and write: 0660
-    Private,  // owner only: 0600, for secrets
+    Group,    // owner and group read and write: 0660; on Windows as its folder says
+    Private,  // owner only: 0600, for secrets; on Windows administrators and the system too
 };
 
 class CFile {
@@ -90,7 +90,11 @@ bool RenameNew(std::string_view from, std::string_view to);
 bool LinkFile(std::string_view from, std::string_view to);
 
 bool RemoveFile(std::string_view path);
-bool MakeFolder(std::string_view path);         // one level, 0770; fails with IsAlreadyThere()
+
+// One level, 0770; fails with IsAlreadyThere().  On Windows as the folder around
+// it says, but in the one for all users' data for its owner, administrators and
+// the system.
+bool MakeFolder(std::string_view path);
 bool RemoveEmptyFolder(std::string_view path);  // fails with IsNotEmpty()
 bool ChangeToFolder(std::string_view path);     // of the process
 std::string WorkingFolder();

@@ -6,6 +6,7 @@
 #include <sddl.h>
 
 #include <array>
+#include <cstring>
 #include <string>
 
 #include "platform/win32/filesecurity.h"
@@ -36,10 +37,13 @@ std::wstring CurrentUser() {
     return user;
 }
 
-SECURITY_DESCRIPTOR* MakeOwnerOnlyDescriptor() {
+// "flags" say what inherits the entries, in the system's language for them.
+SECURITY_DESCRIPTOR* MakeOwnerOnlyDescriptor(const std::wstring& flags) {
     const std::wstring user = CurrentUser();
     if (user.empty()) return nullptr;
-    const std::wstring text = L"D:P(A;;FA;;;" + user + L")(A;;FA;;;BA)(A;;FA;;;SY)";
+    std::wstring text = L"D:P";
+    for (const std::wstring& who : {user, std::wstring(L"BA"), std::wstring(L"SY")})
+        text += L"(A;" + flags + L";FA;;;" + who + L")";
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), SDDL_REVISION_1, &descriptor, nullptr))
         return nullptr;
@@ -51,22 +55,44 @@ bool IsWithoutLists(DWORD code) {
     return code == ERROR_NOT_SUPPORTED || code == ERROR_INVALID_FUNCTION || code == ERROR_CALL_NOT_IMPLEMENTED;
 }
 
-// What the old file inherited, the new one inherits again.
-DWORD CopyAccessList(HANDLE from, HANDLE to) {
-    PACL list = nullptr;
+struct AccessList {
     PSECURITY_DESCRIPTOR descriptor = nullptr;
-    const DWORD code =
-        GetSecurityInfo(from, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &list, nullptr, &descriptor);
-    if (code != ERROR_SUCCESS) return code;
+    PACL list = nullptr;  // in it
     SECURITY_DESCRIPTOR_CONTROL control = 0;
-    DWORD revision = 0;
-    GetSecurityDescriptorControl(descriptor, &control, &revision);
-    const SECURITY_INFORMATION kind = (control & SE_DACL_PROTECTED) != 0 ? PROTECTED_DACL_SECURITY_INFORMATION
-                                                                         : UNPROTECTED_DACL_SECURITY_INFORMATION;
-    const DWORD result =
-        SetSecurityInfo(to, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION | kind, nullptr, nullptr, list, nullptr);
-    LocalFree(descriptor);
-    return result;
+
+    AccessList() = default;
+    AccessList(const AccessList&) = delete;
+    AccessList& operator=(const AccessList&) = delete;
+    ~AccessList() { LocalFree(descriptor); }
+
+    DWORD Read(HANDLE file) {
+        const DWORD code = GetSecurityInfo(file, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &list,
+                                           nullptr, &descriptor);
+        DWORD revision = 0;
+        if (code == ERROR_SUCCESS) GetSecurityDescriptorControl(descriptor, &control, &revision);
+        return code;
+    }
+    bool IsProtected() const { return (control & SE_DACL_PROTECTED) != 0; }
+    bool operator==(const AccessList& other) const {
+        if (IsProtected() != other.IsProtected()) return false;
+        if (!list || !other.list) return list == other.list;
+        return list->AclSize == other.list->AclSize && std::memcmp(list, other.list, list->AclSize) == 0;
+    }
+};
+
+// As it stands, with what it has inherited: both are in one folder.  The call
+// that inherits anew would widen the list where the system keeps no mark that
+// nothing is to be inherited.
+DWORD CopyAccessList(HANDLE from, HANDLE to) {
+    AccessList old, present;
+    if (const DWORD code = old.Read(from); code != ERROR_SUCCESS) return code;
+    if (present.Read(to) == ERROR_SUCCESS && old == present) return ERROR_SUCCESS;
+    if ((old.control & SE_DACL_AUTO_INHERITED) != 0)
+        SetSecurityDescriptorControl(old.descriptor, SE_DACL_AUTO_INHERIT_REQ, SE_DACL_AUTO_INHERIT_REQ);
+    const SECURITY_INFORMATION kind =
+        old.IsProtected() ? PROTECTED_DACL_SECURITY_INFORMATION : UNPROTECTED_DACL_SECURITY_INFORMATION;
+    return SetKernelObjectSecurity(to, DACL_SECURITY_INFORMATION | kind, old.descriptor) ? ERROR_SUCCESS
+                                                                                         : GetLastError();
 }
 
 bool CopyReadOnly(HANDLE from, HANDLE to) {
@@ -85,7 +111,12 @@ bool CopyReadOnly(HANDLE from, HANDLE to) {
 }  // namespace
 
 SECURITY_DESCRIPTOR* OwnerOnlyDescriptor() noexcept {
-    static SECURITY_DESCRIPTOR* const descriptor = MakeOwnerOnlyDescriptor();
+    static SECURITY_DESCRIPTOR* const descriptor = MakeOwnerOnlyDescriptor(L"");
+    return descriptor;
+}
+
+SECURITY_DESCRIPTOR* OwnerOnlyFolderDescriptor() noexcept {
+    static SECURITY_DESCRIPTOR* const descriptor = MakeOwnerOnlyDescriptor(L"OICI");
     return descriptor;
 }
 

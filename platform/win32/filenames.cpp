@@ -15,7 +15,9 @@
 #include "platform/faultplan.h"
 #include "platform/file.h"
 #include "platform/guid.h"
+#include "platform/knownfolders.h"
 #include "platform/win32/errornumbers.h"
+#include "platform/win32/filesecurity.h"
 #include "platform/win32/handle.h"
 #include "platform/win32/patience.h"
 #include "platform/win32/systempath.h"
@@ -200,6 +202,12 @@ bool Patiently(const std::wstring& a, const std::wstring& b, F step) {
     }
 }
 
+// What is made there may be read by every user of the machine, if nothing else is said.
+bool IsForAllUsers(const std::wstring& folder) {
+    static const std::wstring common = SystemPath(CommonApplicationDataFolder());
+    return !common.empty() && CompareStringOrdinal(folder.c_str(), -1, common.c_str(), -1, TRUE) == CSTR_EQUAL;
+}
+
 bool FailAsNotFound() {
     SetLastError(ERROR_PATH_NOT_FOUND);
     return false;
@@ -245,7 +253,10 @@ bool RemoveFile(std::string_view path) {
 
 bool MakeFolder(std::string_view path) {
     if (HitsFault(Operation::MakeFolder)) return false;
-    return CreateDirectoryW(SystemPath(path).c_str(), nullptr) != 0;
+    const std::wstring name = SystemPath(path);
+    SECURITY_ATTRIBUTES security = {sizeof(security), nullptr, FALSE};
+    if (IsForAllUsers(name.substr(0, name.rfind(L'\\')))) security.lpSecurityDescriptor = OwnerOnlyFolderDescriptor();
+    return CreateDirectoryW(name.c_str(), &security) != 0;
 }
 
 bool RemoveEmptyFolder(std::string_view path) {
