@@ -369,10 +369,24 @@ void CMemberFiles::DropIndex() noexcept {
     m_index.Close();
 }
 
+// Where a file that another program has mapped cannot be removed.
+bool CMemberFiles::EmptyIndex() noexcept {
+    try {
+        CSSIndex index;
+        index.Open(m_indexPath, CSSIndex::Access::ReadWrite);
+        IndexChange change;
+        change.clear = true;
+        index.Apply(change);
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
 void CMemberFiles::RemoveIndex() noexcept {
     m_index.Close();
-    Platform::RemoveFile(m_indexPath);
-    Platform::RemoveFile(m_unsyncedPath);
+    const bool isGone = Platform::RemoveFile(m_indexPath) || Platform::IsNotFound(Platform::LastSystemError());
+    if (isGone || EmptyIndex()) Platform::RemoveFile(m_unsyncedPath);
     m_unsynced.Release();
     m_isUnsynced = false;
 }

@@ -64,6 +64,7 @@ public:
     void RebuildIndex();
     bool HasLostRecords();        // the index knows of more than there are
     void DropIndex() noexcept;    // closes it; it is looked at anew when it is next needed
+    bool EmptyIndex() noexcept;
     void RemoveIndex() noexcept;  // with its file
 
     void Pack();

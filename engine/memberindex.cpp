@@ -135,6 +135,7 @@ struct CSSIndex::CFileState {
 
     void OpenEnvironment();
     void MakeRoom();
+    std::uint64_t GetLength() const;
     void OpenTables();
     std::uint64_t SizeItSays() const;
     bool IsLongEnough(std::uint64_t size) const;
@@ -149,7 +150,7 @@ struct CSSIndex::CTransaction {
     CTransaction(CFileState& file, unsigned flags) {
         int code = mdb_txn_begin(file.environment, nullptr, flags, &handle);
         if (code == MDB_MAP_RESIZED) {  // another process has made it grow
-            Check(file.path, mdb_env_set_mapsize(file.environment, 0));
+            Check(file.path, mdb_env_set_mapsize(file.environment, file.GetLength()));
             code = mdb_txn_begin(file.environment, nullptr, flags, &handle);
         }
         Check(file.path, code);
@@ -173,7 +174,7 @@ void CSSIndex::CFileState::OpenEnvironment() {
     Check(path, mdb_env_create(&environment));
     Check(path, mdb_env_set_maxdbs(environment, 2));
     Platform::FileStatus status;
-    const std::uint64_t size = Platform::GetFileStatus(path, status) ? status.size : 0;
+    const std::uint64_t size = GetLength();
     const bool isNew = size == 0;
     const bool reads = access == Access::ReadOnly;
     // Where a map cannot be longer than the file, opening gives the file the length of the map.
@@ -190,11 +191,17 @@ void CSSIndex::CFileState::OpenEnvironment() {
     if (!reads) MakeRoom();
 }
 
+// Less than another program has mapped must not be asked for: it would cut the file.
+std::uint64_t CSSIndex::CFileState::GetLength() const {
+    Platform::FileStatus status;
+    return Platform::GetFileStatus(path, status) ? status.size : 0;
+}
+
 // Only what is used counts: the length of the file may be that of an earlier map.
 void CSSIndex::CFileState::MakeRoom() {
     MDB_envinfo info{};
     Check(path, mdb_env_info(environment, &info));
-    std::size_t mapSize = info.me_mapsize;
+    std::uint64_t mapSize = info.me_mapsize;
     while (mapSize < SizeItSays() + SizeItSays() / 4)
         mapSize *= 2;
     if (mapSize > info.me_mapsize) Check(path, mdb_env_set_mapsize(environment, mapSize));
@@ -236,7 +243,7 @@ void CSSIndex::CFileState::KeepLongEnough() {
 void CSSIndex::CFileState::Grow() {
     MDB_envinfo info{};
     Check(path, mdb_env_info(environment, &info));
-    Check(path, mdb_env_set_mapsize(environment, info.me_mapsize * 2));
+    Check(path, mdb_env_set_mapsize(environment, std::max(std::uint64_t{info.me_mapsize} * 2, GetLength())));
 }
 
 int CSSIndex::CFileState::TryApply(const IndexChange& change) {
