@@ -47,18 +47,17 @@ bool IsUnknownRequest(DWORD code) {
            code == ERROR_INVALID_LEVEL || code == ERROR_CALL_NOT_IMPLEMENTED;
 }
 
+// Learnt from the first refusal.
 std::atomic<bool> g_knowsPosixNames{true};
 
-// False with IsUnknownRequest() where there are no POSIX semantics.
-template <class F>
-bool AsPosix(F request) {
-    if (!g_knowsPosixNames.load(std::memory_order_relaxed)) {
-        SetLastError(ERROR_NOT_SUPPORTED);
-        return false;
-    }
-    if (request()) return true;
-    if (IsUnknownRequest(GetLastError())) g_knowsPosixNames.store(false, std::memory_order_relaxed);
-    return false;
+bool KnowsPosixNames() {
+    return g_knowsPosixNames.load(std::memory_order_relaxed);
+}
+
+bool IsRefusal(DWORD code) {
+    if (!IsUnknownRequest(code)) return false;
+    g_knowsPosixNames.store(false, std::memory_order_relaxed);
+    return true;
 }
 
 bool RenameHandle(HANDLE handle, const std::wstring& to, FILE_INFO_BY_HANDLE_CLASS how, DWORD flags) {
@@ -139,23 +138,21 @@ bool RemovePlainly(const std::wstring& path) {
     return isRemoved;
 }
 
-bool RemoveByHandle(const std::wstring& path) {
-    {
+bool RemoveOnce(const std::wstring& path) {
+    if (KnowsPosixNames()) {
         const CHandle file(OpenName(path, DELETE | SYNCHRONIZE, ShareAll));
         if (!file) return false;
-        const bool isRemoved = AsPosix([&] {
-            DWORD flags = RemoveFlags;
-            return SetFileInformationByHandle(file.Get(), DispositionClass, &flags, sizeof(flags)) != 0;
-        });
-        if (isRemoved) return true;
-        if (!IsUnknownRequest(GetLastError())) return false;
+        DWORD flags = RemoveFlags;
+        if (SetFileInformationByHandle(file.Get(), DispositionClass, &flags, sizeof(flags))) return true;
+        if (!IsRefusal(GetLastError())) return false;
     }
     return RemovePlainly(path);
 }
 
-bool IsInUse(const std::wstring& path) {
-    const CHandle file(OpenName(path, DELETE | SYNCHRONIZE, 0));
-    return !file && GetLastError() == ERROR_SHARING_VIOLATION;
+// As far as rights go.
+bool MayRemove(const std::wstring& path) {
+    const CHandle file(OpenName(path, DELETE | SYNCHRONIZE, ShareAll));
+    return file || GetLastError() == ERROR_SHARING_VIOLATION;
 }
 
 bool ReplacePlainly(const std::wstring& from, const std::wstring& to) {
@@ -167,11 +164,11 @@ bool ReplacePlainly(const std::wstring& from, const std::wstring& to) {
 }
 
 bool ReplaceOnce(const std::wstring& from, const std::wstring& to) {
-    {
+    if (KnowsPosixNames()) {
         const CHandle file(OpenName(from, DELETE | SYNCHRONIZE, ShareAll));
         if (!file) return false;
-        if (AsPosix([&] { return RenameHandle(file.Get(), to, RenameClass, ReplaceFlags); })) return true;
-        if (!IsUnknownRequest(GetLastError())) return false;
+        if (RenameHandle(file.Get(), to, RenameClass, ReplaceFlags)) return true;
+        if (!IsRefusal(GetLastError())) return false;
     }
     return ReplacePlainly(from, to);
 }
@@ -186,17 +183,21 @@ bool MakeRoom(const std::wstring& from, const std::wstring& to) {
     return CompareStringOrdinal(from.c_str(), -1, to.c_str(), -1, TRUE) == CSTR_EQUAL || RemoveDirectoryW(to.c_str());
 }
 
+// A file that is open is refused with the same code as one that this user has
+// no right to.  Nor can a folder be moved while something in it is open.
+bool MayPass(DWORD code, const std::wstring& a, const std::wstring& b, int& doubts) {
+    if (code != ERROR_ACCESS_DENIED) return code == ERROR_SHARING_VIOLATION;
+    return IsRealFolder(AttributesOf(a)) || (MayRemove(a) && MayRemove(b)) || doubts-- > 0;
+}
+
 // step() is repeated while others keep "a" or "b" open.
 template <class F>
 bool Patiently(const std::wstring& a, const std::wstring& b, F step) {
-    int doubts = 3;  // who had it open may have closed it before it was looked at
+    int doubts = 3;
     for (CPatience patience(NamePatience);;) {
         if (step()) return true;
         const DWORD code = GetLastError();
-        // A folder cannot be moved while something in it is open, and does not say so.
-        const bool mayPass = code == ERROR_SHARING_VIOLATION ||
-                             (code == ERROR_ACCESS_DENIED &&
-                              (IsRealFolder(AttributesOf(a)) || IsInUse(a) || IsInUse(b) || doubts-- > 0));
+        const bool mayPass = MayPass(code, a, b, doubts);
         SetLastError(code);
         if (!mayPass || !patience.IsLeft()) return false;
     }
@@ -248,7 +249,7 @@ bool RemoveFile(std::string_view path) {
         SetLastError(IsFolderCode);
         return false;
     }
-    return Patiently(name, name, [&] { return RemoveByHandle(name); });
+    return Patiently(name, name, [&] { return RemoveOnce(name); });
 }
 
 bool MakeFolder(std::string_view path) {

@@ -1,6 +1,8 @@
 #include "platform/filestatus.h"
 
 #include <windows.h>
+// after windows.h
+#include <winternl.h>
 
 #include "platform/win32/handle.h"
 #include "platform/win32/systempath.h"
@@ -14,9 +16,8 @@ constexpr std::int64_t TicksPerSecond = 10'000'000;
 constexpr std::int64_t TicksTo1970 = 11'644'473'600 * TicksPerSecond;  // since 1601
 constexpr DWORD ShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-std::int64_t TicksSince1970(const FILETIME& time) {
-    return static_cast<std::int64_t>(static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime) -
-           TicksTo1970;
+std::int64_t ToNanoseconds(std::int64_t ticks) {
+    return (ticks - TicksTo1970) * NanosecondsPerTick;
 }
 
 FILETIME ToFileTime(std::int64_t nanoseconds) {
@@ -30,17 +31,25 @@ HANDLE OpenExisting(const std::wstring& path, DWORD access) {
     return CreateFileW(path.c_str(), access, ShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
 }
 
-// Follows links.
-bool Ask(const std::wstring& path, BY_HANDLE_FILE_INFORMATION& information) {
+// Follows links.  Everything at once, and without what the documented call asks
+// of the volume besides.
+bool Ask(const std::wstring& path, FILE_ALL_INFORMATION& information) {
     const CHandle file(OpenExisting(path, FILE_READ_ATTRIBUTES));
-    return file && GetFileInformationByHandle(file.Get(), &information);
+    if (!file) return false;
+    constexpr NTSTATUS NameIsLonger = static_cast<NTSTATUS>(0x80000005);
+    IO_STATUS_BLOCK status;
+    const NTSTATUS result =
+        NtQueryInformationFile(file.Get(), &status, &information, sizeof(information), FileAllInformation);
+    if (result >= 0 || result == NameIsLonger) return true;
+    SetLastError(RtlNtStatusToDosError(result));
+    return false;
 }
 
 DWORD Attributes(const std::wstring& path) {
     const DWORD attributes = GetFileAttributesW(path.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return attributes;
-    BY_HANDLE_FILE_INFORMATION information;
-    return Ask(path, information) ? information.dwFileAttributes : INVALID_FILE_ATTRIBUTES;
+    FILE_ALL_INFORMATION information;
+    return Ask(path, information) ? information.BasicInformation.FileAttributes : INVALID_FILE_ATTRIBUTES;
 }
 
 bool IsFolder(DWORD attributes) {
@@ -50,13 +59,13 @@ bool IsFolder(DWORD attributes) {
 }  // namespace
 
 bool GetFileStatus(std::string_view path, FileStatus& status) {
-    BY_HANDLE_FILE_INFORMATION raw;
+    FILE_ALL_INFORMATION raw;
     if (!Ask(SystemPath(path), raw)) return false;
-    status.isFolder = IsFolder(raw.dwFileAttributes);
-    status.size = static_cast<std::uint64_t>(raw.nFileSizeHigh) << 32 | raw.nFileSizeLow;
-    status.identity = static_cast<std::uint64_t>(raw.nFileIndexHigh) << 32 | raw.nFileIndexLow;
-    status.times.modified = TicksSince1970(raw.ftLastWriteTime) * NanosecondsPerTick;
-    status.times.created = TicksSince1970(raw.ftCreationTime) * NanosecondsPerTick;
+    status.isFolder = IsFolder(raw.BasicInformation.FileAttributes);
+    status.size = status.isFolder ? 0 : static_cast<std::uint64_t>(raw.StandardInformation.EndOfFile.QuadPart);
+    status.identity = static_cast<std::uint64_t>(raw.InternalInformation.IndexNumber.QuadPart);
+    status.times.modified = ToNanoseconds(raw.BasicInformation.LastWriteTime.QuadPart);
+    status.times.created = ToNanoseconds(raw.BasicInformation.CreationTime.QuadPart);
     return true;
 }
 
@@ -95,13 +104,12 @@ bool FolderIsThere(std::string_view path) {
 std::int64_t NanosecondsSince1970() {
     FILETIME now;
     GetSystemTimePreciseAsFileTime(&now);
-    return TicksSince1970(now) * NanosecondsPerTick;
+    const auto high = static_cast<std::uint64_t>(now.dwHighDateTime) << 32;
+    return ToNanoseconds(static_cast<std::int64_t>(high | now.dwLowDateTime));
 }
 
 std::int64_t SecondsSince1970() {
-    FILETIME now;
-    GetSystemTimePreciseAsFileTime(&now);
-    return TicksSince1970(now) / TicksPerSecond;
+    return NanosecondsSince1970() / 1'000'000'000;
 }
 
 }  // namespace Platform

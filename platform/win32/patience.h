@@ -9,26 +9,30 @@
 
 #include <windows.h>
 
+#include <algorithm>
+
 namespace Platform {
 
 class CPatience {
 public:
     explicit CPatience(DWORD milliseconds) noexcept : m_end(GetTickCount64() + milliseconds) {}
 
-    // Waits a little, more each time; false when the time is over.  Keeps GetLastError().
+    // Waits a little, not at all the first times: most files are open for a
+    // moment only.  False when the time is over.  Keeps GetLastError().
     bool IsLeft() noexcept {
-        const ULONGLONG now = GetTickCount64();
-        if (now >= m_end) return false;
+        if (GetTickCount64() >= m_end) return false;
+        constexpr DWORD AtOnce = 8;
+        constexpr DWORD LongestPause = 10;  // milliseconds; short, for the gaps between many readers
         const DWORD code = GetLastError();
-        Sleep(m_pause);
+        Sleep(m_tries < AtOnce ? 0 : std::min(m_tries - AtOnce + 1, LongestPause));
         SetLastError(code);
-        m_pause = m_pause < 32 ? m_pause * 2 : 50;
+        ++m_tries;
         return true;
     }
 
 private:
     ULONGLONG m_end;
-    DWORD m_pause = 1;
+    DWORD m_tries = 0;
 };
 
 }  // namespace Platform
