@@ -22,6 +22,8 @@ case ${1:-} in
       quietly timeout 300 wineboot -i || { echo "wine-prefix.sh: wineboot failed in $WINEPREFIX" >&2; exit 1; }
       # The default is Windows 7.
       quietly timeout 60 wine reg add 'HKCU\Software\Wine' /v Version /d win10 /f
+      # The servers that tests start on the Linux side need short paths: their sockets' names have 108 bytes.
+      quietly timeout 60 wine reg add 'HKCU\Environment' /v TMP /d "Z:$(printf %s "${TMPDIR:-/tmp}" | tr / '\\')" /f
       # Ended once, the server writes the registry; going on with it, there would be two services.exe.
       quietly wineserver -k
       quietly timeout 60 wineserver -w
