@@ -8,6 +8,7 @@
 #include "platform/namedmutex.h"
 #include "platform/process.h"
 #include "platform/profilefile.h"
+#include "platform/systemclaim.h"
 #include "utility/files.h"
 #include "utility/formattext.h"
 #include "utility/lhvexception.h"
@@ -22,6 +23,7 @@ struct CPlace {
     std::string given;     // by SetDataFolder()
     std::string resolved;  // with trailing separator; "" until first use
     bool isMade = false;
+    Platform::CSystemClaim claim;
 };
 
 CPlace& GetPlace() {
@@ -55,6 +57,17 @@ std::string MakeAbsolute(const std::string& path) {
     return isAbsolute ? path : JoinPath(Platform::WorkingFolder(), path);
 }
 
+// One that cannot be opened is for CheckDataFolder() to report.
+void Claim(CPlace& place) {
+    const std::string file = JoinPath(JoinPath(place.resolved, ".locks"), "system");
+    if (!place.isMade || !EnsureFolder(ParentFolder(file)) ||
+        place.claim.Take(file) != Platform::CSystemClaim::Result::OtherSystem)
+        return;
+    place.isMade = false;
+    throw CLhvException("Programs of another operating system or machine use the data folder \"" +
+                        WithoutSeparator(place.resolved) + "\".");
+}
+
 // A folder that cannot be made is tried again at the next use, when the reason
 // may have gone.
 void Make(CPlace& place) {
@@ -79,6 +92,7 @@ void SetDataFolder(std::string_view folder) {
 void UseDataFolder(std::string_view folder) {
     CPlace& place = GetPlace();
     const std::lock_guard guard(place.lock);
+    place.claim.Release();
     place.resolved = WithSeparator(MakeAbsolute(std::string(folder)));
     Make(place);
 }
@@ -87,7 +101,10 @@ std::string GetDataFolder() {
     CPlace& place = GetPlace();
     const std::lock_guard guard(place.lock);
     if (place.resolved.empty()) place.resolved = WithSeparator(MakeAbsolute(FindDataFolder(place.given)));
-    if (!place.isMade) Make(place);
+    if (!place.isMade) {
+        Make(place);
+        Claim(place);
+    }
     return place.resolved;
 }
 

@@ -4,8 +4,10 @@
 // Vantorel/Listhaven/3 in the system's common application-data folder; it is
 // found out once per process and made, with its parents, on first use.
 //
-// Errors   CLhvException "Unable to locate the application data folder."; a
-//          folder that cannot be made is CheckDataFolder()'s to report.
+// Errors   CLhvException "Unable to locate the application data folder.", and
+//          when programs of another operating system use it: their locks and
+//          ours do not see each other.  A folder that cannot be made is
+//          CheckDataFolder()'s to report.
 // Threads  Any, once SetDataFolder() has been called.
 
 #ifndef LISTHAVEN_APP_DATAFOLDER_H
@@ -18,7 +20,8 @@
 // relative path is taken from the working folder of now.
 void SetDataFolder(std::string_view folder);
 
-// For tests, which use one folder after the other: at any time.
+// For tests, which use one folder after the other: at any time.  Does not look
+// for programs of another system.
 void UseDataFolder(std::string_view folder);
 
 std::string GetDataFolder();      // with trailing separator

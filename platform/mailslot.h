@@ -6,7 +6,8 @@
 // in the folder given to SetNamedObjectFolder() (namedmutex.h).  Either way it
 // belongs to one data folder.
 //
-// Errors   false, with the reason in LastSystemError().
+// Errors   false, with the reason in LastSystemError().  Writing never waits: where
+//          the system limits what may lie unread, it fails.
 // Threads  A CMailslot belongs to one thread; WriteToMailslot() may be called
 //          from any.
 // Crash    Messages not yet read are lost with the process that made the slot.

@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstddef>
 
+#include "platform/sevenbittext.h"
+
 namespace Platform {
 
 namespace {
@@ -111,7 +113,8 @@ bool ConvertToUtf8(std::string_view characterSet, std::string_view text, std::st
     CConverter converter(name);
     if (!converter.IsOpen()) return false;
     utf8.clear();
-    converter.Convert(text, utf8);
+    converter.Convert(Lower(characterSet) == "hz-gb-2312" ? WithEighthBit(SevenBitSet::Hz, text) : std::string(text),
+                      utf8);
     return true;
 }
 

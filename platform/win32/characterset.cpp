@@ -6,8 +6,8 @@
 #include <array>
 #include <cstdint>
 #include <optional>
-#include <span>
 
+#include "platform/sevenbittext.h"
 #include "platform/win32/systempath.h"
 
 namespace Platform {
@@ -109,61 +109,6 @@ void DecodeCodePage(UINT codePage, std::string_view text, std::wstring& wide) {
     }
 }
 
-// Runs of seven-bit text that escape sequences switch between sets; each run
-// in the code page that has the same characters with the eighth bit set.
-struct Switch {
-    std::string_view sequence;
-    enum class To : std::uint8_t { Ascii, Katakana, Pairs, Supplement, Nothing } to;
-};
-
-constexpr std::array JapaneseSwitches = {
-    Switch{"\x1B(B", Switch::To::Ascii},       Switch{"\x1B(J", Switch::To::Ascii},
-    Switch{"\x1B(I", Switch::To::Katakana},    Switch{"\x1B$@", Switch::To::Pairs},
-    Switch{"\x1B$B", Switch::To::Pairs},       Switch{"\x1B$(B", Switch::To::Pairs},
-    Switch{"\x1B$(D", Switch::To::Supplement},
-};
-constexpr std::array KoreanSwitches = {
-    Switch{"\x1B$)C", Switch::To::Nothing},
-    Switch{"\x0E", Switch::To::Pairs},
-    Switch{"\x0F", Switch::To::Ascii},
-};
-constexpr std::array ChineseSwitches = {
-    Switch{"~{", Switch::To::Pairs},
-    Switch{"~}", Switch::To::Ascii},
-    Switch{"~\n", Switch::To::Nothing},
-};
-
-// The sets of a line end with it, whatever the writer forgot.
-std::string WithEighthBit(std::string_view text, std::span<const Switch> switches, bool isHz) {
-    std::string bytes;
-    auto state = Switch::To::Ascii;
-    while (!text.empty()) {
-        const auto found = std::find_if(switches.begin(), switches.end(),
-                                        [&](const Switch& one) { return text.starts_with(one.sequence); });
-        if (found != switches.end()) {
-            if (found->to != Switch::To::Nothing) state = found->to;
-            text.remove_prefix(found->sequence.size());
-            continue;
-        }
-        const char c = text.front();
-        if (c == '\n') state = Switch::To::Ascii;
-        const bool isPrinting = c > ' ' && c < '\x7F';
-        if (isHz && state == Switch::To::Ascii && text.starts_with("~~")) text.remove_prefix(1);
-        if (state == Switch::To::Ascii || !isPrinting) {
-            bytes += c;
-            text.remove_prefix(1);
-            continue;
-        }
-        if (state == Switch::To::Katakana) bytes += '\x8E';
-        if (state == Switch::To::Supplement) bytes += '\x8F';
-        const std::size_t size = state == Switch::To::Katakana ? 1 : std::min<std::size_t>(2, text.size());
-        for (const char one : text.substr(0, size))
-            bytes += static_cast<char>(one | '\x80');
-        text.remove_prefix(size);
-    }
-    return bytes;
-}
-
 int Base64Value(char c) {
     constexpr std::string_view Digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     const std::size_t at = Digits.find(c);
@@ -239,13 +184,13 @@ bool ConvertToUtf8(std::string_view characterSet, std::string_view text, std::st
             DecodeCodePage(set->codePage, text, wide);
             break;
         case Form::Iso2022Jp:
-            DecodeCodePage(set->codePage, WithEighthBit(text, JapaneseSwitches, false), wide);
+            DecodeCodePage(set->codePage, WithEighthBit(SevenBitSet::Iso2022Jp, text), wide);
             break;
         case Form::Iso2022Kr:
-            DecodeCodePage(set->codePage, WithEighthBit(text, KoreanSwitches, false), wide);
+            DecodeCodePage(set->codePage, WithEighthBit(SevenBitSet::Iso2022Kr, text), wide);
             break;
         case Form::Hz:
-            DecodeCodePage(set->codePage, WithEighthBit(text, ChineseSwitches, true), wide);
+            DecodeCodePage(set->codePage, WithEighthBit(SevenBitSet::Hz, text), wide);
             break;
         case Form::Utf7:
             DecodeUtf7(text, wide);

@@ -38,7 +38,8 @@ struct CMailslot::CState {
         if (!SetMailslotInfo(slot.Get(), milliseconds)) return false;
         message.resize(std::max<std::size_t>(size, 1));
         DWORD got = 0;
-        const bool isRead = ReadFile(slot.Get(), message.data(), static_cast<DWORD>(message.size()), &got, nullptr);
+        const bool isRead = ReadFile(slot.Get(), message.data(), static_cast<DWORD>(message.size()), &got, nullptr) ||
+                            GetLastError() == ERROR_BROKEN_PIPE;  // Wine's word for an empty message
         message.resize(isRead ? got : 0);
         return isRead;
     }
@@ -108,13 +109,22 @@ bool CMailslot::WaitFor(std::chrono::milliseconds limit) {
     return GetLastError() == ERROR_INSUFFICIENT_BUFFER;  // a larger one waits
 }
 
+// Does not wait for a reader that is stuck, on systems that limit what may lie
+// in a slot.
 bool WriteToMailslot(std::string_view name, std::string_view message) {
     const CHandle slot(CreateFileW(MailslotName(name).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                   nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!slot) return false;
+                                   nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+    const CHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    if (!slot || !event) return false;
+    OVERLAPPED operation{};
+    operation.hEvent = event.Get();
     DWORD written = 0;
-    return WriteFile(slot.Get(), message.data(), static_cast<DWORD>(message.size()), &written, nullptr) &&
-           written == message.size();
+    if (!WriteFile(slot.Get(), message.data(), static_cast<DWORD>(message.size()), &written, &operation)) {
+        if (GetLastError() != ERROR_IO_PENDING) return false;
+        CancelIoEx(slot.Get(), &operation);
+        if (!GetOverlappedResult(slot.Get(), &operation, &written, TRUE)) return false;
+    }
+    return written == message.size();
 }
 
 }  // namespace Platform

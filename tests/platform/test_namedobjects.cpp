@@ -63,28 +63,6 @@ TEST_F(NamedMutex, IsOnePerNameAndRecursive) {
     }
 }
 
-TEST_F(NamedMutex, WithoutFolderItStillExcludesThreads) {
-    Put(m_folder / "file", "");
-    for (const std::string& folder : {std::string(), m_folder / "file"}) {
-        SetNamedObjectFolder(folder, "", NamedObjectScope::Folder);
-        CNamedMutex mutex("m");
-        EXPECT_FALSE(mutex.IsShared());
-        mutex.Lock();
-        EXPECT_FALSE(OtherThreadGets("m"));
-        mutex.Unlock();
-        EXPECT_TRUE(OtherThreadGets("m"));
-    }
-}
-
-TEST_F(NamedMutex, OutlivesTheRemovalOfItsFile) {
-    CNamedMutex mutex("m");
-    std::filesystem::remove_all(m_folder / "locks");
-    std::filesystem::create_directory(m_folder / "locks");
-    mutex.Lock();
-    EXPECT_FALSE(std::filesystem::is_empty(m_folder / "locks"));
-    mutex.Unlock();
-}
-
 TEST_F(Presence, OneHolderAtATime) {
     CPresence first, second;
     EXPECT_FALSE(CPresence::IsHeld("here"));
@@ -96,6 +74,19 @@ TEST_F(Presence, OneHolderAtATime) {
     first.Release();
     EXPECT_FALSE(CPresence::IsHeld("here"));
     EXPECT_EQ(first.Acquire("here"), CPresence::Result::Acquired);
+}
+
+TEST_F(Presence, NamesBelongToOneFolder) {
+    CPresence presence;
+    EXPECT_EQ(presence.Acquire("here"), CPresence::Result::Acquired);
+    const auto isHeldIn = [&](const std::string& folder) {
+        SetNamedObjectFolder(folder + "/locks", folder + "/slots", NamedObjectScope::Folder);
+        return CPresence::IsHeld("here");
+    };
+    std::filesystem::create_directory(m_folder / "other");
+    EXPECT_FALSE(isHeldIn(m_folder / "other"));
+    EXPECT_TRUE(isHeldIn(m_folder.GetPath()));
+    EXPECT_TRUE(isHeldIn(m_folder / "other/../."));
 }
 
 TEST_F(Presence, AskingDoesNotKeepAnyoneOut) {
