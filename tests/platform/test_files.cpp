@@ -280,17 +280,11 @@ TEST(File, FoldersTakeThePlaceOfEmptyOnesOnly) {
 }
 
 TEST(SystemError, TextsAreOneLine) {
-    CFile file;
-    ASSERT_FALSE(file.Open(TemporaryFolder() + "/no/such/file", FileMode::Read));
-    const SystemError code = LastSystemError();
-    for (const SystemError each : {code, NoSpaceError(), SystemError{4'000'000'000}, SystemError{0}}) {
+    for (const SystemError each : {NoSpaceError(), InvalidArgumentError(), SystemError{4'000'000'000}}) {
         const std::string text = SystemErrorText(each);
-        EXPECT_FALSE(text.empty());
-        EXPECT_EQ(text.find_first_of("\r\n"), text.npos) << text;
-        EXPECT_NE(text.back(), ' ') << text;
+        EXPECT_TRUE(!text.empty() && text.back() != ' ' && text.find_first_of("\r\n") == text.npos) << text;
     }
     EXPECT_NE(SystemErrorText(4'000'000'000).find("Unknown error"), std::string::npos);
-    EXPECT_EQ(LastSystemError(), code);
 }
 
 TEST(FaultPlan, FailsTheOperationItCountsTo) {
