@@ -43,8 +43,10 @@ enum class FileMode {
 // Who besides the owner may use a newly created file (ignored where the system
 // has no such permissions; never widens what an existing file has).
 enum class FileAccess {
-    Group,    // owner and group read and write: 0660; on Windows as its folder says
-    Private,  // owner only: 0600, for secrets; on Windows administrators and the system too
+    Group,  // owner and group read and write: 0660; on Windows as its folder says
+    // For secrets: the owner only, 0600, but 0660 in a folder that hands its group on (setgid); on Windows
+    // administrators and the system too, and services that have been let into the folder.
+    Private,
 };
 
 class CFile {

@@ -36,6 +36,15 @@ int OpenFlags(FileMode mode) {
     return O_RDONLY;
 }
 
+// Who gives a folder to a group, so that new files get that group, gives it the
+// secrets too: else a front end would make files that its server cannot read.
+mode_t PrivateMode(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    struct stat status;
+    return stat(folder.c_str(), &status) == 0 && (status.st_mode & S_ISGID) != 0 ? 0660 : 0600;
+}
+
 int OpenRetrying(const char* path, int flags, mode_t mode) {
     int fd;
     do {
@@ -97,7 +106,9 @@ CFile::~CFile() {
 bool CFile::Open(std::string_view path, FileMode mode, FileAccess access) {
     Close();
     if (HitsFault(Operation::Open)) return false;
-    const int fd = OpenRetrying(SystemPath(path).c_str(), OpenFlags(mode), access == FileAccess::Private ? 0600 : 0660);
+    const std::string name = SystemPath(path);
+    const mode_t newMode = access == FileAccess::Private ? PrivateMode(name) : 0660;
+    const int fd = OpenRetrying(name.c_str(), OpenFlags(mode), newMode);
     if (fd < 0) return false;
     struct stat status;
     if (mode == FileMode::Read && fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {

@@ -144,8 +144,12 @@ bool CFile::Open(std::string_view path, FileMode mode, FileAccess access) {
     Close();
     if (HitsFault(Operation::Open)) return false;
     SECURITY_ATTRIBUTES security = {sizeof(security), nullptr, FALSE};
-    if (access == FileAccess::Private) security.lpSecurityDescriptor = OwnerOnlyDescriptor();
     const std::wstring name = SystemPath(path);
+    CLocalDescriptor shared;
+    if (access == FileAccess::Private) {
+        shared = OwnerAndServicesDescriptor(name.substr(0, name.rfind(L'\\')));
+        security.lpSecurityDescriptor = shared ? shared.get() : OwnerOnlyDescriptor();
+    }
     const HANDLE handle = OpenPatiently(name, mode, &security);
     if (handle == INVALID_HANDLE_VALUE) {
         if (GetLastError() != ERROR_ACCESS_DENIED) return false;

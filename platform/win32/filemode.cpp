@@ -38,16 +38,24 @@ std::wstring CurrentUser() {
 }
 
 // "flags" say what inherits the entries, in the system's language for them.
-SECURITY_DESCRIPTOR* MakeOwnerOnlyDescriptor(const std::wstring& flags) {
+SECURITY_DESCRIPTOR* MakeOwnerOnlyDescriptor(const std::wstring& flags, const std::wstring& furtherEntries = {}) {
     const std::wstring user = CurrentUser();
     if (user.empty()) return nullptr;
     std::wstring text = L"D:P";
     for (const std::wstring& who : {user, std::wstring(L"BA"), std::wstring(L"SY")})
         text += L"(A;" + flags + L";FA;;;" + who + L")";
+    text += furtherEntries;
     PSECURITY_DESCRIPTOR descriptor = nullptr;
     if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), SDDL_REVISION_1, &descriptor, nullptr))
         return nullptr;
     return static_cast<SECURITY_DESCRIPTOR*>(descriptor);
+}
+
+bool IsOfService(PSID sid) {
+    constexpr DWORD ServiceAuthority = 80;
+    constexpr SID_IDENTIFIER_AUTHORITY System = SECURITY_NT_AUTHORITY;
+    return IsValidSid(sid) && std::memcmp(GetSidIdentifierAuthority(sid), &System, sizeof System) == 0 &&
+           *GetSidSubAuthorityCount(sid) == 6 && *GetSidSubAuthority(sid, 0) == ServiceAuthority;
 }
 
 // A file system without access lists has nothing to carry over.
@@ -113,6 +121,26 @@ bool CopyReadOnly(HANDLE from, HANDLE to) {
 SECURITY_DESCRIPTOR* OwnerOnlyDescriptor() noexcept {
     static SECURITY_DESCRIPTOR* const descriptor = MakeOwnerOnlyDescriptor(L"");
     return descriptor;
+}
+
+CLocalDescriptor OwnerAndServicesDescriptor(const std::wstring& folder) {
+    AccessList access;
+    const CHandle opened(CreateFileW(folder.c_str(), READ_CONTROL,
+                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                     FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    if (!opened || access.Read(opened.Get()) != ERROR_SUCCESS || access.list == nullptr) return {};
+    std::wstring entries;
+    for (DWORD i = 0; i < access.list->AceCount; ++i) {
+        void* entry = nullptr;
+        if (!GetAce(access.list, i, &entry) || static_cast<ACE_HEADER*>(entry)->AceType != ACCESS_ALLOWED_ACE_TYPE)
+            continue;
+        PSID sid = &static_cast<ACCESS_ALLOWED_ACE*>(entry)->SidStart;
+        wchar_t* text = nullptr;
+        if (!IsOfService(sid) || !ConvertSidToStringSidW(sid, &text)) continue;
+        entries += L"(A;;FA;;;" + std::wstring(text) + L")";
+        LocalFree(text);
+    }
+    return CLocalDescriptor(entries.empty() ? nullptr : MakeOwnerOnlyDescriptor(L"", entries));
 }
 
 SECURITY_DESCRIPTOR* OwnerOnlyFolderDescriptor() noexcept {
