@@ -33,7 +33,8 @@ bool QueryMailExchangers(const std::string& domain, std::vector<std::string>& ho
 
 // Whether the call above is the way to ask on this system.  True on Windows,
 // whose resolver knows its networks and keeps a cache; elsewhere the call asks
-// without limit of time and the answers are not sorted.
+// without limit of time and the answers are not sorted.  False under Wine, whose
+// resolver cannot read the answers.
 bool PrefersSystemMailExchangerQuery() noexcept;
 
 }  // namespace Platform

@@ -192,7 +192,7 @@ bool CChildProcess::Start(const std::string& program, const std::vector<std::str
     if (!CreateProcessW(path.c_str(), line.data(), nullptr, nullptr, TRUE, Flags, block.data(), nullptr, startup.Get(),
                         &made))
         return false;
-    const CHandle thread(made.hThread);
+    const CHandle thread(made.hProcess ? made.hThread : nullptr);  // Wine has none of a program of the system below
     auto state = std::make_unique<CState>();
     state->process.Reset(made.hProcess);
     state->id = made.dwProcessId;

@@ -90,8 +90,10 @@ bool QueryMailExchangers(const std::string& domain, std::vector<std::string>& ho
     return true;
 }
 
+// Wine's resolver refuses every answer that holds an MX record (DNS_ERROR_BAD_PACKET).
 bool PrefersSystemMailExchangerQuery() noexcept {
-    return true;
+    static const bool isWine = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+    return !isWine;
 }
 
 }  // namespace Platform
