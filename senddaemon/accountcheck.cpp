@@ -62,7 +62,8 @@ std::string DescribeOffers(const Net::SmtpCapabilities& server) {
 }
 
 bool CAccountCheck::CheckFolder() {
-    const std::string folder = m_config.GetText("TargetFolder");
+    std::string folder;
+    if (!m_config.GetFileName("TargetFolder", folder)) return Fail("folder", GetLastErrorText());
     if (folder.empty()) return Fail("folder", "TargetFolder is not set: every message would fail.");
     if (!Platform::FolderIsThere(folder)) return Say("folder", true, folder + " will be made by the first message");
     return Say("folder", true, "messages are put into " + folder);

@@ -51,7 +51,8 @@ constexpr auto Keys = std::to_array<CAccountKey>({
      "None; Opportunistic: when offered, with any certificate; Required: STARTTLS, verified; Implicit: TLS from the "
      "first byte, verified",
      "", TlsModes},
-    {"TlsCaFile", Text, "", "", "PEM file of the authorities to trust; empty: those of the system", ""},
+    {"TlsCaFile", Text, "", "",
+     "PEM file of the authorities to trust, relative: in the data folder; empty: those of the system", ""},
     {"HeloName", Text, "", "", "name that this host gives itself in EHLO; empty: its own", ""},
     {"KeepHeaders", FieldNames, DefaultKeepHeaders, "", "further header fields that go along, separated by commas", ""},
     {"TurnOffDeliveryNotifications", Choice, "False", "",
@@ -108,8 +109,8 @@ constexpr auto Keys = std::to_array<CAccountKey>({
      "times after the first, second ... failed attempt; the last one repeats", ""},
     {"SaveSentMessages", Number, "0", "", "1: sent messages are kept in .Sent", "", {}, 0, 1},
     {"BeingUnregistered", Text, "", "", "anything: the account is being removed, and sends nothing more", ""},
-    {"TargetFolder", Text, "", "", "null sender: the folder that gets the messages; without it every message fails",
-     ""},
+    {"TargetFolder", Text, "", "",
+     "null sender: the folder that gets the messages, relative: in the data folder; without it all fail", ""},
     {"NullSenderWait", Number, "300", "milliseconds", "null sender: pause after each message", "", {}, 0, 3600000},
 });
 

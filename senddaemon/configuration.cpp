@@ -5,8 +5,10 @@
 #include <mutex>
 #include <vector>
 
+#include "app/datafolder.h"
 #include "platform/clock.h"
 #include "platform/filestatus.h"
+#include "platform/knownfolders.h"
 #include "platform/profilefile.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"
@@ -130,6 +132,17 @@ std::string CConfiguration::GetText(std::string_view key) const {
     std::string value;
     GetValue(key, value);
     return value;
+}
+
+bool CConfiguration::GetFileName(std::string_view key, std::string& path) const {
+    if (!GetValue(key, path)) return false;
+    const bool hasDrive = path.size() > 1 && path[1] == ':';
+    if (hasDrive && Platform::PathSeparator() == '/') {
+        SetLastErrorFormat("%s is \"%s\", which another system has.", std::string(key).c_str(), path.c_str());
+        return false;
+    }
+    if (!path.empty() && !hasDrive && path.find_first_of("/\\") != 0) path = JoinPath(GetDataFolder(), path);
+    return true;
 }
 
 std::int32_t CConfiguration::GetNumber(std::string_view key) const {

@@ -38,6 +38,9 @@ public:
     std::int32_t GetNumber(std::string_view key) const;  // as far as it is decimal, else 0
     // The whole value must be a number in the range; one that is missing or empty leaves "number" as it is.
     bool GetNumberWithin(std::string_view key, std::int32_t lowest, std::int32_t highest, std::int32_t& number) const;
+    // A file or folder: a relative one lies in the data folder, so that it goes with it.  False for one that only
+    // another system has (C:\FOLDER where there are no drives).
+    bool GetFileName(std::string_view key, std::string& path) const;
     bool SetValue(std::string_view key, std::string_view value);  // makes the folder; tells the observers
 
     std::string GetPath() const;

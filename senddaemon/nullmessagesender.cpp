@@ -33,7 +33,8 @@ bool CNullMessageSender::DoSend(const CConfiguration& config, const std::string&
     LogTrace(FormatText("*** Sending message: %s using null message sender.", messageFile.c_str()));
     std::string folder;
     std::string copy;
-    const bool isSent = config.GetValue("TargetFolder", folder) && CopyMessageToFolder(messageFile, folder, {}, copy);
+    const bool isSent =
+        config.GetFileName("TargetFolder", folder) && CopyMessageToFolder(messageFile, folder, {}, copy);
     if (isSent) {
         LogTrace(FormatText("*** Message %s sent successfully using null message sender.", messageFile.c_str()));
     }

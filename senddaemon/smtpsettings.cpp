@@ -81,10 +81,9 @@ bool CSmtpSettings::ReadFor(const CConfiguration& config, const std::string& exc
     *this = {};
     hostName = exchanger;
     if (!ReadPort(config, "Port", DefaultPort, port) || !ReadTimeouts(config, *this) ||
-        !ReadTlsMode(config, "TlsMode", tlsMode)) {
+        !ReadTlsMode(config, "TlsMode", tlsMode) || !config.GetFileName("TlsCaFile", tlsCaFile)) {
         return false;
     }
-    tlsCaFile = config.GetText("TlsCaFile");
     heloName = Trim(config.GetText("HeloName"));
     maxMessagesPerConnection = config.GetNumber("MaxMessagesPerConnection");
     if (maxMessagesPerConnection <= 0) maxMessagesPerConnection = DefaultMessagesPerConnection;
@@ -110,7 +109,7 @@ bool CSmtpSettings::Read(const CConfiguration& config) {
 }
 
 bool CSmtpSettings::ReadPopFor(const CConfiguration& config, const std::string& server) {
-    tlsCaFile = config.GetText("TlsCaFile");
+    if (!config.GetFileName("TlsCaFile", tlsCaFile)) return false;
     const int usualPort = std::clamp(ReadSetting("Service", "Pop3Port", DefaultPopPort), 1, 65535);
     if (!ReadPort(config, "PopPort", usualPort, popPort) || !ReadTlsMode(config, "PopTlsMode", popTlsMode) ||
         !SplitHost(server, popHostName, popPort)) {

@@ -40,6 +40,26 @@ TEST_F(Configuration, ValuesSurvive) {
     EXPECT_EQ(other.GetText("B"), "");
 }
 
+TEST_F(Configuration, RelativeFilesGoWithTheDataFolder) {
+    CConfiguration config(InFolder("account.cfg"));
+    const bool hasDrives = Platform::PathSeparator() == '\\';
+    const struct {
+        std::string value, path;
+        bool isOurs = true;
+    } cases[] = {
+        {"", ""},
+        {"copies", GetDataFolder() + "copies"},
+        {InFolder("copies"), InFolder("copies")},
+        {"Z:\\copies", "Z:\\copies", hasDrives},
+    };
+    for (const auto& row : cases) {
+        std::string path;
+        ASSERT_TRUE(config.SetValue("TargetFolder", row.value));
+        EXPECT_EQ(config.GetFileName("TargetFolder", path), row.isOurs) << row.value;
+        EXPECT_EQ(path, row.path);
+    }
+}
+
 TEST_F(Configuration, ChangesAreSeenAndTold) {
     struct CRecorder : CObserver {
         void OnSubjectChanged(const CSubjectEvent& event) override { seen += event.key + "=" + event.value + ";"; }
