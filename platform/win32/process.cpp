@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/win32/handle.h"
+#include "platform/win32/sessionend.h"
 #include "platform/win32/stopevent.h"
 #include "platform/win32/systempath.h"
 
@@ -124,6 +125,7 @@ void CatchStopSignals() {
     if (isCaught.exchange(true)) return;
     SetConsoleCtrlHandler(nullptr, FALSE);  // a parent may have told us to ignore Ctrl-C
     SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
+    if (GetConsoleWindow()) WatchSessionEnd([] { SignalStop(); });  // without a terminal there is no user to log off
     const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, StopEventName(GetCurrentProcessId()).c_str());
     if (event) std::thread(WatchStopEvent, event).detach();  // both live as long as the process
 }
