@@ -18,6 +18,11 @@ namespace {
 
 constexpr std::int64_t NanosecondsPerSecond = 1000000000;
 
+// Copying a data folder gives its files a new time of creation where there is one, and keeps the other.
+std::int64_t QueuedAt(const Platform::FileStatus& status) {
+    return std::min(status.times.created, status.times.modified) / NanosecondsPerSecond;
+}
+
 // Of what was filed must be known after a power failure that it was.
 bool FlushFolderOf(const std::string& path) {
     const std::string folder = ParentFolder(path);
@@ -71,7 +76,7 @@ CQueueName CDispatcher::CState::NameWithTime(const std::string& path) const {
     if (!ParseQueueName(path, name)) name.number = std::to_string(Platform::RandomNumber());
     Platform::FileStatus status;
     if (!name.queued && Platform::GetFileStatus(path, status)) {
-        name.queued = std::max<std::int64_t>(0, status.times.created / NanosecondsPerSecond);
+        name.queued = std::max<std::int64_t>(0, QueuedAt(status));
     }
     if (name.queued) name.queued = std::min(*name.queued, clock());  // which may have been set back
     return name;
@@ -96,7 +101,7 @@ bool CDispatcher::CState::IsExpired(const std::string& path, std::optional<std::
     if (ParseQueueName(path, name) && name.queued) return clock() - *name.queued > *limit;
     Platform::FileStatus status;
     if (!Platform::GetFileStatus(path, status)) return false;
-    return clock() - status.times.created / NanosecondsPerSecond > *limit;
+    return clock() - QueuedAt(status) > *limit;
 }
 
 bool CDispatcher::CState::Expire(const std::string& path) {
@@ -137,8 +142,7 @@ bool CDispatcher::CState::FreeParked() {
     }
     const auto isDue = [&](const std::string& path) {
         Platform::FileStatus status;
-        return Platform::GetFileStatus(path, status) &&
-               now - status.times.created / NanosecondsPerSecond > ParkedSeconds;
+        return Platform::GetFileStatus(path, status) && now - QueuedAt(status) > ParkedSeconds;
     };
     bool isFreed = true;
     for (const std::string& path : parkedWalk.Collect(isDue)) {
