@@ -1,5 +1,8 @@
 // childprocess.h - starts another program, waits for it, ends it.
 //
+// Under Wine a program of the system below is started, but nothing more is known
+// of it: it counts as ended, without status.
+//
 // Errors   false, with the reason in LastSystemError().
 // Threads  A CChildProcess belongs to one thread at a time.
 
@@ -32,11 +35,12 @@ public:
     bool IsRunning();
 
     // True when it has ended within the limit; status is its exit status, or
-    // 256 + the signal that ended it.
+    // 256 + the signal that ended it (on Windows what comes near: 2 interrupted,
+    // 9 killed, 11 crashed).
     bool WaitFor(std::chrono::milliseconds limit, int& status);
 
-    bool AskToStop();  // as Ctrl-C does
-    bool Kill();       // at once, as a power failure would; then waits
+    bool AskToStop();  // as Ctrl-C does: one that does not catch it (CatchStopSignals()) ends
+    bool Kill();       // at once, as a power failure would; then waits.  On Windows with all that it started
 
 private:
     struct CState;

@@ -52,6 +52,11 @@ bool IsFinal(DNS_STATUS status) {
            status == DNS_ERROR_INVALID_NAME || status == ERROR_INVALID_NAME;
 }
 
+std::string Describe(DNS_STATUS status) {
+    if (status == DNS_ERROR_RCODE_NAME_ERROR) return "The domain name does not exist";  // said more clearly
+    return SystemErrorText(static_cast<SystemError>(status));
+}
+
 }  // namespace
 
 bool QueryMailExchangers(const std::string& domain, std::vector<std::string>& hosts, MailExchangerFailure& failure,
@@ -78,7 +83,7 @@ bool QueryMailExchangers(const std::string& domain, std::vector<std::string>& ho
                                             server.address.empty() ? nullptr : &servers, &records.list, nullptr);
     if (status == DNS_INFO_NO_RECORDS) return true;
     if (status != 0) {
-        failure = {SystemErrorText(static_cast<SystemError>(status)), !IsFinal(status)};
+        failure = {Describe(status), !IsFinal(status)};
         return false;
     }
     for (const DNS_RECORDA* record = reinterpret_cast<DNS_RECORDA*>(records.list); record; record = record->pNext) {
