@@ -76,8 +76,13 @@ std::string WhyItEnded(const SERVICE_STATUS_PROCESS& status) {
     return "It ended: " + SystemErrorText(status.dwWin32ExitCode);
 }
 
-// Once in a while it crashes: at once, then after half a minute, then every five
-// minutes.  Also when it ends by itself with a failure.
+// Wine's service manager knows few of the details; the service does without them.
+bool Configure(SC_HANDLE service, DWORD level, void* detail) {
+    return ChangeServiceConfig2W(service, level, detail) || GetLastError() == ERROR_INVALID_LEVEL;
+}
+
+// After a crash, or an end with a failure: at once, then after half a minute, then
+// every five minutes.
 bool SetFailureActions(SC_HANDLE service) {
     SC_ACTION actions[] = {{SC_ACTION_RESTART, 1000}, {SC_ACTION_RESTART, 30000}, {SC_ACTION_RESTART, 300000}};
     SERVICE_FAILURE_ACTIONSW failure{};
@@ -85,8 +90,8 @@ bool SetFailureActions(SC_HANDLE service) {
     failure.cActions = 3;
     failure.lpsaActions = actions;
     SERVICE_FAILURE_ACTIONS_FLAG always{TRUE};
-    return ChangeServiceConfig2W(service, SERVICE_CONFIG_FAILURE_ACTIONS, &failure) &&
-           ChangeServiceConfig2W(service, SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, &always);
+    return Configure(service, SERVICE_CONFIG_FAILURE_ACTIONS, &failure) &&
+           Configure(service, SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, &always);
 }
 
 bool SetDetails(SC_HANDLE service, const ServiceSetup& setup) {
@@ -94,9 +99,9 @@ bool SetDetails(SC_HANDLE service, const ServiceSetup& setup) {
     SERVICE_DESCRIPTIONW text{description.data()};
     SERVICE_PRESHUTDOWN_INFO shutdown{20000};
     SERVICE_SID_INFO identity{SERVICE_SID_TYPE_UNRESTRICTED};
-    return ChangeServiceConfig2W(service, SERVICE_CONFIG_DESCRIPTION, &text) && SetFailureActions(service) &&
-           ChangeServiceConfig2W(service, SERVICE_CONFIG_PRESHUTDOWN_INFO, &shutdown) &&
-           ChangeServiceConfig2W(service, SERVICE_CONFIG_SERVICE_SID_INFO, &identity);
+    return Configure(service, SERVICE_CONFIG_DESCRIPTION, &text) && SetFailureActions(service) &&
+           Configure(service, SERVICE_CONFIG_PRESHUTDOWN_INFO, &shutdown) &&
+           Configure(service, SERVICE_CONFIG_SERVICE_SID_INFO, &identity);
 }
 
 // The system's own program has messages that are the text alone.
