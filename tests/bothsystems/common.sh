@@ -1,0 +1,71 @@
+# Sourced by the tests of programs of both systems: this system's, and those for
+# Windows under Wine.  Arguments of the tests: FOLDER WITH listhaven AND
+# lhvserver, FOLDER WITH listhaven.exe AND lhvserver.exe.
+#
+# Each works in a folder of its own, which is removed at the end.
+set -euo pipefail
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+linux=$(cd "$1" && pwd)
+windows=$(cd "$2" && pwd)
+work=$(mktemp -d)
+data=$work/data       # what the programs work on
+pids=""               # of programs that run beside this
+
+cleanup() {
+  local pid
+  for pid in $pids; do kill -9 "$pid" 2>/dev/null || true; done
+  rm -rf "$work"
+}
+trap cleanup EXIT
+
+fail() { echo "FAILED: $*" >&2; exit 1; }
+step() { echo "-- $*"; }
+
+# The data folder as the programs of the system name it.
+folder_for() { if [ "$1" = windows ]; then echo "Z:${data//\//\\}"; else echo "$data"; fi; }
+
+# on SYSTEM PROGRAM ARGUMENTS...
+on() {
+  local system=$1 program=$2
+  shift 2
+  if [ "$system" = windows ]; then
+    LISTHAVEN_DATA_FOLDER=$(folder_for windows) timeout 300 "$here/scripts/wine-run.sh" "$windows/$program.exe" "$@"
+  else
+    LISTHAVEN_DATA_FOLDER=$data timeout 300 "$linux/$program" "$@"
+  fi
+}
+# start SYSTEM PROGRAM ARGUMENTS...: beside this; $started is its process.
+start() {
+  local system=$1 program=$2 command
+  shift 2
+  command=("$linux/$program")
+  if [ "$system" = windows ]; then command=("$here/scripts/wine-run.sh" "$windows/$program.exe"); fi
+  LISTHAVEN_DATA_FOLDER=$(folder_for "$system") "${command[@]}" "$@" >"$work/$program.out" 2>&1 &
+  started=$!
+  pids="$pids $started"
+}
+# As a power failure; nobody is to say "Killed".
+kill_hard() { kill -9 "$1" && wait "$1" 2>/dev/null || true; }
+# Ctrl-C; a program in the background of a shell would not get the one of a terminal.
+end_server() {
+  local status=0
+  kill -INT "$1"
+  wait "$1" || status=$?
+  [ $status = 0 ] || fail "the server ended with status $status: $(cat "$work/lhvserver.out")"
+}
+server_runs() { lhv "$1" status --json | grep -q '"server":true'; }
+lhv() { local system=$1; shift; on "$system" listhaven "$@"; }
+
+# until COMMAND... succeeds, at most half a minute
+wait_for() {
+  local tries=300
+  until "$@" >/dev/null 2>&1; do
+    tries=$((tries - 1))
+    [ $tries -gt 0 ] || { echo "waited in vain for: $*" >&2; return 1; }
+    sleep 0.1
+  done
+}
+
+# files FOLDER PATTERN: how many there are, at any depth
+files() { [ -d "$1" ] || { echo 0; return; }; find "$1" -type f -name "$2" | wc -l; }
+at_least() { [ "$(files "$2" "$3")" -ge "$1" ]; }
