@@ -5,8 +5,9 @@
 // Linux, a network share), nor are Windows' named objects by another machine.
 // So each such party has a byte of its own in a file of the folder and keeps
 // it locked, in a way that all of them see, while it uses the folder: first it
-// locks its own byte, then it looks whether another one is locked.  Two that
-// come at one time may both be refused, but never does one go on beside another.
+// locks its own byte, then it looks whether another one is locked; if so, it lets
+// go and tries again for a while.  Two that come at one time may both be refused,
+// but never does one go on beside another.
 //
 // Errors   Failed: the file cannot be opened; the reason is in LastSystemError().
 //          A file system without such locks protects nobody: Taken.
@@ -31,7 +32,7 @@ public:
     CSystemClaim& operator=(const CSystemClaim&) = delete;
     ~CSystemClaim();  // releases
 
-    // Waits at most a second for another party that only looks.  Of one
+    // Waits about half a second for another party that only looks.  Of one
     // party any number may hold the claim.
     Result Take(const std::string& file, std::uint32_t party = OwnParty());
     void Release() noexcept;

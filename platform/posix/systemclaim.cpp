@@ -7,6 +7,7 @@
 #include <chrono>
 #include <thread>
 
+#include "platform/claimpause.h"
 #include "platform/posix/namedobjects.h"
 #include "platform/posix/systempath.h"
 
@@ -24,22 +25,28 @@ struct flock Range(short type, std::uint32_t start, std::uint32_t length) {
     return range;
 }
 
-// Another system's look holds the byte for an instant.
+// False also when another system's look holds the byte for an instant.
 bool LockOwn(int fd, std::uint32_t party) {
-    constexpr int Tries = 200;
-    constexpr std::chrono::milliseconds Pause{5};
-    for (int attempt = 0; attempt < Tries; ++attempt) {
-        struct flock own = Range(F_RDLCK, party, 1);
-        if (fcntl(fd, F_OFD_SETLK, &own) == 0) return true;
-        if (errno != EAGAIN && errno != EACCES && errno != EINTR) return true;  // a file system without locks
-        std::this_thread::sleep_for(Pause);
-    }
-    return false;
+    struct flock own = Range(F_RDLCK, party, 1);
+    if (fcntl(fd, F_OFD_SETLK, &own) == 0) return true;
+    return errno != EAGAIN && errno != EACCES && errno != EINTR;  // true on a file system without locks
+}
+
+void UnlockOwn(int fd, std::uint32_t party) {
+    struct flock own = Range(F_UNLCK, party, 1);
+    fcntl(fd, F_OFD_SETLK, &own);
 }
 
 bool IsLocked(int fd, std::uint32_t start, std::uint32_t length) {
     struct flock range = Range(F_WRLCK, start, length);
     return fcntl(fd, F_OFD_GETLK, &range) == 0 && range.l_type != F_UNLCK;
+}
+
+bool TryTake(int fd, std::uint32_t party) {
+    if (!LockOwn(fd, party)) return false;
+    if ((party == 0 || !IsLocked(fd, 0, party)) && !IsLocked(fd, party + 1, 0)) return true;
+    UnlockOwn(fd, party);
+    return false;
 }
 
 }  // namespace
@@ -58,10 +65,15 @@ CSystemClaim::Result CSystemClaim::Take(const std::string& file, std::uint32_t p
     Release();
     m_state->fd = OpenLockFile(SystemPath(file), true);
     if (m_state->fd < 0) return Result::Failed;
-    const bool isAlone = LockOwn(m_state->fd, party) && (party == 0 || !IsLocked(m_state->fd, 0, party)) &&
-                         !IsLocked(m_state->fd, party + 1, 0);
-    if (!isAlone) Release();
-    return isAlone ? Result::Taken : Result::OtherSystem;
+    const auto end = std::chrono::steady_clock::now() + ClaimPatience;
+    while (!TryTake(m_state->fd, party)) {
+        if (std::chrono::steady_clock::now() >= end) {
+            Release();
+            return Result::OtherSystem;
+        }
+        std::this_thread::sleep_for(ClaimPause());
+    }
+    return Result::Taken;
 }
 
 void CSystemClaim::Release() noexcept {

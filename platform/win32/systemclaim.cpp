@@ -2,18 +2,19 @@
 
 #include <windows.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 
+#include "platform/claimpause.h"
 #include "platform/namedmutex.h"
 #include "platform/win32/handle.h"
-#include "platform/win32/patience.h"
 #include "platform/win32/systempath.h"
 
 namespace Platform {
 
 namespace {
 
-constexpr DWORD Patience = 300;  // milliseconds
 constexpr std::uint32_t PastAllParties = 1U << 30;
 
 bool Lock(HANDLE file, DWORD kind, std::uint32_t start, std::uint32_t length) {
@@ -22,24 +23,34 @@ bool Lock(HANDLE file, DWORD kind, std::uint32_t start, std::uint32_t length) {
     return LockFileEx(file, kind | LOCKFILE_FAIL_IMMEDIATELY, 0, length, 0, &at) != FALSE;
 }
 
-// False when somebody has it; a file system without locks never says so.
-bool LockPatiently(HANDLE file, DWORD kind, std::uint32_t start, std::uint32_t length) {
-    CPatience patience(Patience);
-    while (!Lock(file, kind, start, length)) {
-        if (GetLastError() != ERROR_LOCK_VIOLATION && GetLastError() != ERROR_IO_PENDING) return true;
-        if (!patience.IsLeft()) return false;
-    }
-    return true;
-}
-
-// The system only tells by letting us lock it ourselves.
-bool IsLocked(HANDLE file, std::uint32_t start, std::uint32_t length) {
-    if (length == 0) return false;
-    if (!LockPatiently(file, LOCKFILE_EXCLUSIVE_LOCK, start, length)) return true;
+void Unlock(HANDLE file, std::uint32_t start, std::uint32_t length) {
     OVERLAPPED at{};
     at.Offset = start;
     UnlockFileEx(file, 0, length, 0, &at);
+}
+
+bool IsHeldByAnother() {
+    return GetLastError() == ERROR_LOCK_VIOLATION || GetLastError() == ERROR_IO_PENDING;
+}
+
+// The system only tells by letting us lock it ourselves; a file system without locks never says so.
+bool IsLocked(HANDLE file, std::uint32_t start, std::uint32_t length) {
+    if (length == 0) return false;
+    if (!Lock(file, LOCKFILE_EXCLUSIVE_LOCK, start, length)) return IsHeldByAnother();
+    Unlock(file, start, length);
     return false;
+}
+
+bool TryTake(HANDLE file, std::uint32_t party) {
+    const bool isLocked = Lock(file, 0, party, 1);
+    if (!isLocked && IsHeldByAnother()) return false;
+    // Programs of this machine that look at one time would see each other look.
+    CNamedMutex looking("Vantorel.Listhaven.3.SystemClaim");
+    looking.Lock();
+    const bool isAlone = !IsLocked(file, 0, party) && !IsLocked(file, party + 1, PastAllParties - party - 1);
+    looking.Unlock();
+    if (!isAlone && isLocked) Unlock(file, party, 1);
+    return isAlone;
 }
 
 // What tells machines apart, also copies of one installation under other names.
@@ -72,14 +83,11 @@ CSystemClaim::Result CSystemClaim::Take(const std::string& file, std::uint32_t p
                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
                                FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!handle) return Result::Failed;
-    if (!LockPatiently(handle.Get(), 0, party, 1)) return Result::OtherSystem;
-    // Programs of this machine that look at one time would see each other look.
-    CNamedMutex looking("Vantorel.Listhaven.3.SystemClaim");
-    looking.Lock();
-    const bool isAlone =
-        !IsLocked(handle.Get(), 0, party) && !IsLocked(handle.Get(), party + 1, PastAllParties - party - 1);
-    looking.Unlock();
-    if (!isAlone) return Result::OtherSystem;
+    const auto end = std::chrono::steady_clock::now() + ClaimPatience;
+    while (!TryTake(handle.Get(), party)) {
+        if (std::chrono::steady_clock::now() >= end) return Result::OtherSystem;
+        std::this_thread::sleep_for(ClaimPause());
+    }
     m_state->file = std::move(handle);
     return Result::Taken;
 }
