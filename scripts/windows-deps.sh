@@ -16,19 +16,25 @@ triple=x86_64-w64-mingw32
 jobs=$(nproc)
 
 openssl_version=$(dpkg-query -W -f='${Version}' libssl-dev)
-stamp=$(cat "$0" cmake/windows-deps/CMakeLists.txt cmake/toolchain-mingw-w64-posix.cmake - <<<"$openssl_version" | sha256sum | cut -c1-16)
+stamp=$(cat scripts/windows-deps.sh cmake/windows-deps/CMakeLists.txt cmake/toolchain-mingw-w64-posix.cmake - <<<"$openssl_version" | sha256sum | cut -c1-16)
+if [ "$(cat "$prefix/.stamp" 2>/dev/null)" = "$stamp" ]; then exit 0; fi
+
+# One at a time; the second finds what the first has built.
+exec 9>"$folder/.lock"
+flock 9
 if [ "$(cat "$prefix/.stamp" 2>/dev/null)" = "$stamp" ]; then exit 0; fi
 
 started=$SECONDS
+export SOURCE_DATE_EPOCH=0  # OpenSSL keeps the time of its build
 rm -rf "$prefix" "$folder/work"
 mkdir -p "$prefix/include" "$prefix/lib" "$folder/work"
 
-# The upstream sources of a package; apt compares them with its signed index either way.  An archive may
-# keep only these of an update, without Debian's part of the package.
+# The upstream sources of a package; apt compares them with its signed index, and takes what is there.  An
+# archive may keep only these of an update, without Debian's part of the package.
 fetch() {
   cd "$folder/sources"
-  ls "$1"_*.orig.tar.* >/dev/null 2>&1 || apt-get source -qq --download-only "$1" 2>/dev/null ||
-    apt-get source -qq --download-only --tar-only "$1"
+  apt-get source -qq --download-only "$1" 2>/dev/null || apt-get source -qq --download-only --tar-only "$1" ||
+    ls "$1"_*.orig.tar.*
 }
 
 unpack() {  # PACKAGE FOLDER [WHAT...]
@@ -42,15 +48,17 @@ build_openssl() {
   fetch openssl
   unpack openssl openssl
   cd "$folder/work/openssl"
-  # no-autoload-config: the programs must not read an openssl.cnf from the path of the machine that built them.
+  # The programs must not read a configuration or certificates from a folder that any user can make: no
+  # configuration at all, and a path on which only administrators can.
   # What is left out is neither used nor asked for by mail servers.
   ./Configure mingw64 --cross-compile-prefix=$triple- CC=gcc-posix CXX=g++-posix RC=windres CFLAGS=-O2 CPPDEFINES=_WIN32_WINNT=0x0A00 \
-    --prefix="$prefix" --libdir=lib --openssldir="$prefix/ssl" \
+    --prefix=/Windows/openssl --libdir=lib --openssldir=/Windows/openssl \
     no-shared no-tests no-engine no-module no-dso no-legacy no-autoload-config no-uplink no-async \
     no-aria no-bf no-blake2 no-camellia no-cast no-cmp no-cms no-comp no-ct no-dsa no-dtls no-ec2m no-gost no-idea no-md4 \
     no-mdc2 no-rc2 no-rc4 no-rmd160 no-scrypt no-seed no-sm2 no-sm3 no-sm4 no-srp no-srtp no-ts no-whirlpool
   make -j"$jobs" build_libs
-  make install_dev
+  make install_dev DESTDIR="$folder/work/stage"
+  cp -r "$folder/work/stage/Windows/openssl/include" "$folder/work/stage/Windows/openssl/lib" "$prefix/"
 }
 
 build_others() {
