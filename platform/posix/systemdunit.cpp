@@ -104,7 +104,7 @@ std::string MakeUnit(const ServiceSetup& setup, const std::string& program) {
         "# Written by \"" + OneLine(program) + " install\"; \"systemctl edit\" makes changes that stay.\n";
     unit += "[Unit]\nDescription=" + OneLine(setup.description) + "\n";
     unit += "Wants=network-online.target\nAfter=network-online.target nss-lookup.target\nStartLimitIntervalSec=0\n\n";
-    unit += "[Service]\nUser=" + OneLine(setup.account) + "\nExecStart=" + QuoteForUnit(program);
+    unit += "[Service]\nUser=" + OneLine(setup.account) + "\nExecStart=" + QuotePath(program);  // no variables there
     for (const std::string& argument : setup.arguments)
         unit += ' ' + QuoteForUnit(argument);
     unit += '\n';
