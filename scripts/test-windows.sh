@@ -15,5 +15,6 @@ echo "== windows: tests under Wine"
 export LISTHAVEN_WINEPREFIX=${LISTHAVEN_WINEPREFIX:-$(pwd)/build/wine-prefix}
 trap 'scripts/wine-prefix.sh down' EXIT
 scripts/wine-prefix.sh up
+export LISTHAVEN_TEST_SERVICE=1  # the prefix is ours: a service may be put into it
 # Not from a terminal: Wine would write cursor movements into what the tests print.
 ctest --preset windows "$@" </dev/null | cat
