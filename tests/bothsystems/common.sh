@@ -13,7 +13,7 @@ pids=""               # of programs that run beside this
 
 cleanup() {
   local pid
-  for pid in $pids; do kill -9 "$pid" 2>/dev/null || true; done
+  for pid in $pids; do kill_hard "$pid"; done
   rm -rf "$work"
 }
 trap cleanup EXIT
@@ -45,7 +45,7 @@ start() {
   pids="$pids $started"
 }
 # As a power failure; nobody is to say "Killed".
-kill_hard() { kill -9 "$1" && wait "$1" 2>/dev/null || true; }
+kill_hard() { kill -9 "$1" 2>/dev/null && wait "$1" 2>/dev/null || true; }
 # Ctrl-C; a program in the background of a shell would not get the one of a terminal.
 end_server() {
   local status=0

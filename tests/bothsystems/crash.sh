@@ -61,6 +61,7 @@ grep -rhi '^X-Rcpt-Args:' "$work/taken" | sed 's/.*<\(.*\)>.*/\1/' | sort | uniq
 [ "$(wc -l <"$work/got")" = "$members" ] || fail "$((members - $(wc -l <"$work/got"))) of $members have got nothing"
 doubled=$(awk '{ n += $1 - 1 } END { print n + 0 }' "$work/got")
 [ "$doubled" -le $killed ] || fail "$doubled messages were doubled by $killed kills"
-[ "$(grep -rL 'That was all' "$work/taken" | wc -l)" = 0 ] || fail "a message was not whole"
+torn=$(grep -rL "That was all" "$work/taken" || true)
+[ -z "$torn" ] || fail "a message was not whole: $(cat $torn)"
 lhv linux repair | grep -q "^Nothing to repair" || fail "there is something to repair"
 echo "$members messages, $killed kills, $doubled doubled, none lost."
