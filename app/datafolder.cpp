@@ -97,6 +97,12 @@ void UseDataFolder(std::string_view folder) {
     Make(place);
 }
 
+std::string NameDataFolder() {
+    CPlace& place = GetPlace();
+    const std::lock_guard guard(place.lock);
+    return place.resolved.empty() ? WithSeparator(MakeAbsolute(FindDataFolder(place.given))) : place.resolved;
+}
+
 std::string GetDataFolder() {
     CPlace& place = GetPlace();
     const std::lock_guard guard(place.lock);

@@ -25,6 +25,7 @@ void SetDataFolder(std::string_view folder);
 void UseDataFolder(std::string_view folder);
 
 std::string GetDataFolder();      // with trailing separator
+std::string NameDataFolder();     // likewise, but makes nothing, and as it was named
 std::string GetConfigFileName();  // "Lhv.cfg" in it
 std::string GetLogFolder();       // "Logs" in it, made when missing; without trailing separator
 

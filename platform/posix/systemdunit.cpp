@@ -73,14 +73,6 @@ std::string QuotePath(std::string_view path) {
     return '"' + Escape(path, "\\\"") + '"';
 }
 
-// A bind mount may have a target behind a ":".  The list is taken apart twice.
-std::string QuoteBoundPath(std::string_view path) {
-    std::string inner;
-    for (const char c : path)
-        inner += c == ':' || c == '\\' ? std::string{'\\', c} : std::string(1, c);
-    return '"' + Escape(inner, "\\\"") + '"';
-}
-
 std::string OneLine(std::string_view text) {
     std::string line(text);
     for (char& c : line)
@@ -111,8 +103,8 @@ std::string MakeUnit(const ServiceSetup& setup, const std::string& program) {
     unit += Restrictions;
     const bool isHidden = IsHidden(setup.dataFolder) || IsHidden(program);
     unit += isHidden ? "ProtectHome=tmpfs\n" : "ProtectHome=yes\n";
-    if (IsHidden(program)) unit += "BindReadOnlyPaths=" + QuoteBoundPath(program) + '\n';
-    if (IsHidden(setup.dataFolder)) unit += "BindPaths=" + QuoteBoundPath(setup.dataFolder) + '\n';
+    if (IsHidden(program)) unit += "BindReadOnlyPaths=" + QuotePath(program) + '\n';
+    if (IsHidden(setup.dataFolder)) unit += "BindPaths=" + QuotePath(setup.dataFolder) + '\n';
     unit += "ReadWritePaths=" + QuotePath(setup.dataFolder) + "\n\n[Install]\nWantedBy=multi-user.target\n";
     return unit;
 }

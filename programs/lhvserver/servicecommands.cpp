@@ -46,7 +46,8 @@ void CheckIsOwn(const std::string& folder) {
     bool isOwn = true;
     for (const char* mark : {"Lhv.cfg", "LISTS.CST", "log.txt"})
         if (Platform::FileIsThere(JoinPath(folder, mark))) return;
-    ListFolder(folder, "*", [&](const std::string& name, bool) { return isOwn = name.starts_with('.'); });
+    ListFolder(folder, "*",
+               [&](const std::string& name, bool) { return isOwn = name == ".locks" || name == ".mailslots"; });
     if (!isOwn) throw CLhvException("The folder " + folder + " holds other things: name one for the data alone.");
 }
 
@@ -60,10 +61,10 @@ int Install(const CInstallOptions& options) {
     setup.account = options.account;
     if (!options.passwordFile.empty()) setup.password = ReadPassword(options.passwordFile);
     Require(service.CheckInstall(setup));
+    CheckIsOwn(NameDataFolder());  // before anything is made in it
     const std::string folder = GetDataFolder();
     if (const std::string fault = CheckDataFolder(folder); !fault.empty())
         throw CLhvException(std::string(Trim(fault.substr(0, fault.find('\n')))));
-    CheckIsOwn(folder);
     setup.dataFolder = WithoutSeparator(folder);
     setup.arguments = {"--data-folder", setup.dataFolder, "run", "--service"};
     const std::string fault = service.Install(setup);
