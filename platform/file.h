@@ -71,6 +71,7 @@ public:
     bool GetSize(std::uint64_t& size) const;
     bool SetSize(std::uint64_t size);  // new bytes are zero
     bool Flush();                      // to the disk, without metadata that is not needed to read it back
+    void StartFlush() noexcept;        // so that a Flush() to come has less to wait for; nothing is certain yet
 
 private:
     std::intptr_t m_handle = -1;

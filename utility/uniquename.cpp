@@ -98,6 +98,7 @@ bool CNewFile::FinishWriting() {
 
 bool CNewFile::CloseUnflushed() {
     if (!m_file.IsOpen()) return m_owned;
+    m_file.StartFlush();
     return m_file.Close() || FailOn(m_temporaryPath) || Discard();
 }
 

@@ -185,6 +185,14 @@ bool CFile::Flush() {
     return result == 0;
 }
 
+void CFile::StartFlush() noexcept {
+#ifdef SYNC_FILE_RANGE_WRITE
+    const int code = errno;
+    if (IsFlushEnabled() && IsOpen()) sync_file_range(static_cast<int>(m_handle), 0, 0, SYNC_FILE_RANGE_WRITE);
+    errno = code;
+#endif
+}
+
 bool FlushFolder(std::string_view folder) {
     if (!IsFlushEnabled()) return true;
     if (HitsFault(Operation::FlushFolder)) return false;

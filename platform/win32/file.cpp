@@ -228,6 +228,8 @@ bool CFile::Flush() {
 
 // Names are in the journal of the file system, which the flush of the folder
 // writes where the system does that.  Renames are written through besides.
+void CFile::StartFlush() noexcept {}  // the system has no such thing
+
 bool FlushFolder(std::string_view folder) {
     if (!IsFlushEnabled()) return true;
     if (HitsFault(Operation::FlushFolder)) return false;
