@@ -40,23 +40,32 @@ bool ReadAll(const std::string& path, std::string& text, FileMode mode = FileMod
     }
 }
 
+// 0: none.  Numbers are given once, so that a stay that has ended is not taken for a later one.
+thread_local std::uint64_t t_stay = 0;
+thread_local int t_stays = 0;
+
+std::uint64_t NextStay() {
+    static std::atomic<std::uint64_t> last{0};
+    return ++last;
+}
+
 class CProfileCache {
 public:
     // nullptr, with the reason in LastSystemError(), when the file is missing
     // or cannot be read.
     std::shared_ptr<const CProfileText> Get(const std::string& path) {
         const std::lock_guard lock(m_guard);
+        const auto found = m_entries.find(path);
+        if (t_stay != 0 && found != m_entries.end() && found->second.stay == t_stay) return found->second.text;
         FileStatus status;
         if (!GetFileStatus(path, status)) {
             m_entries.erase(path);
             return nullptr;
         }
-        const auto found = m_entries.find(path);
-        if (found != m_entries.end() && found->second.IsFor(status)) {
-            found->second.lastUse = ++m_uses;
-            return found->second.text;
-        }
-        return Load(path, status);
+        if (found == m_entries.end() || !found->second.IsFor(status)) return Load(path, status);
+        found->second.lastUse = ++m_uses;
+        found->second.stay = t_stay;
+        return found->second.text;
     }
 
     void Forget(const std::string& path) {
@@ -78,6 +87,7 @@ private:
         std::int64_t modified = 0;
         bool settled = false;
         std::uint64_t lastUse = 0;
+        std::uint64_t stay = 0;  // of the thread that looked last
 
         bool IsFor(const FileStatus& status) const {
             return settled && identity == status.identity && size == status.size && modified == status.times.modified;
@@ -95,6 +105,7 @@ private:
         entry.size = status.size;
         entry.modified = status.times.modified;
         entry.lastUse = ++m_uses;
+        entry.stay = t_stay;
         if (m_entries.size() >= MaxFiles && m_entries.find(path) == m_entries.end())
             m_entries.erase(std::min_element(m_entries.begin(), m_entries.end(), [](const auto& a, const auto& b) {
                 return a.second.lastUse < b.second.lastUse;
@@ -225,6 +236,13 @@ std::optional<ProfileFault> CheckProfileFile(std::string_view path) {
             return ProfileFault{at + 1, TrimProfileText(raw).starts_with('[') ? "no \"]\"" : "no key before a \"=\""};
     }
     return std::nullopt;
+}
+
+CProfileStay::CProfileStay() noexcept {
+    if (t_stays++ == 0) t_stay = NextStay();
+}
+CProfileStay::~CProfileStay() {
+    if (--t_stays == 0) t_stay = 0;
 }
 
 }  // namespace Platform

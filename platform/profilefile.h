@@ -43,6 +43,17 @@ std::vector<std::string> ReadProfileKeys(std::string_view path, std::string_view
 // A missing file has no fault.
 std::optional<ProfileFault> CheckProfileFile(std::string_view path);
 
+// While it lives, its thread looks only once whether a file has changed: for
+// work that reads many settings and is over in a moment.  What is written
+// through this interface is seen at once.
+class CProfileStay {
+public:
+    CProfileStay() noexcept;
+    CProfileStay(const CProfileStay&) = delete;
+    CProfileStay& operator=(const CProfileStay&) = delete;
+    ~CProfileStay();
+};
+
 }  // namespace Platform
 
 #endif  // LISTHAVEN_PLATFORM_PROFILEFILE_H
