@@ -93,6 +93,7 @@ struct CCatalogue::CState {
     std::recursive_mutex threads;
     Platform::CNamedMutex mutex;
     CSTable table;
+    int holds = 0;  // under the locks
 
     explicit CState(std::string_view inFolder)
         : folder(WithSeparator(inFolder)), path(folder + "LISTS.CST"), mutex(TableMutexName(path)) {}
@@ -107,10 +108,15 @@ struct CCatalogue::CState {
 class CCatalogue::CState::CHold {
 public:
     explicit CHold(CState& state, bool create = false)
-        : m_threads(state.threads), m_processes(state.mutex), m_table(state.table) {
-        if (m_table.IsOpen() && !m_table.IsCurrent()) m_table.Close();
+        : m_threads(state.threads), m_processes(state.mutex), m_state(state), m_table(state.table) {
+        // Nobody else has changed it since the outer hold looked.
+        if (m_state.holds == 0 && m_table.IsOpen() && !m_table.IsCurrent()) m_table.Close();
         if (!m_table.IsOpen()) state.OpenTable(create);
+        ++m_state.holds;
     }
+    CHold(const CHold&) = delete;
+    CHold& operator=(const CHold&) = delete;
+    ~CHold() { --m_state.holds; }
 
     // Puts the cursor on a list.
     CHold(CState& state, std::int32_t index) : CHold(state) {
@@ -126,8 +132,17 @@ public:
 private:
     std::unique_lock<std::recursive_mutex> m_threads;
     CMutexGuard m_processes;
+    CState& m_state;
     CSTable& m_table;
 };
+
+struct CCatalogue::CKeep::CHeld {
+    explicit CHeld(CState& state) : hold(state) {}
+    CState::CHold hold;
+};
+
+CCatalogue::CKeep::CKeep(CCatalogue& catalogue) : m_held(std::make_unique<CHeld>(*catalogue.m_state)) {}
+CCatalogue::CKeep::~CKeep() = default;
 
 // A catalogue that is not there holds no lists; it is made with the first one.
 void CCatalogue::CState::OpenTable(bool create) {

@@ -40,6 +40,20 @@ class CCatalogue {
 public:
     static constexpr std::int32_t None = -1;
 
+    // While it lives nobody else changes the catalogue, and reading it costs no
+    // locks: for many reads in a moment.  Of one thread; CLhvException.
+    class CKeep {
+    public:
+        explicit CKeep(CCatalogue& catalogue);
+        CKeep(const CKeep&) = delete;
+        CKeep& operator=(const CKeep&) = delete;
+        ~CKeep();
+
+    private:
+        struct CHeld;
+        std::unique_ptr<CHeld> m_held;
+    };
+
     CCatalogue();  // of the data folder
     explicit CCatalogue(std::string_view folder);
     CCatalogue(const CCatalogue&) = delete;

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <utility>
 
 #include "app/datafolder.h"
@@ -38,7 +39,7 @@ std::shared_ptr<const LogView> GetLogView() {
 }
 
 // As ctime() writes it, without the line end; never in another language.
-std::string TimeText(std::int64_t now) {
+std::string MakeTimeText(std::int64_t now) {
     static constexpr std::array Days = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
     static constexpr std::array Months = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                           "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
@@ -46,6 +47,15 @@ std::string TimeText(std::int64_t now) {
     return FormatText("%s %s%3d %.2d:%.2d:%.2d %d", Days.at(static_cast<std::size_t>(time.tm_wday)),
                       Months.at(static_cast<std::size_t>(time.tm_mon)), time.tm_mday, time.tm_hour, time.tm_min,
                       time.tm_sec, 1900 + time.tm_year);
+}
+
+// Once a second: the system looks each time whether its time zone has changed.
+const std::string& TimeText(std::int64_t now) {
+    thread_local std::int64_t time = -1;
+    thread_local std::string text;
+    if (time != now) text = MakeTimeText(now);
+    time = now;
+    return text;
 }
 
 void AppendPadded(std::string& line, std::string_view text, std::size_t width) {
@@ -69,17 +79,24 @@ std::string MakeLogLine(int level, std::string_view message) {
     return line;
 }
 
-void AppendToLog(const std::string& line) {
+thread_local CLogGroup* t_group = nullptr;
+
+void AppendToLog(const std::string& lines) {
     const std::string path = GetLogFileName();
     const CMutexGuard guard(GetLogMutex());
     Platform::CFile file;
-    if (file.Open(path, Platform::FileMode::Append)) file.Write(line + "\n");
+    if (file.Open(path, Platform::FileMode::Append)) file.Write(lines);
 }
 
-void LogText(int level, const std::string& message) {
-    const std::string line = MakeLogLine(level, message);
-    AppendToLog(line);
-    if (const auto view = GetLogView()) (*view)(line);
+void WriteLines(std::span<const std::string> lines) {
+    std::string text;
+    for (const std::string& line : lines)
+        text.append(line).append("\n");
+    AppendToLog(text);
+    if (const auto view = GetLogView()) {
+        for (const std::string& line : lines)
+            (*view)(line);
+    }
 }
 
 // The position behind the next line end at or behind "from".
@@ -119,10 +136,28 @@ void Log(int level, const char* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
     try {
-        if (IsLogged(level)) LogText(level, FormatTextV(format, arguments));
+        if (IsLogged(level)) {
+            std::string line = MakeLogLine(level, FormatTextV(format, arguments));
+            if (t_group)
+                t_group->m_lines.push_back(std::move(line));
+            else
+                WriteLines({&line, 1});
+        }
     } catch (...) {  // a line is lost, not the work that it was about
     }
     va_end(arguments);
+    Platform::SetLastSystemError(before);
+}
+
+CLogGroup::CLogGroup() : m_outer(std::exchange(t_group, this)) {}
+
+CLogGroup::~CLogGroup() {
+    const Platform::SystemError before = Platform::LastSystemError();
+    t_group = m_outer;
+    try {
+        if (!m_lines.empty()) WriteLines(m_lines);
+    } catch (...) {  // likewise
+    }
     Platform::SetLastSystemError(before);
 }
 

@@ -18,6 +18,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/namedmutex.h"
 #include "utility/formattext.h"
@@ -43,6 +44,21 @@ std::string_view LogLevelTag(int level) noexcept;
 // Also gets every line that is logged, without its line end, on the thread that
 // logs and after the file has it.  What it throws is dropped.  {} ends it.
 void SetLogView(std::function<void(const std::string& line)> view);
+
+// While it lives, the lines of its thread are kept, and written together when it
+// ends: for many lines in a moment.
+class CLogGroup {
+public:
+    CLogGroup();
+    CLogGroup(const CLogGroup&) = delete;
+    CLogGroup& operator=(const CLogGroup&) = delete;
+    ~CLogGroup();
+
+private:
+    std::vector<std::string> m_lines;
+    CLogGroup* m_outer;
+    friend void Log(int level, const char* format, ...);
+};
 
 std::string GetLogFileName();
 Platform::CNamedMutex& GetLogMutex();
