@@ -122,15 +122,16 @@ bool StartsFieldOfTransport(std::string_view line) noexcept {
 bool IsSeparator(std::string_view line) noexcept {
     const std::string_view trimmed = Trim(line);
     if (trimmed.size() < 12 || trimmed.size() > 120) return false;
+    const bool isRuled = trimmed.starts_with("--") || trimmed.starts_with("==") || trimmed.starts_with("**");
+    const bool endsOpen =
+        trimmed.ends_with(':') || trimmed.ends_with('-') || trimmed.ends_with('>') || trimmed.ends_with(']');
+    if (!isRuled && !endsOpen) return false;  // of most lines no word needs to be looked for
     const auto has = [trimmed](std::string_view word) { return FindNoCase(trimmed, word) != std::string_view::npos; };
     const bool namesMessage = has("message") || has("mail") || has("letter") || has("header");
     const bool namesReturned =
         has("original") || has("copy of") || has("unsent") || has("returned") || has("undelivered");
     if (!namesMessage || !namesReturned) return false;
-    const bool isRuled = trimmed.starts_with("--") || trimmed.starts_with("==") || trimmed.starts_with("**");
     const bool isLead = has("header") || has("copy") || has("follow") || has("below");
-    const bool endsOpen =
-        trimmed.ends_with(':') || trimmed.ends_with('-') || trimmed.ends_with('>') || trimmed.ends_with(']');
     return isRuled || (isLead && endsOpen && trimmed.size() < 80);
 }
 

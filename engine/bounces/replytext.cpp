@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <span>
 
 #include "engine/bounces/replyphrases.h"
@@ -50,19 +51,18 @@ bool IsPhraseAt(std::string_view rest, std::string_view words) noexcept {
 }  // namespace
 
 std::string NormalizeReply(std::string_view text) {
-    constexpr std::string_view Blanks = " \t\r\n\v\f";
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; };
+    const auto isBlank = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
     constexpr std::string_view CurlyApostrophe = "\xE2\x80\x99";
     std::string result;
     result.reserve(text.size());
-    for (std::size_t at = text.find_first_not_of(Blanks); at != std::string_view::npos;
-         at = text.find_first_not_of(Blanks, at)) {
-        const std::size_t end = std::min(text.find_first_of(Blanks, at), text.size());
-        const std::string_view word = text.substr(at, end - at);
-        at = end;
-        if (word.find('@') != std::string_view::npos) continue;
-        if (!result.empty()) result += ' ';
-        for (const char c : word)
-            result += ToLowerAscii(c);
+    for (auto at = std::find_if_not(text.begin(), text.end(), isBlank); at != text.end();) {
+        const auto end = std::find_if(at, text.end(), isBlank);
+        if (std::find(at, end, '@') == end) {
+            if (!result.empty()) result += ' ';
+            std::transform(at, end, std::back_inserter(result), lower);
+        }
+        at = std::find_if_not(end, text.end(), isBlank);
     }
     ReplaceAll(result, CurlyApostrophe, "'");
     return result;
