@@ -6,38 +6,25 @@
 # with status 1 when it is not what it should be.
 #
 # usage: scripts/demo-lists.sh [DIR]      default: demo-data/lists; made anew on each run.  To be run by root.
+# With demo_system=windows it is the programs for Windows, under Wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/demo-servers.sh
 data=${1:-demo-data/lists}
-programs=build/release/programs
 
 [ "$(id -u)" = 0 ] || { echo "demo-lists.sh: Postfix can be started by root only" >&2; exit 1; }
 if [ -e "$data" ]; then
   [ -f "$data/made-by-demo" ] || { echo "demo-lists.sh: $data exists and was not made by this script" >&2; exit 1; }
   rm -rf "$data"
 fi
+. scripts/demo-programs.sh
 mkdir -p "$data"
 touch "$data/made-by-demo"
-export LISTHAVEN_DATA_FOLDER="$data/listhaven"
+data=$(cd "$data" && pwd)
+export LISTHAVEN_DATA_FOLDER
+LISTHAVEN_DATA_FOLDER=$(on_system "$data/listhaven")
+trap 'stop_server || true; stop_servers; stop_programs' EXIT
 
-lhvserver_pid=""
-stop_all() {
-  [ -z "$lhvserver_pid" ] || { kill "$lhvserver_pid" 2>/dev/null && wait "$lhvserver_pid" || true; }
-  stop_servers
-}
-trap stop_all EXIT
-
-listhaven() { "$programs/listhaven/listhaven" "$@"; }
-show() {
-  local words="" word
-  for word in "$@"; do
-    case $word in *[\ \*]*) word="\"$word\"" ;; esac
-    words="$words $word"
-  done
-  printf '\n$ listhaven%s\n' "$words"
-  listhaven "$@"
-}
 step() { printf '\n== %s\n' "$*"; }
 fail() { echo "demo-lists.sh: $*" >&2; exit 1; }
 
@@ -91,8 +78,7 @@ show settings set Service Pop3Port "$pop_port"
 show settings set Service SmtpPort "$smtp_port"
 show rule ls Harbour
 printf '\n$ lhvserver run\n'
-"$programs/lhvserver/lhvserver" run &
-lhvserver_pid=$!
+start_server
 
 step "People subscribe, and confirm"
 for name in anna bob carla; do write $name harbour-request@town.example subscribe; done
@@ -135,7 +121,5 @@ is_no_member Harbour anna@town.example || fail "anna is still a member"
 
 step "What the list's log says"
 show log --level info -n 100 | grep '(Harbour)' | sed -E 's/^.{11}(.{8})[^]]*\] +/\1  /'
-kill "$lhvserver_pid"
-wait "$lhvserver_pid" || fail "lhvserver ended with status $?"
-lhvserver_pid=""
+stop_server || fail "lhvserver ended with status $?"
 printf '\nEverybody got what he should, once. The data folder: %s\n' "$LISTHAVEN_DATA_FOLDER"

@@ -4,25 +4,26 @@
 # every copy through the null sender, which files it in a folder.  Then, as root,
 # a list that runs itself, between Postfix and Dovecot: see demo-lists.sh.
 #
-# usage: scripts/demo.sh [--relay | --lists] [DIR]      default: demo-data in the project folder; made anew on each run
+# usage: scripts/demo.sh [--windows] [--relay | --lists] [DIR]      default: demo-data in the project folder; made anew on each run
 #
+# --windows shows the programs for Windows, under Wine.
 # --relay sends through a mail server instead: smtp-sink, which the script starts
 # on loopback, takes every message and passes none on.  --lists shows the list
 # that runs itself alone.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 mode=all
+demo_system=native
+case ${1:-} in --windows) demo_system=windows; shift ;; esac
 case ${1:-} in --relay | --lists) mode=${1#--}; shift ;; esac
-case ${1:-} in -*) echo "usage: scripts/demo.sh [--relay | --lists] [DIR]" >&2; exit 2 ;; esac
+case ${1:-} in -*) echo "usage: scripts/demo.sh [--windows] [--relay | --lists] [DIR]" >&2; exit 2 ;; esac
 relay=no
 [ $mode = relay ] && relay=yes
 data=${1:-demo-data}
 
-scripts/setup.sh
-echo "== build"
-cmake --preset release >/dev/null
-cmake --build --preset release --target listhaven lhvserver | tail -n 1
+export demo_system
 [ $mode = lists ] && exec scripts/demo-lists.sh "$data"
+. scripts/demo-programs.sh
 
 # Only a folder that an earlier run made is emptied.
 if [ -e "$data" ]; then
@@ -34,17 +35,8 @@ touch "$data/made-by-demo"
 data=$(cd "$data" && pwd)
 copies="$data/delivered"
 mkdir -p "$copies"
-export LISTHAVEN_DATA_FOLDER="$data/listhaven"
-listhaven=build/release/programs/listhaven/listhaven
-show() {
-  local words="" word
-  for word in "$@"; do
-    case $word in *[\ \*]*) word="\"$word\"" ;; esac
-    words="$words $word"
-  done
-  printf '\n$ listhaven%s\n' "$words"
-  "$listhaven" "$@"
-}
+export LISTHAVEN_DATA_FOLDER
+LISTHAVEN_DATA_FOLDER=$(on_system "$data/listhaven")
 
 # The server runs as nobody when it was started by root, and a folder of its own lets nobody in.
 start_relay() {
@@ -70,10 +62,8 @@ stop_relay() {
   [ -z "$mail" ] || rm -rf "$mail"
 }
 relay_pid="" mail=""
-if [ $relay = yes ]; then
-  trap stop_relay EXIT
-  start_relay
-fi
+trap 'stop_relay; stop_programs' EXIT
+if [ $relay = yes ]; then start_relay; fi
 
 show list create "Harbour News" --email news@harbour.example --kind announcement
 show field set "Harbour News" 0 Town
@@ -89,7 +79,7 @@ if [ $relay = yes ]; then
   show account set "Harbour News" SendMethod SmtpMessageSender2
 else
   show account set "Harbour News" SendMethod NullMessageSender
-  show account set "Harbour News" TargetFolder "$copies"
+  show account set "Harbour News" TargetFolder "$(on_system "$copies")"
 fi
 show broadcast examples/newsletter.eml --list "Harbour News"
 show queue ls
