@@ -4,6 +4,7 @@
 # programs say of it must be the same on both.
 #
 # usage: tests/bothsystems/carry.sh LINUX-PROGRAMS WINDOWS-PROGRAMS      with LISTHAVEN_WINEPREFIX set
+# shellcheck source=tests/bothsystems/common.sh
 . "$(dirname "$0")/common.sh"
 
 members=60

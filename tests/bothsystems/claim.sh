@@ -3,6 +3,7 @@
 # with a reason, also in a race of many starts; a killed one is in nobody's way.
 #
 # usage: tests/bothsystems/claim.sh LINUX-PROGRAMS WINDOWS-PROGRAMS      with LISTHAVEN_WINEPREFIX set
+# shellcheck source=tests/bothsystems/common.sh
 . "$(dirname "$0")/common.sh"
 
 reason="Programs of another operating system"
@@ -72,5 +73,5 @@ server_of_one_keeps_the_other_out windows linux
 race 40 1
 lhv windows list delete News --yes >/dev/null
 lhv windows list create News --email news@lists.example --kind announcement >/dev/null
-race 10 5000
+race 12 1000
 echo "Two systems keep off each other's data folder."

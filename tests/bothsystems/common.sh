@@ -1,6 +1,6 @@
 # Sourced by the tests of programs of both systems: this system's, and those for
-# Windows under Wine.  Arguments of the tests: FOLDER WITH listhaven AND
-# lhvserver, FOLDER WITH listhaven.exe AND lhvserver.exe.
+# Windows under Wine.  Their arguments: the folder programs/ of either build.
+# shellcheck shell=bash
 #
 # Each works in a folder of its own, which is removed at the end.
 set -euo pipefail
@@ -29,17 +29,17 @@ on() {
   local system=$1 program=$2
   shift 2
   if [ "$system" = windows ]; then
-    LISTHAVEN_DATA_FOLDER=$(folder_for windows) timeout 300 "$here/scripts/wine-run.sh" "$windows/$program.exe" "$@"
+    LISTHAVEN_DATA_FOLDER=$(folder_for windows) timeout 300 "$here/scripts/wine-run.sh" "$windows/$program/$program.exe" "$@"
   else
-    LISTHAVEN_DATA_FOLDER=$data timeout 300 "$linux/$program" "$@"
+    LISTHAVEN_DATA_FOLDER=$data timeout 300 "$linux/$program/$program" "$@"
   fi
 }
 # start SYSTEM PROGRAM ARGUMENTS...: beside this; $started is its process.
 start() {
   local system=$1 program=$2 command
   shift 2
-  command=("$linux/$program")
-  if [ "$system" = windows ]; then command=("$here/scripts/wine-run.sh" "$windows/$program.exe"); fi
+  command=("$linux/$program/$program")
+  if [ "$system" = windows ]; then command=("$here/scripts/wine-run.sh" "$windows/$program/$program.exe"); fi
   LISTHAVEN_DATA_FOLDER=$(folder_for "$system") "${command[@]}" "$@" >"$work/$program.out" 2>&1 &
   started=$!
   pids="$pids $started"
