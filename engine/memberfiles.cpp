@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "engine/eventlog.h"
 #include "engine/textstore.h"
 #include "platform/file.h"
 #include "platform/filestatus.h"
+#include "platform/openfiles.h"
 #include "platform/systemerror.h"
 #include "utility/paths.h"
 
@@ -27,9 +29,11 @@ std::string IndexPathOf(const std::string& tablePath) {
 
 CMemberHold::CMemberHold(CMemberFiles& files) : m_files(files) {
     m_files.m_mutex.Lock();
+    ++m_files.m_holds;
     try {
         m_files.Refresh();
     } catch (...) {
+        --m_files.m_holds;
         m_files.m_mutex.Unlock();
         throw;
     }
@@ -37,6 +41,7 @@ CMemberHold::CMemberHold(CMemberFiles& files) : m_files(files) {
 
 CMemberHold::~CMemberHold() {
     m_files.CloseWhenEmpty();
+    if (--m_files.m_holds == 0 && !Platform::OpenFilesCanBeReplaced()) m_files.CloseForOthers();
     m_files.m_mutex.Unlock();
 }
 
@@ -90,16 +95,31 @@ void CMemberFiles::NoteIdentity() {
     if (!Platform::GetFileStatus(m_path, status)) {
         throw CLhvException("The members in " + m_path + " have vanished.", Platform::LastSystemError());
     }
+    const bool isTheSame = std::exchange(m_isClosedForOthers, false) && m_identity == status.identity;
+    if (!isTheSame) ++m_generation;
     m_identity = status.identity;
-    ++m_generation;
 }
 
 void CMemberFiles::CloseTable() {
     m_recordCount = 0;
+    if (std::exchange(m_isClosedForOthers, false)) ++m_generation;
     if (!m_table) return;
     ++m_generation;
     const std::unique_ptr<CMemberTable> table = std::move(m_table);
     table->Close();
+}
+
+// Who packs the table or removes the index needs it closed there.
+void CMemberFiles::CloseForOthers() noexcept {
+    m_index.Close();
+    if (!m_table) return;
+    try {
+        const std::unique_ptr<CMemberTable> table = std::move(m_table);
+        m_isClosedForOthers = true;
+        table->Close();
+    } catch (const std::exception& e) {
+        Log(LogError, "The members in %s could not be closed: %s", m_path.c_str(), e.what());
+    }
 }
 
 void CMemberFiles::CloseWhenEmpty() noexcept {

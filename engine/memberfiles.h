@@ -62,8 +62,8 @@ public:
     void ApplyIndex(IndexChange& change);        // on the disk when it returns
     void ApplyIndexInBulk(IndexChange& change);  // on the disk when the list is closed, or changed otherwise
     void RebuildIndex();
-    bool HasLostRecords();        // the index knows of more than there are
-    void DropIndex() noexcept;    // closes it; it is looked at anew when it is next needed
+    bool HasLostRecords();      // the index knows of more than there are
+    void DropIndex() noexcept;  // closes it; it is looked at anew when it is next needed
     bool EmptyIndex() noexcept;
     void RemoveIndex() noexcept;  // with its file
 
@@ -77,6 +77,7 @@ private:
     void OpenTable(bool create);
     void CloseTable();
     void CloseWhenEmpty() noexcept;
+    void CloseForOthers() noexcept;
     bool TryPrepareIndex();
     bool IndexFits();
     void ApplyIndex(IndexChange& change, CSSIndex::Written written);
@@ -102,6 +103,8 @@ private:
     std::uint64_t m_identity = 0;
     std::int32_t m_recordCount = 0;
     std::uint32_t m_generation = 0;
+    int m_holds = 0;
+    bool m_isClosedForOthers = false;  // records have not moved if it is the same file when it is opened again
     CSSIndex m_index;
     IndexState m_state;
     std::vector<std::int32_t> m_hits;
