@@ -158,6 +158,12 @@ bool CRepair::IsBroadcastUnfinished() {
     return unfinished || !listed;
 }
 
+// The paths of both systems are written down with the separators of the one that wrote them.
+std::string WithSlashes(std::string path) {
+    std::replace(path.begin(), path.end(), '\\', '/');
+    return path;
+}
+
 // The files of mail cycles: one that was interrupted knows which of them are to
 // be kept.
 void CRepair::FindPrepared() {
@@ -168,7 +174,7 @@ void CRepair::FindPrepared() {
         const std::string path = JoinPath(JoinPath(inboxes, name), ".preparing");
         if (!isFolder || !Platform::FileIsThere(path) || !ReadWholeFile(path, prepared)) return true;
         for (const std::string_view file : Split(prepared, '\n'))
-            m_prepared.insert(m_folder + std::string(file));
+            m_prepared.insert(WithSlashes(m_folder + std::string(file)));
         return true;
     });
 }
@@ -202,7 +208,7 @@ void CRepair::RemoveAbandoned(const std::string& folder, int depth) {
     for (const std::string& name : files) {
         const std::string path = JoinPath(folder, name);
         Platform::FileStatus status;
-        if (m_prepared.count(path) > 0) continue;
+        if (m_prepared.count(WithSlashes(path)) > 0) continue;
         if (!Platform::GetFileStatus(path, status) || now - status.times.modified < Abandoned) continue;
         if (Platform::RemoveFile(path)) {
             Tell(RepairFinding::Mended, path + ": This file was left half-written and is removed.");

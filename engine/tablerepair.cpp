@@ -136,6 +136,7 @@ bool CTableRepair::FindVersion(std::uint32_t& version) const {
     std::array<std::uint8_t, 4> bytes{};
     if (!file.ReadAt(0, bytes.data(), bytes.size())) {
         if (Platform::LastSystemError() != 0) Fail();
+        file.Close();  // not every system replaces what is open
         return GuessVersion(version, true);
     }
     version = std::uint32_t{bytes[0]} | std::uint32_t{bytes[1]} << 8 | std::uint32_t{bytes[2]} << 16 |
