@@ -181,7 +181,7 @@ void CSSIndex::CFileState::OpenEnvironment() {
     Check(path, mdb_env_set_mapsize(environment, reads && !isNew ? size : std::max(FirstMapSize, size)));
     unsigned flags = MDB_NOSUBDIR | MDB_NOTLS | MDB_NOLOCK | MDB_NOMETASYNC | MDB_NORDAHEAD;
     if (reads) flags |= MDB_RDONLY;
-    Check(path, mdb_env_open(environment, path.c_str(), flags, 0660));
+    Check(path, mdb_env_open(environment, Platform::NameForLibraries(path).c_str(), flags, 0660));
     if (!Platform::GetFileStatus(path, status)) throw CLhvException("The index " + path + " has vanished.");
     identity = status.identity;
     MDB_stat statistics{};

@@ -93,7 +93,8 @@ int CStateDatabase::CFileState::Open(const std::string& path) {
     // Where a map cannot be longer than the file, opening gives the file the length of the map.
     if (const int code = mdb_env_set_mapsize(environment, std::max(FirstMapSize, size))) return code;
     const unsigned flags = MDB_NOSUBDIR | MDB_NOTLS | MDB_NOLOCK | MDB_NORDAHEAD;
-    if (const int code = mdb_env_open(environment, path.c_str(), flags, 0660)) return code;
+    const std::string name = Platform::NameForLibraries(path);
+    if (const int code = mdb_env_open(environment, name.c_str(), flags, 0660)) return code;
     MDB_stat statistics{};
     if (const int code = mdb_env_stat(environment, &statistics)) return code;
     pageSize = statistics.ms_psize;
