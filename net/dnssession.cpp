@@ -264,6 +264,14 @@ bool CDnsSession::CState::ReadHostsFile(const std::string& host, std::vector<std
     return !addresses.empty();
 }
 
+// Name servers need not know it (RFC 6761, 6.3), and Windows has no line for it
+// in its hosts file.
+bool IsThisHost(std::string_view host, std::vector<std::string>& addresses) {
+    if (!EqualNoCase(host, "localhost")) return false;
+    addresses = {"127.0.0.1", "::1"};
+    return true;
+}
+
 DnsStatus CDnsSession::CState::FindAddresses(std::string_view host, std::vector<std::string>& addresses) {
     addresses.clear();
     std::string address;
@@ -273,8 +281,11 @@ DnsStatus CDnsSession::CState::FindAddresses(std::string_view host, std::vector<
     }
     CQuestion question{.kind = "A", .name = {}, .what = "addresses"};
     DnsStatus status = Prepare(host, question);
-    if (status == DnsStatus::Found && !(options.server.empty() && ReadHostsFile(question.name, addresses)))
-        status = AskForAddresses(question, addresses);
+    const auto isKnownHere = [&] {
+        return options.server.empty() &&
+               (ReadHostsFile(question.name, addresses) || IsThisHost(question.name, addresses));
+    };
+    if (status == DnsStatus::Found && !isKnownHere()) status = AskForAddresses(question, addresses);
     if (status != DnsStatus::Found) addresses.clear();
     return Conclude(status, question, Join(addresses, ", "));
 }
