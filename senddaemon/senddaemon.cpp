@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <filesystem>
 #include <map>
 #include <mutex>
 #include <set>
@@ -11,6 +10,7 @@
 
 #include "app/pumpmessages.h"
 #include "platform/filestatus.h"
+#include "platform/knownfolders.h"
 #include "platform/namedmutex.h"
 #include "senddaemon/accountfolders.h"
 #include "senddaemon/configuration.h"
@@ -41,11 +41,7 @@ bool FailInternally(int line, InternalErrorKind kind) {
 
 // Two ways to write one path are one folder.
 std::string GetPresenceName(const std::string& rootFolder) {
-    std::error_code error;
-    const std::filesystem::path path(std::u8string(rootFolder.begin(), rootFolder.end()));
-    const std::u8string whole = std::filesystem::weakly_canonical(path, error).generic_u8string();
-    const std::string name = error ? rootFolder : std::string(whole.begin(), whole.end());
-    return std::string(PresenceName) + WithoutSeparator(name);
+    return std::string(PresenceName) + WithoutSeparator(Platform::CanonicalFolder(rootFolder));
 }
 
 }  // namespace
