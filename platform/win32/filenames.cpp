@@ -260,11 +260,36 @@ bool MakeFolder(std::string_view path) {
     return CreateDirectoryW(name.c_str(), &security) != 0;
 }
 
+namespace {
+
+// A folder that is open elsewhere does not say that it is not empty either.
+bool HoldsSomething(const std::wstring& folder) {
+    WIN32_FIND_DATAW entry;
+    const HANDLE search =
+        FindFirstFileExW((folder + L"\\*").c_str(), FindExInfoBasic, &entry, FindExSearchNameMatch, nullptr, 0);
+    if (search == INVALID_HANDLE_VALUE) return false;
+    const std::wstring_view self = L".";
+    const std::wstring_view parent = L"..";
+    bool isFound = false;
+    do
+        isFound = entry.cFileName != self && entry.cFileName != parent;
+    while (!isFound && FindNextFileW(search, &entry));
+    FindClose(search);
+    return isFound;
+}
+
+}  // namespace
+
 bool RemoveEmptyFolder(std::string_view path) {
     if (HitsFault(Operation::Remove)) return false;
     const std::wstring name = SystemPath(path);
     if (name.empty()) return FailAsNotFound();
-    return Patiently(name, name, [&] { return RemoveDirectoryW(name.c_str()) != 0; });
+    return Patiently(name, name, [&] {
+        if (RemoveDirectoryW(name.c_str())) return true;
+        const DWORD code = GetLastError();
+        SetLastError(HoldsSomething(name) ? ERROR_DIR_NOT_EMPTY : code);
+        return false;
+    });
 }
 
 // A name with the prefix would stay in the way of relative names.
