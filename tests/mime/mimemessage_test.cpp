@@ -8,6 +8,7 @@
 #include "mime/createentity.h"
 #include "mime/messagecomposer.h"
 #include "platform/guid.h"
+#include "tests/platform/temporaryfolder.h"
 #include "utility/files.h"
 #include "utility/lhvexception.h"
 #include "utility/text.h"
@@ -19,7 +20,7 @@ protected:
     MimeMessage() { EnsureFolder(m_folder); }
     ~MimeMessage() override { RemoveFolderTree(m_folder); }
 
-    std::string PathOf(const std::string& name) const { return m_folder + "/" + name; }
+    std::string PathOf(const std::string& name) const { return WithSystemSeparators(m_folder + "/" + name); }
     std::string ContentOf(const std::string& path) const {
         std::string content;
         EXPECT_TRUE(ReadWholeFile(path, content)) << path;
@@ -56,12 +57,13 @@ TEST_F(MimeMessage, OnlyPartBecomesTheRoot) {
 }
 
 TEST_F(MimeMessage, AttachesFiles) {
+    const char* const name = Platform::PathSeparator() == '/' ? "some \"file\".bin" : "some 'file'.bin";
     std::string content;
     for (int i = 0; i < 1000; ++i)
         content += static_cast<char>(i % 256);
-    ASSERT_TRUE(WriteFileAtomically(PathOf("some \"file\".bin"), content));
+    ASSERT_TRUE(WriteFileAtomically(PathOf(name), content));
     CMimeAttachment attachment;
-    attachment.AttachFile(PathOf("some \"file\".bin"));
+    attachment.AttachFile(PathOf(name));
     EXPECT_EQ(attachment.GetFileName(), "some 'file'.bin");
     EXPECT_EQ(attachment.GetStoredBody().find('\r'), std::string_view::npos);
     const auto again = CreateEntity(LfToCrLf(attachment.GetText())).As<CMimeAttachment>();

@@ -3,6 +3,7 @@
 #ifndef LISTHAVEN_TESTS_PLATFORM_TEMPORARYFOLDER_H
 #define LISTHAVEN_TESTS_PLATFORM_TEMPORARYFOLDER_H
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -32,9 +33,17 @@ inline void RemoveTemporaryTree(const std::string& folder) {
     Platform::RemoveEmptyFolder(folder);
 }
 
+// As the programs write names themselves.
+inline std::string WithSystemSeparators(std::string path) {
+    std::replace(path.begin(), path.end(), '/', Platform::PathSeparator());
+    return path;
+}
+
 class CTemporaryFolder {
 public:
-    CTemporaryFolder() : m_path(Platform::TemporaryFolder() + "/lhv" + std::to_string(Platform::NewGuid().data1)) {
+    CTemporaryFolder()
+        : m_path(
+              WithSystemSeparators(Platform::TemporaryFolder() + "/lhv" + std::to_string(Platform::NewGuid().data1))) {
         if (!Platform::MakeFolder(m_path)) throw std::runtime_error(m_path);
     }
     CTemporaryFolder(const CTemporaryFolder&) = delete;
@@ -42,7 +51,7 @@ public:
     ~CTemporaryFolder() { RemoveTemporaryTree(m_path); }
 
     const std::string& GetPath() const { return m_path; }
-    std::string operator/(const std::string& name) const { return m_path + '/' + name; }
+    std::string operator/(const std::string& name) const { return WithSystemSeparators(m_path + '/' + name); }
 
 private:
     std::string m_path;

@@ -21,6 +21,7 @@
 #include "platform/knownfolders.h"
 #include "senddaemon/accountfolders.h"
 #include "senddaemon/daemonlog.h"
+#include "tests/platform/temporaryfolder.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"
 #include "utility/paths.h"
@@ -67,7 +68,7 @@ protected:
         EXPECT_TRUE(RemoveFolderTree(m_folder)) << GetLastErrorText();
     }
 
-    std::string InFolder(std::string_view name) const { return JoinPath(m_folder, name); }
+    std::string InFolder(std::string_view name) const { return WithSystemSeparators(JoinPath(m_folder, name)); }
 
     std::string MakeFile(std::string_view name, std::string_view content) const {
         const std::string path = InFolder(name);

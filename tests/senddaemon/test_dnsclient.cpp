@@ -1,5 +1,6 @@
 // From a recipient to the mail exchangers of his domain, asked of a name server.
 
+#include "platform/knownfolders.h"
 #include "senddaemon/configuration.h"
 #include "senddaemon/mxrecords.h"
 #include "tests/senddaemon/sendfixture.h"
@@ -68,6 +69,12 @@ TEST_F(DnsClient, MailExchangers) {
         Texts hosts;
         EXPECT_EQ(Ask(client, row.domain, hosts), row.result);
         EXPECT_EQ(hosts, row.hosts) << row.domain;
+        // The call of Windows asks at the usual port only.
+        const bool isAsked = row.domain[0] != '[' && row.domain[1] != ' ';
+        if (isAsked && Platform::PathSeparator() == '\\') {
+            EXPECT_EQ(Ask(system, row.domain, hosts), "later: The system's resolver cannot ask " + server);
+            continue;
+        }
         const bool isSame = row.systemResult.empty();
         EXPECT_EQ(Ask(system, row.domain, hosts), isSame ? row.result : row.systemResult);
         std::sort(hosts.begin(), hosts.end());  // it keeps the order of the answer
@@ -92,7 +99,10 @@ TEST_F(DnsClient, ConnectionsFindExchangersThatOnlyThisServerKnows) {
     EXPECT_EQ(failure.kind, Net::FailureKind::NameUnknown);
 
     m_server.Stop();
-    EXPECT_FALSE(resolve("mx1.lists.example", addresses, failure));
+    CDnsSettings hurried = Settings();
+    hurried.timeout = 1;  // not every system says that nobody listens
+    CatalystDnsClient another(hurried);
+    EXPECT_FALSE(another.MakeResolver()("mx1.lists.example", addresses, failure));
     EXPECT_EQ(failure.kind, Net::FailureKind::NameUnknown) << failure.text;
     EXPECT_TRUE(failure.text.starts_with("Error while connecting to DNS server: ")) << failure.text;
 }

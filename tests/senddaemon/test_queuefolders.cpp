@@ -23,6 +23,7 @@ protected:
         EXPECT_TRUE(iterator.Start(queue));
         std::string path;
         while (iterator.GetCurrent(path)) {
+            std::replace(path.begin(), path.end(), Platform::PathSeparator(), '/');
             names.insert(path.substr(queue.size() + 1));
             if (!iterator.Next()) break;
         }

@@ -58,6 +58,7 @@ TEST_F(Settling, EachRecipientGoesWhereItBelongs) {
     m_gate = UseReportingKind();
     for (const CCase& each : cases) {
         SCOPED_TRACE(each.log);
+        m_daemon.reset();
         ASSERT_TRUE(RemoveFolderTree(m_account) && EnsureFolder(m_account));
         Set("SendMethod", "Gate");
         Set("SaveSentMessages", each.keeps ? "1" : "0");
@@ -203,6 +204,7 @@ void Settling::CrashAtEveryStep(const std::string& recipients, bool isBeforeRepo
     for (unsigned n = 1; wasHit; ++n) {
         const std::string where = recipients + " " + std::to_string(n);
         std::string config;
+        m_daemon.reset();
         ASSERT_TRUE(ReadWholeFile(GetAccountConfigPath(m_account), config));
         ASSERT_TRUE(RemoveFolderTree(m_account));
         MakeFile("SendDaemon/1/account.cfg", config);

@@ -86,7 +86,11 @@ bool MakeCertificate(const std::string& folder, CTestCertificate& certificate) {
 }
 
 CTestServer::CTestServer(std::string_view program, Ending ending)
-    : m_program(FindProgram(program)), m_programName(program), m_ending(ending) {}
+    : m_program(FindProgram(program)), m_programName(program), m_ending(ending) {
+    using std::filesystem::perms;  // servers give up the rights of the user who starts them
+    std::filesystem::permissions(m_folder.GetPath(), perms::owner_all | perms::group_read | perms::group_exec |
+                                                         perms::others_read | perms::others_exec);
+}
 
 CTestServer::~CTestServer() {
     Stop();

@@ -85,14 +85,23 @@ TEST(Folders, AreMadeWithTheirParentsAndRemovedWhole) {
     EXPECT_FALSE(EnsureFolder(folder / "a/file/below"));
     EXPECT_FALSE(RemoveFolderTree(folder / "a/file"));
 
-    ASSERT_TRUE(EnsureFolder(folder / "outside"));
+    EXPECT_TRUE(RemoveFolderTree(folder / "a"));
+    EXPECT_TRUE(NamesIn(folder.GetPath()).empty());
+    EXPECT_TRUE(RemoveFolderTree(folder / "a"));
+}
+
+TEST(Folders, AreRemovedWithoutWhatLinksInThemLeadTo) {
+    const CTemporaryFolder folder;
+    ASSERT_TRUE(EnsureFolder(folder / "outside") && EnsureFolder(folder / "a/b"));
     Put(folder / "outside/kept", "x");
-    std::filesystem::create_directory_symlink(folder / "outside", folder / "a/b/link");
+    std::error_code fault;
+    std::filesystem::create_directory_symlink(folder / "outside", folder / "a/b/link", fault);
+    if (fault == std::errc::function_not_supported) GTEST_SKIP() << "the C++ library makes no links on this system";
+    ASSERT_FALSE(fault) << fault.message();
     std::filesystem::create_symlink(folder / "outside/kept", folder / "a/filelink");
     EXPECT_TRUE(RemoveFolderTree(folder / "a"));
     EXPECT_EQ(NamesIn(folder.GetPath()), std::set<std::string>{"outside"});
     EXPECT_EQ(Get(folder / "outside/kept"), "x");
-    EXPECT_TRUE(RemoveFolderTree(folder / "a"));
 }
 
 TEST(NewFile, IsPublishedWholeOrNotThereAtAll) {
