@@ -46,9 +46,9 @@ private:
 };
 
 struct CServed {
-    explicit CServed(const std::string& socket) {
+    CServed(const std::string& socket, int watchSeconds) {
         Platform::ChildOptions options;
-        options.environment = {"NOTIFY_SOCKET=" + socket, "WATCHDOG_USEC=3000000",
+        options.environment = {"NOTIFY_SOCKET=" + socket, "WATCHDOG_USEC=" + std::to_string(watchSeconds) + "000000",
                                "LISTHAVEN_DATA_FOLDER=" + runner.DataFolder()};
         runner.MakeNullList("News");
         // No list has a mailbox, so no conversation takes any time besides.
@@ -70,7 +70,7 @@ TEST(ServiceNotify, TellsWhenItIsReadyAliveAndAboutToEnd) {
     const std::string unique = "listhaven-test-" + std::to_string(Platform::NewGuid().data1);
     for (const std::string& name : {"@" + unique, "/tmp/" + unique}) {
         CManager manager(name);
-        CServed served(name);
+        CServed served(name, 3);
         EXPECT_TRUE(manager.WaitFor("READY=1"));
         EXPECT_TRUE(manager.WaitFor("WATCHDOG=1")) << name;
         EXPECT_TRUE(manager.WaitFor("WATCHDOG=1")) << name;
@@ -86,7 +86,7 @@ TEST(ServiceNotify, TellsWhenItIsReadyAliveAndAboutToEnd) {
 TEST(ServiceNotify, IsNotAliveWhileTheMailThreadHangs) {
     const std::string name = "@listhaven-test-" + std::to_string(Platform::NewGuid().data1);
     CManager manager(name);
-    CServed served(name);
+    CServed served(name, 6);  // the mail thread's heart beats every two seconds at least
     ASSERT_TRUE(manager.WaitFor("READY=1"));
     const std::string data = served.runner.DataFolder();
     Platform::SetNamedObjectFolder(data + "/.locks", data + "/.mailslots", Platform::NamedObjectScope::Folder);
@@ -100,7 +100,7 @@ TEST(ServiceNotify, IsNotAliveWhileTheMailThreadHangs) {
         EXPECT_TRUE(served.WaitForLog("The mail thread has not got on")) << served.Log();
         while (manager.WaitFor("WATCHDOG=1", std::chrono::milliseconds(1))) {
         }
-        EXPECT_FALSE(manager.WaitFor("WATCHDOG=1", std::chrono::milliseconds(1500))) << "one is due every 750";
+        EXPECT_FALSE(manager.WaitFor("WATCHDOG=1", std::chrono::milliseconds(3000))) << "one is due every 1500";
         rules.Unlock();
     }
     EXPECT_TRUE(served.WaitForLog("The mail thread gets on again")) << served.Log();
