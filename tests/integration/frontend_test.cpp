@@ -26,7 +26,8 @@ protected:
                 ++count;
             return count >= times;
         });
-        EXPECT_TRUE(isShown) << text << " is not in\n" << Shown();
+        EXPECT_TRUE(isShown) << text << " is not in\n"
+                             << Shown() << CProgramRunner::ReadFile(m_runner.Path("front-stderr"));
         return isShown;
     }
     bool StartServer(Platform::CChildProcess& server) const {
@@ -42,8 +43,11 @@ protected:
         m_runner.MustRun({"broadcast", letter, "--list", "1"});
         const auto count = [&] {
             std::size_t found = 0;
-            for (const auto& entry : std::filesystem::directory_iterator(m_runner.Path("delivered")))
-                found += entry.path().extension() == ".eml" ? 1 : 0;
+            for (const auto& entry : std::filesystem::directory_iterator(m_runner.Path("delivered"))) {
+                const bool isCopy =
+                    CProgramRunner::ReadFile(entry.path().string()).find("X-Lhv-Broadcast:") != std::string::npos;
+                found += isCopy && entry.path().extension() == ".eml" ? 1 : 0;
+            }
             return found;
         };
         EXPECT_TRUE(TestServers::WaitUntil([&] { return count() >= copies; }));
