@@ -31,7 +31,7 @@ CMemberHold::CMemberHold(CMemberFiles& files) : m_files(files) {
     m_files.m_mutex.Lock();
     ++m_files.m_holds;
     try {
-        m_files.Refresh();
+        if (m_files.m_holds == 1) m_files.Refresh();  // else nobody has changed them since
     } catch (...) {
         --m_files.m_holds;
         m_files.m_mutex.Unlock();
@@ -40,7 +40,7 @@ CMemberHold::CMemberHold(CMemberFiles& files) : m_files(files) {
 }
 
 CMemberHold::~CMemberHold() {
-    m_files.CloseWhenEmpty();
+    if (m_files.m_holds == 1) m_files.CloseWhenEmpty();
     if (--m_files.m_holds == 0 && !Platform::OpenFilesCanBeReplaced()) m_files.CloseForOthers();
     m_files.m_mutex.Unlock();
 }

@@ -111,7 +111,7 @@ private:
     std::vector<std::byte> m_record;
 };
 
-// Holds the mutex for one operation.
+// Holds the mutex for one operation, or for several when others are within it.
 class CMemberHold {
 public:
     explicit CMemberHold(CMemberFiles& files);

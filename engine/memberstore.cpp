@@ -264,6 +264,9 @@ struct CMemberStore::CState {
     std::vector<std::byte> record;
 };
 
+CMemberStore::CKeep::CKeep(CMemberStore& store) : m_hold(std::make_unique<CMemberHold>(store.Files())) {}
+CMemberStore::CKeep::~CKeep() = default;
+
 CMemberStore::CMemberStore() = default;
 CMemberStore::CMemberStore(CMemberStore&&) noexcept = default;
 CMemberStore& CMemberStore::operator=(CMemberStore&&) noexcept = default;

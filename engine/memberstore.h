@@ -54,11 +54,26 @@ struct MemberOutcome {
 
 class CMemberFiles;
 
+class CMemberHold;
+
 class CMemberStore {
 public:
     enum class Access { ReadWrite, ReadOnly };
 
     static constexpr std::int32_t None = -1;
+
+    // While it lives nobody else changes the members of the open store, and
+    // reading them costs no locks: for many reads in a moment.  CLhvException.
+    class CKeep {
+    public:
+        explicit CKeep(CMemberStore& store);
+        CKeep(const CKeep&) = delete;
+        CKeep& operator=(const CKeep&) = delete;
+        ~CKeep();
+
+    private:
+        std::unique_ptr<CMemberHold> m_hold;
+    };
 
     CMemberStore();
     CMemberStore(CMemberStore&&) noexcept;
