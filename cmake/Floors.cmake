@@ -26,12 +26,25 @@ function(lhv_headers name sources)
   endif()
 endfunction()
 
-# Headers that many sources of a target share, compiled once.  Only where LISTHAVEN_PCH says so: with
-# them a source compiles that forgot an include.
-function(lhv_precompile name)
-  if(LISTHAVEN_PCH)
-    target_precompile_headers(${name} PRIVATE ${ARGN})
+# lhv_precompile(NAME library|test header...): headers that many sources share, compiled once for all targets
+# of a kind.  Only where LISTHAVEN_PCH says so: with them a source compiles that forgot an include.
+function(lhv_precompile name kind)
+  if(NOT LISTHAVEN_PCH)
+    return()
   endif()
+  if(NOT TARGET lhv_precompiled_${kind})
+    file(WRITE ${PROJECT_BINARY_DIR}/precompiled_${kind}.cpp "")
+    add_library(lhv_precompiled_${kind} OBJECT ${PROJECT_BINARY_DIR}/precompiled_${kind}.cpp)
+    target_link_libraries(lhv_precompiled_${kind} PRIVATE lhv_warnings)
+    if(kind STREQUAL test)
+      target_link_libraries(lhv_precompiled_${kind} PRIVATE GTest::gtest_main)
+      target_compile_options(lhv_precompiled_${kind} PRIVATE ${LISTHAVEN_TEST_OPTIONS})
+    elseif(kind STREQUAL program)
+      target_link_libraries(lhv_precompiled_${kind} PRIVATE dep::boost)
+    endif()
+    target_precompile_headers(lhv_precompiled_${kind} PRIVATE ${ARGN})
+  endif()
+  target_precompile_headers(${name} REUSE_FROM lhv_precompiled_${kind})
 endfunction()
 
 # On Windows a program carries a manifest, for UTF-8 and long paths, and its version.
@@ -59,7 +72,7 @@ function(lhv_library name)
   lhv_headers(${name} "${L_SOURCES}" ${L_HEADERS})
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PUBLIC ${L_DEPENDS} PRIVATE lhv_warnings ${L_PRIVATE_DEPENDS})
-  lhv_precompile(${name} <algorithm> <cstdint> <functional> <map> <memory> <optional> <string> <string_view> <vector>)
+  lhv_precompile(${name} library <algorithm> <cstdint> <functional> <map> <memory> <optional> <string> <string_view> <vector>)
 endfunction()
 
 # lhv_test(NAME [COST n] [SOURCES file...] [DEPENDS library...])
@@ -74,7 +87,7 @@ function(lhv_test name)
   target_link_libraries(${name} PRIVATE ${T_DEPENDS} lhv_warnings GTest::gtest_main)
   target_compile_definitions(${name} PRIVATE LISTHAVEN_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
   target_compile_options(${name} PRIVATE ${LISTHAVEN_TEST_OPTIONS})
-  lhv_precompile(${name} <algorithm> <cstdint> <filesystem> <fstream> <functional> <map> <memory> <optional> <sstream>
+  lhv_precompile(${name} test <algorithm> <cstdint> <filesystem> <fstream> <functional> <map> <memory> <optional> <sstream>
     <string> <string_view> <thread> <vector> <gtest/gtest.h>)
   lhv_windows_program(${name} "${name}")
   if(NOT T_COST)
