@@ -77,7 +77,7 @@ void CompleteSubject(CMimeHeader& header, Answer answer) {
 // The message's own lines and its body, without what is meant for this system.
 std::string WholeText(const CIncomingMessage& original) {
     std::string raw;
-    if (original.path.empty() || !ReadWholeFile(original.path, raw)) return LfToCrLf(original.message.GetText());
+    if (!original.ReadBytes(raw)) return LfToCrLf(original.message.GetText());
     raw = CrLfToLf(raw);
     std::size_t end = raw.starts_with("\n") ? 0 : raw.find("\n\n");
     end = end == std::string::npos ? raw.size() : end + (end == 0 ? 1 : 2);

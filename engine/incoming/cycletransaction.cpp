@@ -163,6 +163,12 @@ bool CCycleTransaction::AddCopy(std::string_view queueFolder, std::string_view s
            AppendFile(std::string(source), file) && FinishMessage(file, newPath);
 }
 
+bool CCycleTransaction::AddCopyOf(std::string_view queueFolder, std::string_view text, std::string_view extraHeaders) {
+    CNewFile file;
+    return BeginMessage(queueFolder, file) && file.Write(HeaderLines(extraHeaders)) && file.Write(text) &&
+           FinishMessage(file);
+}
+
 bool CCycleTransaction::AddTwin(std::string_view queueFolder) {
     CycleRecord& record = m_state->record;
     if (record.files.empty()) {

@@ -106,6 +106,7 @@ public:
     // Likewise a copy of a file, with header lines (LF) put in front of its own.
     bool AddCopy(std::string_view queueFolder, std::string_view source, std::string_view extraHeaders = {},
                  std::string* newPath = nullptr);
+    bool AddCopyOf(std::string_view queueFolder, std::string_view text, std::string_view extraHeaders);  // of a text
     // For a message that comes piece by piece: the first makes the file, the second takes it over.
     bool BeginMessage(std::string_view queueFolder, CNewFile& file);
     bool FinishMessage(CNewFile& file, std::string* newPath = nullptr);

@@ -34,7 +34,7 @@ ContentOptions OptionsOf(const RuleFields& rule) {
 CMimeMessage LoadContent(const CIncomingMessage& original, const ContentOptions& options) {
     const auto sealed = options.TakesApart() ? CMimeSource::Sealed::Split : CMimeSource::Sealed::Kept;
     CMimeMessage message;
-    if (!original.path.empty() && LoadIncoming(original.path, sealed, message)) return message;
+    if (LoadIncoming(original, sealed, message)) return message;
     return original.message.Clone();
 }
 

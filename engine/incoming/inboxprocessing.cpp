@@ -10,6 +10,7 @@
 #include "engine/incoming/originalfields.h"
 #include "engine/rules/addressmatch.h"
 #include "platform/filestatus.h"
+#include "platform/profilefile.h"
 #include "platform/systemerror.h"
 #include "utility/formattext.h"
 #include "utility/lasterror.h"
@@ -95,31 +96,31 @@ void CInboxProcessing::CheckRules(std::int64_t now) {
     if (const std::string reason = WhyRulesCannotServe(m_rules); !reason.empty()) throw CLhvException(reason);
 }
 
-bool CInboxProcessing::Process(std::span<const std::string> paths, std::int64_t now, CCycleTotals& totals) {
+bool CInboxProcessing::Process(std::span<const CInboxMessage> messages, std::int64_t now, CCycleTotals& totals) {
     CheckRules(now);
-    while (!paths.empty()) {
+    while (!messages.empty()) {
         std::size_t count = 0;
-        if (!ProcessGroup(paths, count, totals)) {
+        if (!ProcessGroup(messages, count, totals)) {
             Log(LogWarning, "%u messages are processed one by one: %s", static_cast<unsigned>(count),
                 DescribeLastError().c_str());
-            if (!m_state.Recover() || !ProcessSingly(paths.first(count), totals)) return false;
+            if (!m_state.Recover() || !ProcessSingly(messages.first(count), totals)) return false;
         }
-        paths = paths.subspan(count);
+        messages = messages.subspan(count);
     }
     return true;
 }
 
-// count: how many of the paths belonged to the transaction, also to one that failed.
-bool CInboxProcessing::ProcessGroup(std::span<const std::string> paths, std::size_t& count, CCycleTotals& totals) {
+// count: how many of the messages belonged to the transaction, also to one that failed.
+bool CInboxProcessing::ProcessGroup(std::span<const CInboxMessage> messages, std::size_t& count, CCycleTotals& totals) {
     CCycleTransaction transaction(m_state);
     const CMarksInUse marks(m_view, transaction);
     CCycleTotals done;
     std::vector<std::string> lines;
     std::vector<std::string> warnings;
     bool hasBroadcasts = false;
-    for (const std::string& path : paths.first(std::min(paths.size(), GroupSize))) {
+    for (const CInboxMessage& waiting : messages.first(std::min(messages.size(), GroupSize))) {
         CMessageEffects effects;
-        const Handled handled = Handle(path, hasBroadcasts, transaction, effects);
+        const Handled handled = Handle(waiting, hasBroadcasts, transaction, effects);
         if (handled == Handled::Later) break;
         ++count;
         if (handled == Handled::NotTaken) return false;
@@ -134,6 +135,8 @@ bool CInboxProcessing::ProcessGroup(std::span<const std::string> paths, std::siz
     }
     if (!transaction.IsEmpty() && !transaction.Commit()) return false;
     totals += done;
+    const CLogGroup together;
+    const Platform::CProfileStay settings;
     for (const std::string& line : warnings)
         Log(LogWarning, "%s", line.c_str());
     for (const std::string& line : lines)
@@ -144,36 +147,43 @@ bool CInboxProcessing::ProcessGroup(std::span<const std::string> paths, std::siz
 // Ends at the first one that fails: what came later must not overtake it.  Most
 // often the system is to blame; a message that a transaction cannot take for
 // another reason must not stand in the way for ever.
-bool CInboxProcessing::ProcessSingly(std::span<const std::string> paths, CCycleTotals& totals) {
-    for (const std::string& path : paths) {
+bool CInboxProcessing::ProcessSingly(std::span<const CInboxMessage> messages, CCycleTotals& totals) {
+    for (const CInboxMessage& waiting : messages) {
         std::size_t count = 0;
-        if (!Platform::FileIsThere(path) || ProcessGroup({&path, 1}, count, totals)) continue;
+        if (waiting.WasProcessed(m_state) || ProcessGroup({&waiting, 1}, count, totals)) continue;
         const bool isDiskFull = Platform::IsNoSpace(Platform::LastSystemError());
         const std::string reason = DescribeLastError();
         if (!m_state.Recover()) return false;
-        if (!Platform::FileIsThere(path)) continue;  // it was done after all
+        if (waiting.WasProcessed(m_state)) continue;  // after all
         CCycleTransaction transaction(m_state);
-        if (!isDiskFull) CountAttempt(path, LastPathComponent(path), reason, transaction, totals);
-        if (transaction.IsEmpty() || transaction.Commit()) SetLastErrorText(reason);
+        const bool isCounted = isDiskFull || CountAttempt(waiting, waiting.GetName(), reason, transaction, totals);
+        if (isCounted && (transaction.IsEmpty() || transaction.Commit())) SetLastErrorText(reason);
         return false;
     }
     return true;
 }
 
+// The list stays as it is for as long as one message is looked at.
 // Taken also when the message failed by itself: then that is what goes into the
 // transaction.  A fault of the list's own tables is thrown: no message is to
 // blame for it.
-CInboxProcessing::Handled CInboxProcessing::Handle(const std::string& path, bool hasBroadcasts,
+CInboxProcessing::Handled CInboxProcessing::Handle(const CInboxMessage& waiting, bool hasBroadcasts,
                                                    CCycleTransaction& transaction, CMessageEffects& effects) {
+    const Platform::CProfileStay settings;
+    const CCatalogue::CKeep catalogue(GetCatalogue());
+    const CMemberStore::CKeep members(m_view.GetStore());
     CIncomingMessage message;
-    std::string title = LastPathComponent(path);
+    std::string title = waiting.GetName();
     try {
-        if (!ReadIncomingMessage(path, m_ownAddresses, message)) {
-            if (!Platform::FileIsThere(path)) return Handled::Taken;
+        if (waiting.IsInMemory()) {
+            ParseIncomingMessage(waiting.text, m_ownAddresses, message);
+        } else if (!ReadIncomingMessage(waiting.path, m_ownAddresses, message)) {
+            if (!Platform::FileIsThere(waiting.path)) return Handled::Taken;
             throw CLhvException(DescribeLastError());
         }
         title = TitleOf(message);
-        message.isAccepted = SamePath(ParentFolder(ParentFolder(path)), GetAcceptedFolder(m_list));
+        message.isAccepted =
+            !waiting.IsInMemory() && SamePath(ParentFolder(ParentFolder(waiting.path)), GetAcceptedFolder(m_list));
         effects.Say(title + ": " + (message.isAccepted ? "accepted by the moderator" : "processed"));
         Plan(message, effects);
     } catch (const std::exception& exception) {
@@ -183,15 +193,15 @@ CInboxProcessing::Handled CInboxProcessing::Handle(const std::string& path, bool
         m_view.FindMember("nobody@localhost", nobody);
         m_view.CheckAccess("nobody@localhost");
         effects = {};
-        CountAttempt(path, title, reason, transaction, effects.totals);
-        return Handled::Taken;
+        return CountAttempt(waiting, title, reason, transaction, effects.totals) ? Handled::Taken : Handled::NotTaken;
     }
     if (hasBroadcasts && !m_view.GetMessageChanges().empty()) return Handled::Later;
     effects.totals.processed = 1;
-    const std::string key = LastPathComponent(path);
-    if (std::string attempts; transaction.GetMark(MarkKind::Attempts, key, attempts))
+    const std::string key = LastPathComponent(waiting.path);
+    if (std::string attempts; !key.empty() && transaction.GetMark(MarkKind::Attempts, key, attempts))
         transaction.SetMark(MarkKind::Attempts, key, "");
-    return effects.AddTo(transaction, m_view, path, message.serverId) ? Handled::Taken : Handled::NotTaken;
+    const bool isTaken = AddMarkOf(waiting, m_list, transaction) && effects.AddTo(transaction, m_view, message);
+    return isTaken ? Handled::Taken : Handled::NotTaken;
 }
 
 // True when the operator does not want it to be processed.
@@ -214,8 +224,11 @@ void CInboxProcessing::Plan(CIncomingMessage& message, CMessageEffects& effects)
     m_execution->Execute(plan, m_rules, message, effects);
 }
 
-void CInboxProcessing::CountAttempt(const std::string& path, const std::string& title, const std::string& reason,
+// False when the transaction cannot take it.
+bool CInboxProcessing::CountAttempt(const CInboxMessage& waiting, const std::string& title, const std::string& reason,
                                     CCycleTransaction& transaction, CCycleTotals& totals) {
+    std::string path;
+    if (!PutIntoInbox(waiting, m_list, transaction, path)) return false;
     const std::string key = LastPathComponent(path);
     std::string stored;
     transaction.GetMark(MarkKind::Attempts, key, stored);
@@ -223,8 +236,12 @@ void CInboxProcessing::CountAttempt(const std::string& path, const std::string& 
     Log(LogError, "%s could not be processed (attempt %d of %d): %s", title.c_str(), static_cast<int>(attempt),
         MaxAttempts, reason.c_str());
     ++totals.failed;
-    if (attempt < MaxAttempts) return transaction.SetMark(MarkKind::Attempts, key, std::to_string(attempt));
+    if (attempt < MaxAttempts) {
+        transaction.SetMark(MarkKind::Attempts, key, std::to_string(attempt));
+        return true;
+    }
     Log(LogError, "%s is set aside in %s.", title.c_str(), GetFailedFolder(m_list).c_str());
     transaction.MoveMessage(path, GetFailedFolder(m_list));
     transaction.SetMark(MarkKind::Attempts, key, "");
+    return true;
 }

@@ -1,8 +1,8 @@
 // inboxprocessing.h - messages of a list's inbox, planned and carried out in
 // groups: each group is one transaction.
 //
-// A message that cannot be processed stays where it is, with a line in the log;
-// after three attempts it goes to .Failed.  A transaction that fails is given
+// A message that cannot be processed stays where it is, or comes into the inbox
+// from memory, with a line in the log; after three attempts it goes to .Failed.  A transaction that fails is given
 // up, and its messages are tried one by one up to the one that fails.
 //
 // Errors   false or CLhvException: nothing more can be processed now (damaged
@@ -19,14 +19,15 @@
 #include <string>
 #include <vector>
 
+#include "engine/incoming/inboxmessage.h"
 #include "engine/incoming/notifications.h"
 #include "engine/incoming/planexecution.h"
 #include "engine/rules/rulestore.h"
 
 class CInboxProcessing {
 public:
-    static constexpr std::size_t GroupSize = 64;    // messages
-    static constexpr std::size_t GroupFiles = 200;  // a group that prepares more of them ends
+    static constexpr std::size_t GroupSize = 512;    // messages
+    static constexpr std::size_t GroupFiles = 1000;  // a group that prepares more of them ends
     static constexpr int MaxAttempts = 3;
 
     // The caller holds the CCycleLock; state must outlive this object.
@@ -40,7 +41,7 @@ public:
 
     // In this order, at most GroupSize of them.  Behind a post that becomes a broadcast
     // no member changes in its transaction: it goes to those who are members by then.
-    bool Process(std::span<const std::string> paths, std::int64_t now, CCycleTotals& totals);
+    bool Process(std::span<const CInboxMessage> messages, std::int64_t now, CCycleTotals& totals);
 
 private:
     enum class Handled : std::uint8_t {
@@ -50,13 +51,13 @@ private:
     };
 
     void Refresh(std::int64_t now);
-    bool ProcessGroup(std::span<const std::string> paths, std::size_t& count, CCycleTotals& totals);
-    bool ProcessSingly(std::span<const std::string> paths, CCycleTotals& totals);
-    Handled Handle(const std::string& path, bool hasBroadcasts, CCycleTransaction& transaction,
+    bool ProcessGroup(std::span<const CInboxMessage> messages, std::size_t& count, CCycleTotals& totals);
+    bool ProcessSingly(std::span<const CInboxMessage> messages, CCycleTotals& totals);
+    Handled Handle(const CInboxMessage& waiting, bool hasBroadcasts, CCycleTransaction& transaction,
                    CMessageEffects& effects);
     void Plan(CIncomingMessage& message, CMessageEffects& effects);
     bool TakeNotification(const CIncomingMessage& message, CMessageEffects& effects) const;
-    void CountAttempt(const std::string& path, const std::string& title, const std::string& reason,
+    bool CountAttempt(const CInboxMessage& waiting, const std::string& title, const std::string& reason,
                       CCycleTransaction& transaction, CCycleTotals& totals);
 
     std::uint32_t m_list;

@@ -108,11 +108,11 @@ bool CCycle::ProcessWaiting() {
 bool CCycle::ProcessFolder(const std::string& queueFolder) {
     CWaitingMessages waiting;
     if (!waiting.Load(queueFolder)) return false;
-    std::vector<std::string> group;
+    std::vector<CInboxMessage> group;
     for (std::size_t i = 0; i < waiting.GetCount() && !IsStopped();) {
         group.clear();
         while (group.size() < CInboxProcessing::GroupSize && i < waiting.GetCount())
-            group.push_back(waiting.GetPath(i++));
+            group.emplace_back(waiting.GetPath(i++));
         if (!m_processing->Process(group, Now(), m_totals)) return false;
     }
     return true;
@@ -136,9 +136,9 @@ bool CCycle::ProcessMailbox() {
     return isRead || WasCancelled();
 }
 
-// What was fetched is processed before the next group is: the inbox stays small.
+// What was fetched is processed before the next group is taken, which comes meanwhile.
 bool CCycle::FetchAll(CMailFetch& fetch) {
-    std::vector<std::string> group;
+    std::vector<CInboxMessage> group;
     while (!IsStopped()) {
         const CMailFetch::Step step = fetch.Next(Now(), group);
         if (step == CMailFetch::Step::Failed) return false;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <set>
@@ -11,6 +12,8 @@
 #include "engine/eventlog.h"
 #include "engine/incoming/fetchedmessage.h"
 #include "engine/incoming/fetchmarks.h"
+#include "engine/incoming/inboxmessage.h"
+#include "engine/incoming/mailretrieval.h"
 #include "senddaemon/accountfolders.h"
 #include "senddaemon/configuration.h"
 #include "senddaemon/popclient.h"
@@ -64,11 +67,17 @@ struct CMailFetch::CState {
     bool Connect();
     bool List(std::vector<Pop3Message>& listing);
     bool Reconnect();
+    void Order(const CCycleTransaction& transaction);
+    bool TakeOrdered(CCycleTransaction& transaction, std::int64_t now, std::vector<CInboxMessage>& group);
+    bool TakeRetrieved(CCycleTransaction& transaction, CRetrieved& retrieved, std::int64_t now,
+                       std::vector<CInboxMessage>& group);
     bool FetchOne(CCycleTransaction& transaction, std::int64_t now);
     bool FetchWhole(CCycleTransaction& transaction, std::int64_t now);
     bool FetchTooLarge(CCycleTransaction& transaction, std::int64_t now);
     bool Store(CCycleTransaction& transaction, CFetchedMessage& fetched, std::uint64_t tooLargeSize, std::int64_t now);
-    bool FailRetrieval(const CFetchedMessage& fetched);
+    CServerMark FindMark(CCycleTransaction& transaction, const std::string& key, const std::string& content);
+    bool SkipKnown(CCycleTransaction& transaction, const std::string& key, CServerMark& mark);
+    bool FailRetrieval(const Net::Failure& why);
     CServerMark GetMark(const CCycleTransaction& transaction, const std::string& key) const;
     bool IsSurelyKnown(const CServerMark& mark, const Pop3Message& message) const;
     void LoadContents();
@@ -90,7 +99,10 @@ struct CMailFetch::CState {
     CFetchTotals totals;
     std::vector<std::string> paths;  // of the group
     std::uint64_t groupBytes = 0;
-    std::string failure;  // "": none
+    std::string failure;        // "": none
+    std::vector<bool> ordered;  // of the messages from "next" on: whether each comes, or is known
+    CMailRetrieval retrieval;
+    bool saysSizes = true;  // and they are true
     bool hasUids = true;
     bool hasTop = true;
     int reconnects = 0;
@@ -213,10 +225,8 @@ bool CMailFetch::CState::FetchOne(CCycleTransaction& transaction, std::int64_t n
 }
 
 // A refusal says that the message has vanished since it was listed.
-bool CMailFetch::CState::FailRetrieval(const CFetchedMessage& fetched) {
-    const Net::Failure& why = Session().GetFailure();
-    if (why.kind == FailureKind::Local && !fetched.IsTooLarge()) return Fail(GetLastErrorText());
-    if (why.kind != FailureKind::Reply) return FailBySession();
+bool CMailFetch::CState::FailRetrieval(const Net::Failure& why) {
+    if (why.kind != FailureKind::Reply) return Fail(why.text);
     if (++totals.vanished <= MostLogged)
         Log(LogWarning, "Message %u is left out: %s\n", static_cast<unsigned>(messages[next].number), why.text.c_str());
     ++next;
@@ -232,7 +242,8 @@ bool CMailFetch::CState::FetchWhole(CCycleTransaction& transaction, std::int64_t
     };
     if (Session().Retrieve(messages[next].number, UINT64_MAX, take)) return Store(transaction, fetched, 0, now);
     if (fetched.IsTooLarge()) return Store(transaction, fetched, fetched.GetOctets(), now);
-    return FailRetrieval(fetched);
+    if (Session().GetFailure().kind == FailureKind::Local) return Fail(GetLastErrorText());
+    return FailRetrieval(Session().GetFailure());
 }
 
 bool CMailFetch::CState::FetchTooLarge(CCycleTransaction& transaction, std::int64_t now) {
@@ -250,7 +261,98 @@ bool CMailFetch::CState::FetchTooLarge(CCycleTransaction& transaction, std::int6
     }
     const bool isEnough = Session().GetFailure().kind == FailureKind::Local && fetched.HasWholeHeader();
     if (isFetched || isEnough) return Store(transaction, fetched, message.size, now);
-    return FailRetrieval(fetched);
+    if (Session().GetFailure().kind == FailureKind::Local) return Fail(GetLastErrorText());
+    return FailRetrieval(Session().GetFailure());
+}
+
+// The mark of the message at hand, which has that content; it counts as met.
+CServerMark CMailFetch::CState::FindMark(CCycleTransaction& transaction, const std::string& key,
+                                         const std::string& content) {
+    CServerMark mark = GetMark(transaction, key);
+    const bool isUnsaid = mark.content.empty() && (mark.state == MarkState::Keep || mark.state == MarkState::Delete);
+    if (mark.content != content && !isUnsaid) mark = TakeByContent(transaction, content);
+    if (contents) contents->erase(content);
+    compared.insert(key);
+    keys[next] = key;
+    mark.size = messages[next].size;
+    return mark;
+}
+
+bool CMailFetch::CState::SkipKnown(CCycleTransaction& transaction, const std::string& key, CServerMark& mark) {
+    if (mark.state == MarkState::None) return false;
+    ++totals.known;
+    if (mark.state == MarkState::Gone) mark.state = MarkState::Delete;
+    transaction.SetMark(MarkKind::ServerMessage, key, mark.Encode());
+    return true;
+}
+
+// What comes next into memory: up to a message that is too long for it.  The
+// thread begins at once; what is known already is skipped when its turn comes.
+void CMailFetch::CState::Order(const CCycleTransaction& transaction) {
+    ordered.clear();
+    std::vector<std::uint32_t> wanted;
+    std::uint64_t octets = 0;
+    for (std::size_t i = next; i < messages.size() && wanted.size() < GroupSize && octets < GroupBytes; ++i) {
+        const Pop3Message& message = messages[i];
+        const bool isKnown = !message.uid.empty() && IsSurelyKnown(GetMark(transaction, message.uid), message);
+        const bool isLong = message.size > std::min(limit, CMailRetrieval::LargestMessage);
+        if (!isKnown && (isLong || !saysSizes)) break;
+        ordered.push_back(!isKnown);
+        if (isKnown) continue;
+        wanted.push_back(message.number);
+        octets += message.size;
+    }
+    if (wanted.empty()) return;
+    retrieval.Start(Session(), std::move(wanted), std::min(limit, CMailRetrieval::LargestMessage));
+}
+
+// Those of the order that have come, in their turn.  What was known when it was
+// ordered can have lost its mark to another message since.
+bool CMailFetch::CState::TakeOrdered(CCycleTransaction& transaction, std::int64_t now,
+                                     std::vector<CInboxMessage>& group) {
+    std::vector<CRetrieved> retrieved = retrieval.Take();
+    auto at = retrieved.begin();
+    for (const bool isWanted : std::exchange(ordered, {})) {
+        if (isCancelled) return Fail("Fetching was cancelled");
+        if (isWanted) {
+            if (at == retrieved.end()) return true;
+            if (!TakeRetrieved(transaction, *at++, now, group)) return false;
+            continue;
+        }
+        const CServerMark mark = GetMark(transaction, messages[next].uid);
+        if (!IsSurelyKnown(mark, messages[next])) return true;
+        if (contents) contents->erase(mark.content);
+        keys[next] = messages[next].uid;
+        ++totals.known;
+        ++next;
+    }
+    return true;
+}
+
+bool CMailFetch::CState::TakeRetrieved(CCycleTransaction& transaction, CRetrieved& retrieved, std::int64_t now,
+                                       std::vector<CInboxMessage>& group) {
+    if (retrieved.isTooLong) {  // comes once more, into a file, as do all that follow
+        saysSizes = false;
+        return true;
+    }
+    if (!retrieved.isWhole) return FailRetrieval(retrieved.failure);
+    if (retrieved.content.empty()) return Fail("This system does not allow SHA-256.");
+    const Pop3Message& message = messages[next];
+    CInboxMessage taken;
+    taken.key = message.uid.empty() ? retrieved.content : message.uid;
+    CServerMark mark = FindMark(transaction, taken.key, retrieved.content);
+    ++next;
+    const auto isSame = [&](const CInboxMessage& other) { return other.key == taken.key; };
+    const bool isDoubled = message.uid.empty() && std::any_of(group.begin(), group.end(), isSame);
+    if (isDoubled) ++totals.known;
+    if (isDoubled || SkipKnown(transaction, taken.key, mark)) return true;
+    mark = {options.leaveCopies ? MarkState::Keep : MarkState::Delete, now, retrieved.content, message.size};
+    taken.mark = mark.Encode();
+    taken.isSaved = options.saveIncoming;
+    taken.text = std::make_shared<const std::string>(MakeFetchedFields(now, taken.key) + retrieved.text);
+    group.push_back(std::move(taken));
+    ++totals.fetched;
+    return true;
 }
 
 // The mark goes with the message, in one transaction.
@@ -261,20 +363,9 @@ bool CMailFetch::CState::Store(CCycleTransaction& transaction, CFetchedMessage& 
     const std::string content = fetched.MakeContentKey(isTooLarge ? std::to_string(message.size) : std::string());
     if (content.empty()) return Fail(GetLastErrorText());
     const std::string key = message.uid.empty() ? content : message.uid;
-    CServerMark mark = GetMark(transaction, key);
-    const bool isUnsaid = mark.content.empty() && (mark.state == MarkState::Keep || mark.state == MarkState::Delete);
-    if (mark.content != content && !isUnsaid) mark = TakeByContent(transaction, content);
-    if (contents) contents->erase(content);
-    compared.insert(key);
-    keys[next] = key;
+    CServerMark mark = FindMark(transaction, key, content);
     ++next;
-    if (mark.state != MarkState::None) {
-        ++totals.known;
-        if (mark.state == MarkState::Gone) mark.state = MarkState::Delete;
-        mark.size = message.size;
-        transaction.SetMark(MarkKind::ServerMessage, key, mark.Encode());
-        return true;
-    }
+    if (SkipKnown(transaction, key, mark)) return true;
     std::string path;
     const bool isStored =
         isTooLarge ? fetched.FinishHeader(GetInboxFolder(list), tooLargeSize, path)
@@ -327,7 +418,9 @@ bool CMailFetch::CState::TidyMarks(std::int64_t now, bool isConfirmed) {
 CMailFetch::CMailFetch(std::uint32_t listNumber, CCycleState& state, CFetchOptions options)
     : m_state(std::make_unique<CState>(listNumber, state, std::move(options))) {}
 
-CMailFetch::~CMailFetch() = default;
+CMailFetch::~CMailFetch() {
+    if (m_state->retrieval.IsUnderWay()) m_state->client.Cancel();
+}
 
 bool CMailFetch::Open() {
     CState& s = *m_state;
@@ -337,18 +430,24 @@ bool CMailFetch::Open() {
 }
 
 // What came before the session broke is kept, and the failure told with the next call.
-CMailFetch::Step CMailFetch::Next(std::int64_t now, std::vector<std::string>& paths) {
+CMailFetch::Step CMailFetch::Next(std::int64_t now, std::vector<CInboxMessage>& group) {
     CState& s = *m_state;
-    paths.clear();
+    group.clear();
     s.paths.clear();
     s.groupBytes = 0;
     CCycleTransaction transaction(s.state);
-    while (s.failure.empty() && s.next < s.messages.size() && s.paths.size() < GroupSize && s.groupBytes < GroupBytes) {
-        if (!s.FetchOne(transaction, now)) break;
+    // Messages for files are together in a group of their own.
+    while (s.failure.empty() && group.empty() && s.paths.size() < GroupSize && s.groupBytes < GroupBytes) {
+        if (s.ordered.empty() && s.Session().IsOpen()) s.Order(transaction);
+        if (!s.paths.empty() && !s.ordered.empty()) break;
+        if (s.ordered.empty() && s.next >= s.messages.size()) break;
+        if (!(s.ordered.empty() ? s.FetchOne(transaction, now) : s.TakeOrdered(transaction, now, group))) break;
     }
+    if (s.failure.empty() && s.ordered.empty() && s.Session().IsOpen()) s.Order(transaction);
     const bool isCommitted = transaction.Commit() || s.Fail(GetLastErrorText());
-    if (isCommitted && !s.paths.empty()) {
-        paths.swap(s.paths);
+    if (isCommitted && (!s.paths.empty() || !group.empty())) {
+        for (std::string& path : s.paths)
+            group.emplace_back(std::move(path));
         return Step::Group;
     }
     SetLastErrorText(s.failure);
@@ -357,6 +456,8 @@ CMailFetch::Step CMailFetch::Next(std::int64_t now, std::vector<std::string>& pa
 
 bool CMailFetch::Finish(std::int64_t now) {
     CState& s = *m_state;
+    s.retrieval.Stop();
+    s.retrieval.Take();
     if (!s.failure.empty()) {
         SetLastErrorText(s.failure);
         return false;

@@ -1,10 +1,14 @@
-// mailfetch.h - from the list's POP3 mailbox into Inbox/<n>.
+// mailfetch.h - from the list's POP3 mailbox to whoever processes messages.
 //
-// A message is on disk, whole and flushed, before the server is told to delete
-// it; what a crash left undeleted is known again by its unique id (or, where the
+// What a message leads to, or the message itself, is on disk, whole and flushed,
+// with a mark in the same transaction, before the server is told to delete it;
+// what a crash left undeleted is known again by its unique id (or, where the
 // server has none or gives one twice, by its content) and only deleted.
 // Control headers (X-Lhv-, X-Zq-) are taken out of the message's header, and
 // X-Lhv-Received and X-Lhv-Server-Id are put in front of it (fetchedheader.h).
+//
+// Messages of up to 1 MiB stay in memory; a thread fetches the next ones
+// meanwhile.  Longer ones go into files of the inbox.
 //
 // Of a message above the size limit only the header is fetched, with
 // X-Lhv-Too-Large and the size in octets; of one that turns out longer while it
@@ -18,7 +22,7 @@
 //          fetched by then stays.
 // Threads  One; Cancel() from any other at any moment, also before Open(): then
 //          nothing goes on any more.
-// Memory   What LIST and UIDL say, at most 500,000 messages; one block of a message.
+// Memory   What LIST and UIDL say, at most 500,000 messages; two groups of messages.
 
 #ifndef LISTHAVEN_ENGINE_INCOMING_MAILFETCH_H
 #define LISTHAVEN_ENGINE_INCOMING_MAILFETCH_H
@@ -29,6 +33,7 @@
 #include <string_view>
 #include <vector>
 
+struct CInboxMessage;
 class CCycleState;
 class CCycleTransaction;
 
@@ -59,7 +64,7 @@ struct CFetchTotals {
 class CMailFetch {
 public:
     enum class Step : std::uint8_t { Group, End, Failed };
-    static constexpr std::size_t GroupSize = 64;                     // messages
+    static constexpr std::size_t GroupSize = 512;                    // messages
     static constexpr std::uint64_t GroupBytes = 8ull * 1024 * 1024;  // a group ends beyond this
     static constexpr std::uint64_t HardLimit = 1ull << 30;           // of a message, in octets
 
@@ -68,8 +73,11 @@ public:
     CMailFetch& operator=(const CMailFetch&) = delete;
     ~CMailFetch();
 
-    bool Open();                                                   // logs in and lists
-    Step Next(std::int64_t now, std::vector<std::string>& paths);  // of messages in the inbox, as the server has them
+    bool Open();  // logs in and lists
+    // As the server has them.  Those in memory are the caller's to process or to
+    // put into the inbox, with their marks: Finish() deletes what has one.  While
+    // he does, the next ones come.
+    Step Next(std::int64_t now, std::vector<CInboxMessage>& group);
     bool Finish(std::int64_t now);  // deletes on the server what is marked so, and logs out
     const CFetchTotals& GetTotals() const noexcept;
     void Cancel() noexcept;

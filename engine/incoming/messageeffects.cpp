@@ -45,15 +45,14 @@ void CMessageEffects::MarkPost(CCycleTransaction& transaction, const CListView& 
     transaction.SetMark(MarkKind::Posted, postedText, value);
 }
 
-bool CMessageEffects::AddTo(CCycleTransaction& transaction, CListView& view, std::string_view path,
-                            const std::string& serverId) {
-    const bool isPrepared = std::all_of(messages.begin(), messages.end(),
-                                        [&](const CNewMessage& message) {
-                                            return transaction.AddMessage(message.queueFolder, message.text);
-                                        }) &&
-                            std::all_of(copies.begin(), copies.end(), [&](const CCopyOfIt& copy) {
-                                return transaction.AddCopy(copy.queueFolder, path, copy.extraHeaders);
-                            });
+bool CMessageEffects::AddTo(CCycleTransaction& transaction, CListView& view, const CIncomingMessage& message) {
+    const bool isPrepared =
+        std::all_of(messages.begin(), messages.end(),
+                    [&](const CNewMessage& added) { return transaction.AddMessage(added.queueFolder, added.text); }) &&
+        std::all_of(copies.begin(), copies.end(), [&](const CCopyOfIt& copy) {
+            return message.text ? transaction.AddCopyOf(copy.queueFolder, *message.text, copy.extraHeaders)
+                                : transaction.AddCopy(copy.queueFolder, message.path, copy.extraHeaders);
+        });
     if (!isPrepared || !AddPosts(transaction, view)) return false;
     AddMembers(transaction, view);
     if (view.GetReplyInterval() > 0) {
@@ -63,10 +62,10 @@ bool CMessageEffects::AddTo(CCycleTransaction& transaction, CListView& view, std
     }
     MarkPost(transaction, view);
     if (keepOnServer)
-        KeepOnServer(transaction, serverId);
+        KeepOnServer(transaction, message.serverId);
     else if (removeFromServer)
-        MarkForRemoval(transaction, serverId);  // if the server still has it
-    transaction.RemoveMessage(path);
+        MarkForRemoval(transaction, message.serverId);  // if the server still has it
+    if (!message.text) transaction.RemoveMessage(message.path);
     return true;
 }
 

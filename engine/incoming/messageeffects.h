@@ -52,7 +52,7 @@ struct CMessageEffects {
 
     // With the member changes that the view has for the message; the message
     // itself is removed.  False with the reason when the transaction cannot take it.
-    bool AddTo(CCycleTransaction& transaction, CListView& view, std::string_view path, const std::string& serverId);
+    bool AddTo(CCycleTransaction& transaction, CListView& view, const CIncomingMessage& message);
 
 private:
     bool AddPosts(CCycleTransaction& transaction, CListView& view);

@@ -180,10 +180,15 @@ const std::string& CIncomingMessage::GetBodyText() const {
     return m_bodyText;
 }
 
-bool LoadIncoming(const std::string& path, CMimeSource::Sealed sealed, CMimeMessage& message) {
-    std::string text;
-    if (!ReadWholeFile(path, text)) return false;
-    const CMimeSource source = CMimeSource(std::move(text)).With(sealed);
+bool CIncomingMessage::ReadBytes(std::string& bytes) const {
+    if (!text) return !path.empty() && ReadWholeFile(path, bytes);
+    bytes = *text;
+    return true;
+}
+
+namespace {
+
+bool LoadText(const CMimeSource& source, CMimeMessage& message) {
     if (!message.LoadText(source)) return false;
     const std::size_t end = source.View().starts_with('\n') ? 1 : source.View().find("\n\n");
     const auto own = CreateEntity(CMimeSource(std::string(source.View().substr(0, end))));  // without a body
@@ -193,14 +198,7 @@ bool LoadIncoming(const std::string& path, CMimeSource::Sealed sealed, CMimeMess
     return true;
 }
 
-bool ReadIncomingMessage(const std::string& path, const std::vector<std::string>& ownAddresses,
-                         CIncomingMessage& message) {
-    std::string text;
-    if (!ReadWholeFile(path, text)) return false;
-    if (text.empty()) text = "\n";
-    message = CIncomingMessage();
-    message.path = path;
-    const CMimeSource source(std::move(text));
+bool ReadSource(const CMimeSource& source, const std::vector<std::string>& ownAddresses, CIncomingMessage& message) {
     const CMimeHead head = ReadMimeHead(source.View());
     const std::size_t headEnd = source.View().starts_with('\n') ? 0 : source.View().find("\n\n");
     const bool hasHeader = head.header.GetFieldCount() > 0;
@@ -217,4 +215,32 @@ bool ReadIncomingMessage(const std::string& path, const std::vector<std::string>
     message.bounce = ClassifyMessage(message.message, ownAddresses);
     message.automatic = ReadAutomatic(head.header, message.automaticReason);
     return true;
+}
+
+}  // namespace
+
+bool LoadIncoming(const std::string& path, CMimeSource::Sealed sealed, CMimeMessage& message) {
+    std::string text;
+    return ReadWholeFile(path, text) && LoadText(CMimeSource(std::move(text)).With(sealed), message);
+}
+
+bool LoadIncoming(const CIncomingMessage& read, CMimeSource::Sealed sealed, CMimeMessage& message) {
+    std::string bytes;
+    return read.ReadBytes(bytes) && LoadText(CMimeSource(std::move(bytes)).With(sealed), message);
+}
+
+bool ReadIncomingMessage(const std::string& path, const std::vector<std::string>& ownAddresses,
+                         CIncomingMessage& message) {
+    std::string text;
+    if (!ReadWholeFile(path, text)) return false;
+    message = CIncomingMessage();
+    message.path = path;
+    return ReadSource(CMimeSource(text.empty() ? "\n" : std::move(text)), ownAddresses, message);
+}
+
+bool ParseIncomingMessage(std::shared_ptr<const std::string> text, const std::vector<std::string>& ownAddresses,
+                          CIncomingMessage& message) {
+    message = CIncomingMessage();
+    message.text = std::move(text);
+    return ReadSource(CMimeSource(std::string_view(*message.text)), ownAddresses, message);
 }

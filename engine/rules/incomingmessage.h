@@ -13,6 +13,7 @@
 #define LISTHAVEN_ENGINE_RULES_INCOMINGMESSAGE_H
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,13 +28,14 @@ struct CIncomingMessage {
     static constexpr std::size_t MaxBodyText = std::size_t{1} << 20;  // bytes
 
     CMimeMessage message;
-    std::string path;
-    std::string headerText;      // as received, LF, without control headers
-    std::vector<CMailbox> from;  // From; Sender, else Return-Path, when From is empty
-    CMailbox sender;             // the first of them: who subscribes, posts, is answered
-    std::vector<CMailbox> to;    // To, CC, Resent-To; at most MaxRecipients
-    std::string subject;         // decoded, on one line, without the token of a signature
-    std::string signedSubject;   // with it
+    std::string path;                         // of its file; "" when it is only in memory
+    std::shared_ptr<const std::string> text;  // then: as the file would hold it
+    std::string headerText;                   // as received, LF, without control headers
+    std::vector<CMailbox> from;               // From; Sender, else Return-Path, when From is empty
+    CMailbox sender;                          // the first of them: who subscribes, posts, is answered
+    std::vector<CMailbox> to;                 // To, CC, Resent-To; at most MaxRecipients
+    std::string subject;                      // decoded, on one line, without the token of a signature
+    std::string signedSubject;                // with it
     bool hasReturnPath = false;
     std::string returnPath;      // "" for <>
     std::int64_t received = 0;   // X-Lhv-Received
@@ -47,6 +49,8 @@ struct CIncomingMessage {
     // The text that people see, in UTF-8: plain, or what the HTML gives.  Made on first use.
     const std::string& GetBodyText() const;
 
+    bool ReadBytes(std::string& bytes) const;  // of the file, or what it would hold
+
 private:
     mutable std::string m_bodyText;
     mutable bool m_hasBodyText = false;
@@ -59,6 +63,7 @@ bool IsControlField(std::string_view name);
 // those of its own header, also where its only part becomes the root; those of
 // its parts speak of nothing but their content.
 bool LoadIncoming(const std::string& path, CMimeSource::Sealed sealed, CMimeMessage& message);
+bool LoadIncoming(const CIncomingMessage& read, CMimeSource::Sealed sealed, CMimeMessage& message);
 
 // One spelling for what is one mailbox: "anna"@x.example and anna@x.example. are
 // anna@x.example.  Source: RFC 5321, 4.1.2.
@@ -67,5 +72,7 @@ std::string PlainAddress(std::string_view address);
 // ownAddresses: the list's.
 bool ReadIncomingMessage(const std::string& path, const std::vector<std::string>& ownAddresses,
                          CIncomingMessage& message);
+bool ParseIncomingMessage(std::shared_ptr<const std::string> text, const std::vector<std::string>& ownAddresses,
+                          CIncomingMessage& message);
 
 #endif  // LISTHAVEN_ENGINE_RULES_INCOMINGMESSAGE_H

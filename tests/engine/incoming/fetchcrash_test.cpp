@@ -1,0 +1,91 @@
+#include <filesystem>
+#include <fstream>
+
+#include "engine/incoming/digests.h"
+#include "platform/faultplan.h"
+#include "tests/engine/incoming/processingfixture.h"
+#include "tests/engine/incoming/scriptedmailbox.h"
+
+namespace {
+
+class FetchCrash : public ProcessingTest {
+protected:
+    void SetMailbox() const {
+        CCatalogue& catalogue = GetCatalogue();
+        const std::int32_t index = catalogue.FindByNumber(m_list);
+        catalogue.SetText(index, ListColumn::PopHost, "127.0.0.1:" + std::to_string(m_server.GetPort()));
+        catalogue.SetText(index, ListColumn::PopLogin, "club");
+        catalogue.SetText(index, ListColumn::PopPassword, "club");
+    }
+
+    // A request, a post, what no rule knows, and one that is not for memory.
+    void Deliver(const std::string& id) {
+        const auto message = [&](const std::string& from, const std::string& to, const std::string& subject) {
+            return CScriptedMailbox::CMessage{subject + id, "Return-Path: <" + from + ">\r\nFrom: " + from +
+                                                                "\r\nTo: " + to + "\r\nSubject: " + subject +
+                                                                "\r\nMessage-ID: <" + subject + id +
+                                                                "@x.example>\r\n\r\nHello " + id + "\r\n"};
+        };
+        auto large = message("ann@x.example", ListAddress, "large");
+        large.text += std::string(70, 'x') + "\r\n";
+        large.repeated = 6'000;
+        m_server.Set({message("new" + id + "@x.example", CommandAddress, "subscribe"),
+                      message("ann@x.example", ListAddress, "post"), large,
+                      message("eve" + id + "@x.example", ListAddress, "stranger")});
+    }
+
+    CycleResult Cycle() {
+        CCycleTotals totals;
+        return RunMailCycle(m_list, {}, totals);
+    }
+
+    CScriptedMailbox m_server;
+};
+
+// Operations fail in turn, and all that follow: then the cycle runs
+// once more as if the program had been started again.
+TEST_F(FetchCrash, WhatWasInMemoryIsStillOnTheServer) {
+    MakeClub(ListKind::Discussion, {"ann@x.example", "bob@x.example"});
+    SetMailbox();
+    Deliver("0");
+    ASSERT_EQ(Cycle(), CycleResult::Done) << GetLastErrorText();
+    const std::size_t sent = TakeQueue().size();
+    const std::size_t collected = QueuedFiles(GetDigestEntryFolder(m_list)).size();
+    ASSERT_GE(sent, 4U);  // answers to two, two copies each of two posts, or one digest entry
+    unsigned n = 0;
+    for (bool wasHit = true; wasHit;) {
+        Deliver(std::to_string(n += 3));
+        {
+            const Platform::CFaultPlan plan(Platform::Operation::Any, n, Platform::CFaultPlan::After::Stays);
+            Cycle();
+            wasHit = plan.WasHit();
+        }
+        ASSERT_EQ(Cycle(), CycleResult::Done) << n << " " << GetLastErrorText();
+        ASSERT_EQ(m_server.Count(), 0U) << n;
+        ASSERT_TRUE(QueuedFiles(GetInboxFolder(m_list)).empty()) << n;
+        ASSERT_TRUE(QueuedFiles(GetFailedFolder(m_list)).empty()) << n;
+        ASSERT_EQ(TakeQueue().size(), sent) << n;
+        ASSERT_EQ(QueuedFiles(GetDigestEntryFolder(m_list)).size(), collected * (n / 3 + 1)) << n;
+    }
+    EXPECT_GT(n, 50U);
+}
+
+// One that its rules cannot be applied to comes into the inbox, and the mailbox is emptied.
+TEST_F(FetchCrash, WhatCannotBeProcessedWaitsInTheInbox) {
+    MakeClub(ListKind::Discussion, {"ann@x.example"});
+    SetMailbox();
+    Deliver("0");
+    ASSERT_EQ(Cycle(), CycleResult::Done);
+    TakeQueue();
+    std::filesystem::remove_all(GetDigestEntryFolder(m_list));
+    std::ofstream(GetDigestEntryFolder(m_list)) << "no folder";
+    Deliver("1");
+    Cycle();
+    std::filesystem::remove(GetDigestEntryFolder(m_list));
+    ASSERT_EQ(Cycle(), CycleResult::Done) << GetLastErrorText();
+    EXPECT_EQ(QueuedFiles(GetDigestEntryFolder(m_list)).size(), 2U);
+    EXPECT_TRUE(QueuedFiles(GetInboxFolder(m_list)).empty());
+    EXPECT_EQ(m_server.Count(), 0U);
+}
+
+}  // namespace
