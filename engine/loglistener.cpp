@@ -1,7 +1,6 @@
 #include "engine/loglistener.h"
 
 #include <chrono>
-#include <memory>
 #include <utility>
 
 #include "platform/clock.h"
@@ -10,10 +9,6 @@
 namespace {
 
 using LogLineView = std::function<void(const std::string& line)>;
-
-constexpr int Starting = 0;
-constexpr int Failed = 1;
-constexpr int Running = 2;
 
 void Show(const LogLineView& view, std::string& line) {
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
@@ -33,10 +28,11 @@ CLogListener::~CLogListener() {
 bool CLogListener::Start(LogLineView view) {
     Stop();
     m_stop = false;
-    auto outcome = std::make_shared<std::atomic<int>>(Starting);
-    m_thread = std::thread([this, outcome, shown = std::move(view)] { Listen(shown, *outcome); });
-    outcome->wait(Starting);
-    return *outcome == Running;
+    std::promise<bool> started;
+    std::future<bool> isListening = started.get_future();
+    m_thread = std::thread(
+        [this, shown = std::move(view), promise = std::move(started)]() mutable { Listen(shown, std::move(promise)); });
+    return isListening.get();
 }
 
 void CLogListener::Stop() {
@@ -44,11 +40,10 @@ void CLogListener::Stop() {
     if (m_thread.joinable()) m_thread.join();
 }
 
-void CLogListener::Listen(const LogLineView& view, std::atomic<int>& outcome) {
+void CLogListener::Listen(const LogLineView& view, std::promise<bool> started) {
     Platform::CMailslot slot;
     m_listening = slot.Create(LogMailslotName);
-    outcome = m_listening ? Running : Failed;
-    outcome.notify_all();
+    started.set_value(m_listening);
     while (m_listening && !m_stop) {
         std::size_t size = 0;
         std::size_t waiting = 0;

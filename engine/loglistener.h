@@ -14,6 +14,7 @@
 
 #include <atomic>
 #include <functional>
+#include <future>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -33,7 +34,7 @@ public:
     bool IsListening() const noexcept { return m_listening; }
 
 private:
-    void Listen(const std::function<void(const std::string& line)>& view, std::atomic<int>& outcome);
+    void Listen(const std::function<void(const std::string& line)>& view, std::promise<bool> started);
 
     std::thread m_thread;
     std::atomic<bool> m_stop = false;

@@ -6,7 +6,6 @@
 #include <condition_variable>
 #include <mutex>
 #include <stdexcept>
-#include <stop_token>
 #include <thread>
 
 #include "platform/process.h"
@@ -29,7 +28,8 @@ struct CRunning {
     int result = 0;
 
     std::mutex lock;
-    std::condition_variable_any wake;
+    std::condition_variable wake;  // not "_any", whose wait for a stop can miss it in libstdc++ 12 on this system
+    bool isServed = false;
     SERVICE_STATUS_HANDLE handle = nullptr;
     SERVICE_STATUS status{};
 };
@@ -63,11 +63,10 @@ void ChangeState(DWORD state) {
 }
 
 // What is under way may take longer than the service manager would wait.
-void Tick(const std::stop_token& stop) {
+void Tick() {
     CRunning& running = TheService();
     std::unique_lock lock(running.lock);
-    while (!stop.stop_requested()) {
-        running.wake.wait_for(lock, stop, TickInterval, [] { return false; });
+    while (!running.wake.wait_for(lock, TickInterval, [&] { return running.isServed; })) {
         if (!IsPending(running.status.dwCurrentState)) continue;
         ++running.status.dwCheckPoint;
         Report(running);
@@ -98,6 +97,9 @@ void WINAPI ServiceMain(DWORD, wchar_t**) {
     {
         const std::jthread ticker(Tick);
         running.result = (*running.serve)();
+        const std::lock_guard guard(running.lock);
+        running.isServed = true;
+        running.wake.notify_all();
     }
     if (running.result != 0) {  // so that the service manager starts it anew
         running.status.dwWin32ExitCode = ERROR_SERVICE_SPECIFIC_ERROR;

@@ -21,8 +21,14 @@ CMailThread::~CMailThread() {
     Stop();
 }
 
+// Waiting for a stop token can miss the request where the C++ library has no
+// waiting of the system's below it (libstdc++ 12 on Windows).
 void CMailThread::Stop() {
-    m_thread.request_stop();
+    {
+        const std::lock_guard guard(m_mutex);
+        m_thread.request_stop();
+    }
+    m_wake.notify_all();
     m_control.Cancel();
     if (m_thread.joinable()) m_thread.join();
 }
@@ -39,6 +45,6 @@ void CMailThread::Work(const std::stop_token& stop, Mode mode) {
     while (!isToStop()) {
         rounds.Look();
         std::unique_lock lock(m_mutex);
-        m_wake.wait_for(lock, stop, LookInterval, [] { return false; });
+        m_wake.wait_for(lock, LookInterval, [&stop] { return stop.stop_requested(); });
     }
 }

@@ -36,7 +36,7 @@ private:
     CCycleControl m_control;
     std::atomic<bool> m_isDone{false};
     std::mutex m_mutex;
-    std::condition_variable_any m_wake;
+    std::condition_variable m_wake;  // not "_any": see Stop()
     std::jthread m_thread;
 };
 
