@@ -16,6 +16,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t MaxLastReply = 128;
 constexpr std::size_t BlockSize = std::size_t{64} * 1024;
 constexpr Milliseconds GoodbyeTime{1000};
+constexpr std::size_t CommandsTogether = 100;  // and their replies fit what the system buffers
 
 Milliseconds Until(Clock::time_point deadline) {
     return std::max(std::chrono::ceil<Milliseconds>(deadline - Clock::now()), Milliseconds(0));
@@ -30,6 +31,7 @@ struct CPop3Session::CState {
     Failure failure;
     std::string timeStamp;
     std::string lastReply;
+    bool canPipeline = false;  // as far as the server was asked
     std::string line;
     Pop3Reply reply;  // its text lies in line
 
@@ -40,6 +42,7 @@ struct CPop3Session::CState {
 
     bool Start();  // of a call
     bool ReadReply(Milliseconds limit);
+    bool Send(const std::string& commands);
     // One command, without its end, and its reply.  shown is what may be known of it.
     bool Ask(std::string_view command, std::string_view shown = {});
     bool Demand(std::string_view command, std::string_view shown = {});  // and the reply is positive
@@ -48,7 +51,7 @@ struct CPop3Session::CState {
     bool ReadMessage(const std::string& command, std::uint64_t maxOctets, const Sink& sink);
 
     bool ReadGreeting();
-    bool OffersTls(bool& isOffered);
+    bool AskCapabilities(bool& offersTls);
     bool StartTls();
     bool LoginByApop(std::string_view login, std::string_view password);
     bool LoginByPassword(std::string_view login, std::string_view password);
@@ -92,12 +95,15 @@ bool CPop3Session::CState::ReadReply(Milliseconds limit) {
     return ParsePop3Reply(line, reply) || FailByProtocol("has sent what is no reply: \"" + lastReply + "\"");
 }
 
-bool CPop3Session::CState::Ask(std::string_view command, std::string_view shown) {
+bool CPop3Session::CState::Send(const std::string& commands) {
     lastReply.clear();
     if (connection.HasUnreadInput()) return FailByProtocol("has answered a command before it was sent");
+    return connection.Write(commands, options.replyTimeout) || FailByConnection();
+}
+
+bool CPop3Session::CState::Ask(std::string_view command, std::string_view shown) {
     if (trace.IsOn()) trace.Sent(shown.empty() ? command : shown);
-    if (!connection.Write(std::string(command) + "\r\n", options.replyTimeout)) return FailByConnection();
-    return ReadReply(options.replyTimeout);
+    return Send(std::string(command) + "\r\n") && ReadReply(options.replyTimeout);
 }
 
 bool CPop3Session::CState::Demand(std::string_view command, std::string_view shown) {
@@ -160,10 +166,11 @@ bool CPop3Session::CState::ReadGreeting() {
     return reply.isPositive || FailByReply({});
 }
 
-bool CPop3Session::CState::OffersTls(bool& isOffered) {
+bool CPop3Session::CState::AskCapabilities(bool& offersTls) {
     if (!Ask("CAPA")) return false;
     return !reply.isPositive || ReadLines(MaxPop3Capabilities, [&](std::string_view text) {
-        isOffered = isOffered || EqualNoCase(Trim(text), "STLS");
+        offersTls = offersTls || EqualNoCase(Trim(text), "STLS");
+        canPipeline = canPipeline || EqualNoCase(Trim(text), "PIPELINING");
         return true;
     });
 }
@@ -171,7 +178,7 @@ bool CPop3Session::CState::OffersTls(bool& isOffered) {
 bool CPop3Session::CState::StartTls() {
     const bool isRequired = options.connect.tlsMode == TlsMode::Required;
     bool isOffered = false;
-    if (!OffersTls(isOffered)) return false;
+    if (!AskCapabilities(isOffered)) return false;
     if (!isOffered)
         return !isRequired ||
                Fail(FailureKind::Tls, "TLS is required, but " + connection.GetHost() + " does not offer it");
@@ -183,6 +190,7 @@ bool CPop3Session::CState::StartTls() {
         return false;
     }
     if (!connection.StartTls(options.replyTimeout)) return FailByConnection();
+    canPipeline = false;  // what was said without TLS can have been anybody's
     if (trace.IsOn())
         trace.Happened(connection.DescribeTls() + ", certificate " +
                        (connection.IsCertificateVerified() ? "verified: " : "not verified: ") +
@@ -200,6 +208,7 @@ bool CPop3Session::Open(const Pop3Options& options) {
     s.failure = {};
     s.timeStamp.clear();
     s.lastReply.clear();
+    s.canPipeline = false;
     s.trace.Open(options.traceFile);
     if (!s.connection.Open(options.connect)) return s.FailByConnection();
     s.trace.Happened("connected to " + s.connection.GetHost() + ", " + s.connection.GetPeerAddress());
@@ -269,6 +278,31 @@ bool CPop3Session::RetrieveTop(std::uint32_t number, std::uint32_t lines, std::u
 
 bool CPop3Session::Delete(std::uint32_t number) {
     return m_state->Start() && m_state->Demand("DELE " + std::to_string(number));
+}
+
+bool CPop3Session::DeleteAll(std::span<const std::uint32_t> numbers,
+                             const std::function<void(std::size_t index, bool isDone)>& take) {
+    CState& s = *m_state;
+    if (!s.Start()) return false;
+    bool offersTls = false;
+    const bool isWorthAsking = numbers.size() > CommandsTogether && s.options.connect.tlsMode != TlsMode::None;
+    if (!s.canPipeline && isWorthAsking && !s.AskCapabilities(offersTls)) return false;
+    const std::size_t together = s.canPipeline ? CommandsTogether : 1;
+    for (std::size_t first = 0; first < numbers.size(); first += together) {
+        const auto group = numbers.subspan(first, std::min(together, numbers.size() - first));
+        std::string commands;
+        for (const std::uint32_t number : group) {
+            commands += "DELE " + std::to_string(number) + "\r\n";
+            if (s.trace.IsOn()) s.trace.Sent("DELE " + std::to_string(number));
+        }
+        if (!s.Send(commands)) return false;
+        for (std::size_t i = 0; i < group.size(); ++i) {
+            if (!s.ReadReply(s.options.replyTimeout)) return false;
+            if (!s.reply.isPositive) s.FailByReply("DELE " + std::to_string(group[i]));
+            take(first + i, s.reply.isPositive);
+        }
+    }
+    return true;
 }
 
 bool CPop3Session::Quit() {

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -58,8 +59,13 @@ public:
     bool Retrieve(std::uint32_t number, std::uint64_t maxOctets, const Sink& sink);
     bool RetrieveTop(std::uint32_t number, std::uint32_t lines, std::uint64_t maxOctets, const Sink& sink);
     bool Delete(std::uint32_t number);  // when the session ends with Quit()
-    bool Quit();                        // true when the server has deleted what was to be deleted
-    void Close() noexcept;              // QUIT without asking what became of it
+    // Likewise, in turn; take is told of each whether the server has consented,
+    // else GetFailure() says why not.  Where the server lets commands follow each
+    // other (PIPELINING), it is not waited for after each.  False: the session has failed.
+    bool DeleteAll(std::span<const std::uint32_t> numbers,
+                   const std::function<void(std::size_t index, bool isDone)>& take);
+    bool Quit();            // true when the server has deleted what was to be deleted
+    void Close() noexcept;  // QUIT without asking what became of it
 
     std::string GetLastReply() const;  // one line, at most 128 characters
     const Failure& GetFailure() const noexcept;
