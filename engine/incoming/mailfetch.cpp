@@ -381,21 +381,22 @@ bool CMailFetch::CState::Store(CCycleTransaction& transaction, CFetchedMessage& 
 }
 
 bool CMailFetch::CState::DeleteMarked() {
+    if (isCancelled) return Fail("Fetching was cancelled");
+    std::vector<std::size_t> due;
+    std::vector<std::uint32_t> numbers;
     std::string value;
     for (std::size_t i = 0; i < next; ++i) {
-        Beat();
-        if (isCancelled) return Fail("Fetching was cancelled");
         if (keys[i].empty() || !state.GetMark(MarkKind::ServerMessage, keys[i], value)) continue;
         if (CServerMark::Parse(value).state != MarkState::Delete) continue;
-        if (Session().Delete(messages[i].number)) {
-            deleted.push_back(keys[i]);
-            continue;
-        }
-        if (Session().GetFailure().kind != FailureKind::Reply) return FailBySession();
-        Log(LogWarning, "Message %u stays on the server: %s\n", static_cast<unsigned>(messages[i].number),
-            Session().GetFailure().text.c_str());
+        due.push_back(i);
+        numbers.push_back(messages[i].number);
     }
-    return true;
+    const auto take = [&](std::size_t index, bool isDone) {
+        if (isDone) return deleted.push_back(keys[due[index]]);
+        Log(LogWarning, "Message %u stays on the server: %s\n", static_cast<unsigned>(numbers[index]),
+            Session().GetFailure().text.c_str());
+    };
+    return Session().DeleteAll(numbers, take) || FailBySession();
 }
 
 bool CMailFetch::CState::TidyMarks(std::int64_t now, bool isConfirmed) {

@@ -54,7 +54,7 @@ TEST_F(FetchCrash, WhatWasInMemoryIsStillOnTheServer) {
     ASSERT_GE(sent, 4U);  // answers to two, two copies each of two posts, or one digest entry
     unsigned n = 0;
     for (bool wasHit = true; wasHit;) {
-        Deliver(std::to_string(n += 3));
+        Deliver(std::to_string(n += 11));
         {
             const Platform::CFaultPlan plan(Platform::Operation::Any, n, Platform::CFaultPlan::After::Stays);
             Cycle();
@@ -65,7 +65,7 @@ TEST_F(FetchCrash, WhatWasInMemoryIsStillOnTheServer) {
         ASSERT_TRUE(QueuedFiles(GetInboxFolder(m_list)).empty()) << n;
         ASSERT_TRUE(QueuedFiles(GetFailedFolder(m_list)).empty()) << n;
         ASSERT_EQ(TakeQueue().size(), sent) << n;
-        ASSERT_EQ(QueuedFiles(GetDigestEntryFolder(m_list)).size(), collected * (n / 3 + 1)) << n;
+        ASSERT_EQ(QueuedFiles(GetDigestEntryFolder(m_list)).size(), collected * (n / 11 + 1)) << n;
     }
     EXPECT_GT(n, 50U);
 }
