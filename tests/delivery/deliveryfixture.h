@@ -11,6 +11,7 @@
 #include "senddaemon/senddaemon.h"
 #include "senddaemon/sendloop.h"
 #include "tests/senddaemon/sendfixture.h"
+#include "utility/text.h"
 
 namespace SendDaemon {
 
@@ -43,8 +44,10 @@ protected:
         for (const auto& [key, value] : settings)
             all[key] = value;
         std::string text = "[Configuration]\n";
-        for (const auto& [key, value] : all)
+        for (auto& [key, value] : all) {
+            ReplaceAll(value, "\\", "\\\\");
             text += key + "=" + value + "\n";
+        }
         ASSERT_TRUE(EnsureFolder(account) && WriteFileAtomically(GetAccountConfigPath(account), text));
     }
     static void Queue(const std::string& account, const std::string& text) {

@@ -8,6 +8,7 @@
 
 #include "platform/faultplan.h"
 #include "platform/file.h"
+#include "platform/openfiles.h"
 #include "senddaemon/deliveryposition.h"
 #include "senddaemon/retryschedule.h"
 #include "tests/senddaemon/sendfixture.h"
@@ -44,6 +45,10 @@ protected:
         };
         EXPECT_TRUE(ForEachDeliveryLine(m_root, visit, &skipped)) << GetLastErrorText();
         return text.append(skipped, '!');
+    }
+    void RemoveRoot(CDeliveryLog& log) const {
+        if (!Platform::OpenFilesCanBeReplaced()) log.SetUp(m_root, 0, 0);  // which closes the file
+        std::filesystem::remove_all(m_root);
     }
     std::string m_root;
     std::string m_path;
@@ -132,7 +137,7 @@ TEST_F(DeliveryLog, TornLinesEndAtTheNextAppend) {
     EXPECT_EQ(Messages(), "1 2 3 4 5 !!!");
     ASSERT_TRUE(Add(log, "6"));
     EXPECT_EQ(Messages(), "1 2 3 4 5 6 !!!");
-    std::filesystem::remove(m_path);
+    ASSERT_TRUE(Platform::RemoveFile(m_path));
     ASSERT_TRUE(Add(log, "7"));
     EXPECT_EQ(Messages(), "7 ");
 }
@@ -150,7 +155,7 @@ TEST_F(DeliveryLog, FailuresAreTold) {
     }
     EXPECT_TRUE(Add(log, "2", Flush::Yes));
     EXPECT_EQ(Messages(), "1 1 2 ");
-    std::filesystem::remove_all(m_root);
+    RemoveRoot(log);
     EXPECT_FALSE(Add(log, "3"));  // of a list that is gone: its folder is not made anew
 }
 
@@ -270,18 +275,19 @@ TEST_F(DeliveryLog, IsReadOnFromWhereItWas) {
         ASSERT_TRUE(Add(log, message));
     Platform::CFile torn;
     ASSERT_TRUE(torn.Open(m_path, Platform::FileMode::Append) && torn.Write("1700000000\tsent\t7\tdead"));
+    torn.Close();
     EXPECT_EQ(readOn(99), "6 7 8 9 10 11 12 ");
     EXPECT_EQ(readOn(99), "");
     ASSERT_TRUE(Add(log, "13"));
     EXPECT_EQ(readOn(99), "13 ");
     // A copy of the data folder has other files, of the same bytes.
     std::filesystem::copy(m_root, m_root + ".copy");
-    std::filesystem::remove_all(m_root);
+    RemoveRoot(log);
     std::filesystem::rename(m_root + ".copy", m_root);
     ASSERT_TRUE(Add(log, "14"));
     EXPECT_EQ(readOn(99), "14 ");
     // Out of a backup all files are others: what is later counts.
-    std::filesystem::remove_all(m_root);
+    RemoveRoot(log);
     ASSERT_TRUE(EnsureFolder(m_root) && Add(log, "old"));
     CDeliveryLine later = Line(DeliveryStatus::Failed, "later");
     later.time += 1;
