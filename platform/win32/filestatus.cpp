@@ -2,7 +2,9 @@
 
 #include <windows.h>
 // after windows.h
-#include <winternl.h>
+#include <ntsecapi.h>
+
+#include <cstddef>
 
 #include "platform/win32/handle.h"
 #include "platform/win32/systempath.h"
@@ -31,25 +33,42 @@ HANDLE OpenExisting(const std::wstring& path, DWORD access) {
     return CreateFileW(path.c_str(), access, ShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
 }
 
+// What the call below tells; no header of all compilers has it.
+struct AllInformation {
+    FILE_BASIC_INFO basic;
+    FILE_STANDARD_INFO standard;
+    LARGE_INTEGER index;
+    std::byte further[64];  // with the beginning of the name
+};
+static_assert(offsetof(AllInformation, index) == 64);
+
+using QueryCall = NTSTATUS(NTAPI*)(HANDLE, void* status, void* information, ULONG size, int what);
+
+QueryCall TheQuery() {
+    static const auto query = reinterpret_cast<QueryCall>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryInformationFile")));
+    return query;
+}
+
 // Follows links.  Everything at once, and without what the documented call asks
 // of the volume besides.
-bool Ask(const std::wstring& path, FILE_ALL_INFORMATION& information) {
+bool Ask(const std::wstring& path, AllInformation& information) {
     const CHandle file(OpenExisting(path, FILE_READ_ATTRIBUTES));
     if (!file) return false;
+    constexpr int FileAllInformation = 18;
     constexpr NTSTATUS NameIsLonger = static_cast<NTSTATUS>(0x80000005);
-    IO_STATUS_BLOCK status;
-    const NTSTATUS result =
-        NtQueryInformationFile(file.Get(), &status, &information, sizeof(information), FileAllInformation);
+    ULONG_PTR status[2] = {};
+    const NTSTATUS result = TheQuery()(file.Get(), status, &information, sizeof(information), FileAllInformation);
     if (result >= 0 || result == NameIsLonger) return true;
-    SetLastError(RtlNtStatusToDosError(result));
+    SetLastError(LsaNtStatusToWinError(result));
     return false;
 }
 
 DWORD Attributes(const std::wstring& path) {
     const DWORD attributes = GetFileAttributesW(path.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return attributes;
-    FILE_ALL_INFORMATION information;
-    return Ask(path, information) ? information.BasicInformation.FileAttributes : INVALID_FILE_ATTRIBUTES;
+    AllInformation information;
+    return Ask(path, information) ? information.basic.FileAttributes : INVALID_FILE_ATTRIBUTES;
 }
 
 bool IsFolder(DWORD attributes) {
@@ -59,13 +78,13 @@ bool IsFolder(DWORD attributes) {
 }  // namespace
 
 bool GetFileStatus(std::string_view path, FileStatus& status) {
-    FILE_ALL_INFORMATION raw;
+    AllInformation raw;
     if (!Ask(SystemPath(path), raw)) return false;
-    status.isFolder = IsFolder(raw.BasicInformation.FileAttributes);
-    status.size = status.isFolder ? 0 : static_cast<std::uint64_t>(raw.StandardInformation.EndOfFile.QuadPart);
-    status.identity = static_cast<std::uint64_t>(raw.InternalInformation.IndexNumber.QuadPart);
-    status.times.modified = ToNanoseconds(raw.BasicInformation.LastWriteTime.QuadPart);
-    status.times.created = ToNanoseconds(raw.BasicInformation.CreationTime.QuadPart);
+    status.isFolder = IsFolder(raw.basic.FileAttributes);
+    status.size = status.isFolder ? 0 : static_cast<std::uint64_t>(raw.standard.EndOfFile.QuadPart);
+    status.identity = static_cast<std::uint64_t>(raw.index.QuadPart);
+    status.times.modified = ToNanoseconds(raw.basic.LastWriteTime.QuadPart);
+    status.times.created = ToNanoseconds(raw.basic.CreationTime.QuadPart);
     return true;
 }
 
