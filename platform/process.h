@@ -17,7 +17,6 @@ std::uint32_t CurrentProcessId() noexcept;
 
 std::optional<std::string> EnvironmentValue(std::string_view name);
 
-bool OutputIsTerminal() noexcept;
 bool ErrorOutputIsTerminal() noexcept;
 std::size_t ErrorOutputColumns() noexcept;  // of that terminal; 80 when it does not say
 bool InputIsTerminal() noexcept;

@@ -36,10 +36,6 @@ std::optional<std::string> EnvironmentValue(std::string_view name) {
     return value ? std::optional<std::string>(value) : std::nullopt;
 }
 
-bool OutputIsTerminal() noexcept {
-    return isatty(STDOUT_FILENO) == 1;
-}
-
 bool ErrorOutputIsTerminal() noexcept {
     return isatty(STDERR_FILENO) == 1;
 }

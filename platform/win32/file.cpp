@@ -226,10 +226,10 @@ bool CFile::Flush() {
     return IsOpen() ? FlushFileBuffers(Opened(m_handle)->handle) != 0 : NotOpen();
 }
 
-// Names are in the journal of the file system, which the flush of the folder
-// writes where the system does that.  Renames are written through besides.
 void CFile::StartFlush() noexcept {}  // the system has no such thing
 
+// Names are in the journal of the file system, which the flush of the folder
+// writes where the system does that.  Renames are written through besides.
 bool FlushFolder(std::string_view folder) {
     if (!IsFlushEnabled()) return true;
     if (HitsFault(Operation::FlushFolder)) return false;

@@ -4,6 +4,7 @@
 //
 #include <fcntl.h>
 #include <io.h>
+#include <malloc.h>
 #include <psapi.h>
 #include <shellapi.h>
 
@@ -99,10 +100,6 @@ std::optional<std::string> EnvironmentValue(std::string_view name) {
         value.resize(size);
         if (fits) return FromWide(value);
     }
-}
-
-bool OutputIsTerminal() noexcept {
-    return IsTerminal(STD_OUTPUT_HANDLE);
 }
 
 bool ErrorOutputIsTerminal() noexcept {
