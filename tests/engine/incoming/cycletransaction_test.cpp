@@ -107,7 +107,8 @@ protected:
     static void CheckTemporaryFiles(const std::string& where) {
         std::vector<std::string> found;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(GetDataFolder())) {
-            if (entry.path().extension() == ".tmp" && entry.file_size() > 0) found.push_back(entry.path().filename());
+            if (entry.path().extension() == ".tmp" && entry.file_size() > 0)
+                found.push_back(entry.path().filename().string());
         }
         EXPECT_EQ(found, std::vector<std::string>{"foreign.tmp"}) << where;
     }
