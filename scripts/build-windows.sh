@@ -37,6 +37,10 @@ lmdb liblmdb-dev
 mingw-w64-runtime mingw-w64-x86-64-dev
 openssl libssl-dev
 LICENCES
+# The texts that these refer to, which only a Debian has.
+mkdir "dist/$name/licences/common-licenses"
+grep -oh '/usr/share/common-licenses/[A-Za-z0-9.-]*[A-Za-z0-9]' "dist/$name/licences/"*.txt | LC_ALL=C sort -u |
+  while read -r text; do as_text "$text" "dist/$name/licences/common-licenses/${text##*/}.txt"; done
 
 # Fixed times, order and owners.
 export SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct 2>/dev/null || stat -c %Y CMakeLists.txt)}
