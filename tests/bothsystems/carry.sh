@@ -8,6 +8,7 @@
 . "$(dirname "$0")/common.sh"
 
 members=60
+requests=150
 
 letter() {  # NAME ADDRESS TO SUBJECT TEXT
   printf 'From: %s <%s>\r\nTo: %s\r\nSubject: %s\r\nMessage-ID: <%s@b.example>\r\nDate: Sat, 21 Nov 2026 10:00:00 +0000\r\n' \
@@ -24,7 +25,7 @@ bounce() {  # ADDRESS
 arrive() {
   local batch="$data/Inbox/$1/4711"
   mkdir -p "$batch"
-  { printf 'X-Lhv-Received: 1795255200\r\n'; cat; } >"$batch/$RANDOM$RANDOM.eml"
+  { printf 'X-Lhv-Received: 1795255200\r\n'; cat; } >"$batch/$(date +%s%N).eml"
 }
 
 csv() {
@@ -91,6 +92,16 @@ interrupt_broadcast() {
   [ "$(files "$data/SendDaemon/2" '*.eml')" -lt $((members + 2)) ] || fail "the broadcast was not interrupted"
 }
 
+# A mail cycle that is killed when some of its answers are in the queue.
+interrupt_cycle() {
+  local on=$1 i
+  for ((i = 1; i <= requests; i++)); do letter "" "s$i@b.example" cmd@lists.example subscribe x | arrive 1; done
+  start "$on" listhaven receive
+  wait_for at_least 80 "$data/SendDaemon/1" '*.eml'   # some are of earlier mail
+  kill_hard "$started"
+  [ "$(find "$data"/Inbox/1/4711 -name '*.eml' | wc -l)" -gt 0 ] || echo "   (the cycle had ended before it was killed)"
+}
+
 # What the programs say of everything, in files of a folder.
 describe() {
   local on=$1 to=$2 list
@@ -140,6 +151,17 @@ check_copies() {
   subjects=$(grep -rhi "^Subject: News Member [0-9]" "$data/delivered" | sort | uniq -d)
   [ -z "$subjects" ] || fail "doubled: $subjects"
 }
+# Each that asked has one answer.
+check_answers() {
+  local i answers
+  for ((i = 1; i <= requests; i++)); do
+    answers=$({ grep -rl "^To:.*[< ]s$i@b.example" "$data/delivered" || true; } | wc -l)
+    [ "$answers" = 1 ] && continue
+    grep -r "s$i@b.example" "$data" --include='*.eml' --include='*.log' --include=log.txt -l >&2 || true
+    grep "s$i@b.example" "$data/log.txt" >&2 || true
+    fail "s$i@b.example has $answers answers"
+  done
+}
 # What a crash may leave is mended, and after that nothing is wrong.
 is_sound() {
   lhv "$1" repair >"$work/repaired"
@@ -153,6 +175,7 @@ travel() {
   make "$first"
   receive_mail "$first"
   interrupt_broadcast "$first"
+  interrupt_cycle "$first"
 
   step "carried to $second, and changed there"
   carry "$first" "$second"
@@ -174,6 +197,7 @@ travel() {
   lhv "$second" list set 2 name "Nachrichten für alle"
   sends "$second"
   check_copies
+  check_answers
 
   step "carried back to $first"
   carry "$second" "$first"
