@@ -75,6 +75,12 @@ void ReturnFreeMemory() noexcept {
 
 void PrepareProcess(int, char**) {
     umask(0007);
+#ifdef M_TRIM_THRESHOLD
+    // Else the C library raises both by itself, and keeps what threads have freed.
+    constexpr int Kept = 256 * 1024;
+    mallopt(M_MMAP_THRESHOLD, Kept);
+    mallopt(M_TRIM_THRESHOLD, Kept);
+#endif
     signal(SIGPIPE, SIG_IGN);
 }
 
