@@ -11,6 +11,7 @@
 #include "platform/faultplan.h"
 #include "platform/filestatus.h"
 #include "tests/engine/messagefixture.h"
+#include "tests/platform/filespeed.h"
 
 namespace {
 
@@ -82,7 +83,7 @@ TEST_F(BroadcastJob, AfterAFaultAtAnyPointEveryMemberGetsOneCopy) {
             row.operation == Platform::Operation::Flush || row.operation == Platform::Operation::FlushFolder;
         unsigned interrupted = 0;
         bool wasHit = true;
-        for (unsigned n = 1; wasHit; n += row.step) {
+        for (unsigned n = 1; wasHit; n += row.step * ByFileSpeed(1U, 9U)) {
             const std::string id = Create({list});
             Copies copies;
             BroadcastInfo info;

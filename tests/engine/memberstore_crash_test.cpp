@@ -6,8 +6,8 @@
 
 #include "engine/memberstore.h"
 #include "platform/faultplan.h"
-#include "platform/openfiles.h"
 #include "tests/engine/memberfixture.h"
+#include "tests/platform/filespeed.h"
 #include "utility/lhvexception.h"
 
 namespace {
@@ -132,8 +132,7 @@ TEST_F(CMemberCrashTest, KeepsItsPromisesWhereverItEnds) {
     };
     for (const auto& [kind, after] : cases) {
         Platform::SetFlushEnabled(kind == Operation::Flush);
-        // Where open files cannot be replaced they are opened for each step, and most operations are that.
-        const unsigned stride = Platform::OpenFilesCanBeReplaced() ? 1 : 7;
+        const unsigned stride = ByFileSpeed(1U, 7U);
         unsigned n = 1;
         while (FailOnce(kind, n, after) && !HasFailure() && n < 2000)
             n += stride;

@@ -6,8 +6,8 @@
 #include <thread>
 
 #include "engine/memberindex.h"
-#include "platform/openfiles.h"
 #include "tests/engine/memberfixture.h"
+#include "tests/platform/filespeed.h"
 #include "utility/lhvexception.h"
 #include "utility/text.h"
 
@@ -385,8 +385,7 @@ private:
 };
 
 TEST_F(CMemberStoreTest, BehavesAsAMap) {
-    // Where open files cannot be replaced, each step opens and closes them.
-    const int steps = Platform::OpenFilesCanBeReplaced() ? 1500 : 200;
+    const int steps = ByFileSpeed(1500, 200);
     for (const std::uint32_t seed : {1u, 2u, 3u}) {
         EmptyFolder();
         CModel model(seed);

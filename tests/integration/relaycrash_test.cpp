@@ -11,6 +11,7 @@
 
 #include "senddaemon/deliverylog.h"
 #include "tests/integration/crashlist.h"
+#include "tests/platform/filespeed.h"
 #include "tests/programs/programrunner.h"
 #include "tests/servers/smtpsink.h"
 
@@ -76,8 +77,8 @@ int CountAnnounced(const CProgramRunner& runner) {
 }  // namespace
 
 TEST(RelayCrash, TheServerGotWhatTheLedgerSays) {
-    constexpr int Members = 3000;
-    constexpr int Kills = 100;
+    const int Members = ByFileSpeed(3000, 400);
+    const int Kills = ByFileSpeed(100, 15);
     CSmtpSink sink;
     if (!sink.IsInstalled()) GTEST_SKIP() << sink.WhyNot();
     ASSERT_TRUE(sink.Start()) << sink.WhyNot();
@@ -96,10 +97,10 @@ TEST(RelayCrash, TheServerGotWhatTheLedgerSays) {
         return runner.MustRun({"broadcast", "ls", "--json"}).find("\"id\"") != std::string::npos;
     });
     generator.Kill();
-    for (; kills < Kills && sink.CountMessages() < Members; ++kills) {
+    for (; kills < Kills && sink.CountMessages() < static_cast<std::size_t>(Members); ++kills) {
         Platform::CChildProcess program;
         ASSERT_TRUE(runner.Start(program, {"run"}));
-        const std::size_t target = std::min<std::size_t>(sink.CountMessages() + further(random), Members);
+        const std::size_t target = std::min(sink.CountMessages() + further(random), static_cast<std::size_t>(Members));
         EXPECT_TRUE(TestServers::WaitUntil([&] { return sink.CountMessages() >= target; })) << "nothing is sent";
         program.Kill();
     }
@@ -130,8 +131,8 @@ TEST(RelayCrash, TheServerGotWhatTheLedgerSays) {
 
 // A host that is down, or that refuses for now, and is well again at the end.
 TEST(RelayCrash, NothingIsLostWhileMessagesAreDeferred) {
-    constexpr int Members = 200;
-    constexpr int Kills = 10;
+    const int Members = ByFileSpeed(200, 60);
+    const int Kills = ByFileSpeed(10, 4);
     for (const bool isDown : {true, false}) {
         SCOPED_TRACE(isDown ? "nobody listens" : "450");
         auto sink = std::make_unique<CSmtpSink>(std::vector<std::string>{"-r", "RCPT"});
@@ -160,7 +161,7 @@ TEST(RelayCrash, NothingIsLostWhileMessagesAreDeferred) {
         ASSERT_TRUE(healed.Start()) << healed.WhyNot();
         EXPECT_TRUE(TestServers::WaitUntil([&] {
             runner.MustRun({"send"});  // what is due by now
-            return healed.CountMessages() >= Members;
+            return healed.CountMessages() >= static_cast<std::size_t>(Members);
         }));
         const std::map<std::string, int> copies = CountCopies(healed);
         EXPECT_EQ(copies.size(), static_cast<std::size_t>(Members));

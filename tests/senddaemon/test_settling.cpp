@@ -5,7 +5,7 @@
 
 #include "platform/faultplan.h"
 #include "platform/file.h"
-#include "platform/openfiles.h"
+#include "tests/platform/filespeed.h"
 #include "tests/senddaemon/daemonfixture.h"
 
 namespace SendDaemon {
@@ -201,8 +201,7 @@ void Settling::CheckAfterCrash(const std::string& recipients, const std::string&
 }
 
 void Settling::CrashAtEveryStep(const std::string& recipients, bool isBeforeReport) {
-    // Where open files cannot be replaced there are more operations, each some ten times slower.
-    const unsigned stride = Platform::OpenFilesCanBeReplaced() ? 1 : 5;
+    const unsigned stride = ByFileSpeed(1U, 5U);
     bool wasHit = true;
     for (unsigned n = 1; wasHit; n += stride) {
         const std::string where = recipients + " " + std::to_string(n);

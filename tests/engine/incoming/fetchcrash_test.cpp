@@ -5,6 +5,7 @@
 #include "platform/faultplan.h"
 #include "tests/engine/incoming/processingfixture.h"
 #include "tests/engine/incoming/scriptedmailbox.h"
+#include "tests/platform/filespeed.h"
 
 namespace {
 
@@ -54,7 +55,7 @@ TEST_F(FetchCrash, WhatWasInMemoryIsStillOnTheServer) {
     ASSERT_GE(sent, 4U);  // answers to two, two copies each of two posts, or one digest entry
     unsigned n = 0;
     for (bool wasHit = true; wasHit;) {
-        Deliver(std::to_string(n += 11));
+        Deliver(std::to_string(n += ByFileSpeed(11U, 55U)));
         {
             const Platform::CFaultPlan plan(Platform::Operation::Any, n, Platform::CFaultPlan::After::Stays);
             Cycle();

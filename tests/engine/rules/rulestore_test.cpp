@@ -125,10 +125,7 @@ TEST_F(RuleStore, DamagedFiles) {
         {"missing", [](const std::string& mine, const std::string&) { std::filesystem::remove(mine); }},
         {"cut", [](const std::string& mine, const std::string&) { std::filesystem::resize_file(mine, 500); }},
         {"empty", [](const std::string& mine, const std::string&) { Put(mine, ""); }},
-        {"another rule's",
-         [](const std::string& mine, const std::string& other) {
-             std::filesystem::copy_file(other, mine, std::filesystem::copy_options::overwrite_existing);
-         }},
+        {"another rule's", [](const std::string& mine, const std::string& other) { Put(mine, Get(other)); }},
     };
     CMessageRule full;
     full.Edit() = FullRule("Full");
