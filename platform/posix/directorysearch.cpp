@@ -2,29 +2,25 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <strings.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "platform/faultplan.h"
+#include "platform/namepattern.h"
 #include "platform/posix/systempath.h"
 
 namespace Platform {
 
 struct CDirectorySearch::CState {
-    CState(DIR* opened, std::string_view ending) : folder(opened), extension(ending) {}
+    CState(DIR* opened, CNamePattern wanted) : folder(opened), pattern(std::move(wanted)) {}
     CState(const CState&) = delete;
     CState& operator=(const CState&) = delete;
     ~CState() { closedir(folder); }
 
     DIR* folder;
-    std::string extension;  // with the dot; "" for every entry
-
-    bool Matches(std::string_view name) const {
-        return name.size() >= extension.size() &&
-               strncasecmp(name.data() + name.size() - extension.size(), extension.data(), extension.size()) == 0;
-    }
+    CNamePattern pattern;
 
     bool IsFolder(const dirent& entry) const {
         if (entry.d_type != DT_UNKNOWN && entry.d_type != DT_LNK) return entry.d_type == DT_DIR;
@@ -41,17 +37,11 @@ CDirectorySearch::~CDirectorySearch() = default;
 bool CDirectorySearch::Open(std::string_view folder, std::string_view pattern) {
     Close();
     if (HitsFault(Operation::Open)) return false;
-    if (pattern == "*" || pattern == "*.*")
-        pattern = {};
-    else if (pattern.size() > 2 && pattern.starts_with("*.") && pattern.find_first_of("*?", 1) == pattern.npos)
-        pattern.remove_prefix(1);
-    else {
-        errno = EINVAL;
-        return false;
-    }
+    CNamePattern wanted;
+    if (!wanted.Set(pattern)) return false;
     DIR* opened = opendir(SystemPath(folder).c_str());
     if (!opened) return false;
-    m_state = std::make_unique<CState>(opened, pattern);
+    m_state = std::make_unique<CState>(opened, std::move(wanted));
     return true;
 }
 
@@ -64,7 +54,7 @@ CDirectorySearch::Step CDirectorySearch::Next(DirectoryEntry& entry) {
         errno = 0;
         const dirent* found = readdir(m_state->folder);
         if (!found) return errno == 0 ? Step::NoMoreFiles : Step::Failed;
-        if (!m_state->Matches(found->d_name)) continue;
+        if (!m_state->pattern.Matches(found->d_name)) continue;
         entry.name = found->d_name;
         entry.isFolder = m_state->IsFolder(*found);
         return Step::Entry;

@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <random>
 #include <stdexcept>
 
 namespace Platform {
@@ -30,16 +29,6 @@ void FillRandom(void* to, std::size_t size) {
         if (got <= 0) throw std::runtime_error("The system has no random numbers.");
         done += static_cast<std::size_t>(got);
     }
-}
-
-std::uint32_t RandomNumber() {
-    thread_local std::mt19937 generator = [] {
-        std::array<std::uint32_t, 8> seed;
-        FillRandom(seed.data(), sizeof seed);
-        std::seed_seq sequence(seed.begin(), seed.end());
-        return std::mt19937(sequence);
-    }();
-    return static_cast<std::uint32_t>(generator());
 }
 
 }  // namespace Platform

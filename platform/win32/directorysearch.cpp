@@ -2,23 +2,16 @@
 
 #include <windows.h>
 
-#include <algorithm>
+#include <utility>
 
 #include "platform/faultplan.h"
+#include "platform/namepattern.h"
 #include "platform/win32/systempath.h"
 
 namespace Platform {
 
-namespace {
-
-char Lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-}  // namespace
-
 struct CDirectorySearch::CState {
-    explicit CState(std::string_view ending) : extension(ending) {}
+    explicit CState(CNamePattern wanted) : pattern(std::move(wanted)) {}
     CState(const CState&) = delete;
     CState& operator=(const CState&) = delete;
     ~CState() {
@@ -27,14 +20,8 @@ struct CDirectorySearch::CState {
 
     HANDLE search = INVALID_HANDLE_VALUE;  // also when the folder holds nothing at all
     WIN32_FIND_DATAW found = {};
-    bool isFresh = false;   // "found" was not given yet
-    std::string extension;  // with the dot; "" for every entry
-
-    // The system's own patterns match the short names too.
-    bool Matches(std::string_view name) const {
-        return name.size() >= extension.size() && std::equal(extension.rbegin(), extension.rend(), name.rbegin(),
-                                                             [](char a, char b) { return Lower(a) == Lower(b); });
-    }
+    bool isFresh = false;  // "found" was not given yet
+    CNamePattern pattern;  // the system's own patterns match the short names too
 
     Step Advance() {
         if (isFresh) {
@@ -55,21 +42,15 @@ CDirectorySearch::~CDirectorySearch() = default;
 bool CDirectorySearch::Open(std::string_view folder, std::string_view pattern) {
     Close();
     if (HitsFault(Operation::Open)) return false;
-    if (pattern == "*" || pattern == "*.*")
-        pattern = {};
-    else if (pattern.size() > 2 && pattern.starts_with("*.") && pattern.find_first_of("*?", 1) == pattern.npos)
-        pattern.remove_prefix(1);
-    else {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return false;
-    }
+    CNamePattern wanted;
+    if (!wanted.Set(pattern)) return false;
     std::wstring path = SystemPath(folder);
     if (path.empty()) {
         SetLastError(ERROR_PATH_NOT_FOUND);
         return false;
     }
     path += path.ends_with(L'\\') ? L"*" : L"\\*";
-    auto state = std::make_unique<CState>(pattern);
+    auto state = std::make_unique<CState>(std::move(wanted));
     state->search = FindFirstFileExW(path.c_str(), FindExInfoBasic, &state->found, FindExSearchNameMatch, nullptr,
                                      FIND_FIRST_EX_LARGE_FETCH);
     state->isFresh = state->search != INVALID_HANDLE_VALUE;
@@ -88,7 +69,7 @@ CDirectorySearch::Step CDirectorySearch::Next(DirectoryEntry& entry) {
         const Step step = m_state->Advance();
         if (step != Step::Entry) return step;
         entry.name = FromWide(m_state->found.cFileName);
-        if (!m_state->Matches(entry.name)) continue;
+        if (!m_state->pattern.Matches(entry.name)) continue;
         entry.isFolder = (m_state->found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
         return Step::Entry;
     }

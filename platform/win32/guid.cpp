@@ -6,7 +6,6 @@
 #include <objbase.h>
 
 #include <algorithm>
-#include <random>
 #include <stdexcept>
 
 namespace Platform {
@@ -29,16 +28,6 @@ void FillRandom(void* to, std::size_t size) {
         at += part;
         size -= part;
     }
-}
-
-std::uint32_t RandomNumber() {
-    thread_local std::mt19937 generator = [] {
-        std::array<std::uint32_t, 8> seed;
-        FillRandom(seed.data(), sizeof seed);
-        std::seed_seq sequence(seed.begin(), seed.end());
-        return std::mt19937(sequence);
-    }();
-    return static_cast<std::uint32_t>(generator());
 }
 
 }  // namespace Platform
