@@ -21,6 +21,8 @@ packages="build-essential g++-12 clang-14 clang-format-14 cmake ninja-build pkg-
   libgtest-dev libgmock-dev googletest"
 # Mail and name servers that the tests start for themselves, and certificates for them.
 packages="$packages openssl postfix dovecot-core dovecot-pop3d dovecot-lmtpd dnsmasq-base"
+# One test installs the server as a service in a systemd that it boots in name spaces of its own.
+packages="$packages systemd"
 [ $bench = yes ] && packages="$packages libbenchmark-dev libgmime-3.0-dev time"
 [ $windows = yes ] && packages="$packages g++-mingw-w64-x86-64-posix wine wine64 dpkg-dev xz-utils perl make zip"
 
