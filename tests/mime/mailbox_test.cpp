@@ -126,9 +126,10 @@ std::string Between(std::string_view line, std::string_view start, std::string_v
 
 TEST(IsPlausibleAddress, CorpusOfDoubtfulAddresses) {
     const char* given = std::getenv("LISTHAVEN_CORPUS");
-    std::ifstream file(std::string(given ? given : LISTHAVEN_SOURCE_DIR "/../shared/corpus") +
-                       "/import/isemail/tests.xml");
-    if (!file) GTEST_SKIP() << "no corpus";
+    const std::string path =
+        std::string(given ? given : LISTHAVEN_SOURCE_DIR "/../shared/corpus") + "/import/isemail/tests.xml";
+    std::ifstream file(path);
+    if (!file) GTEST_SKIP() << "there is no " << path << "; set LISTHAVEN_CORPUS";
     std::string address;
     for (std::string line; std::getline(file, line);) {
         if (line.find("<address>") != std::string::npos) {
