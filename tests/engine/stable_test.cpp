@@ -1,7 +1,7 @@
 #include "engine/stable.h"
 
 #include <array>
-#include <atomic>
+#include <future>
 #include <random>
 #include <thread>
 
@@ -228,21 +228,20 @@ TEST_F(CSTableTest, RemovingAnEmptyTableWaitsForItsReaders) {
     Platform::CNamedMutex mutex(TableMutexName(PathOf("T")));
     CSTable reader;
     ASSERT_TRUE(Open(reader));
-    std::atomic<int> phase = 0;
+    std::promise<void> isHeld;
+    std::promise<void> isEnough;
     std::thread holder([&] {
         mutex.Lock();
-        phase = 1;
-        phase.notify_all();
-        phase.wait(1);
+        isHeld.set_value();
+        isEnough.get_future().wait();
         mutex.Unlock();
     });
-    phase.wait(0);
+    isHeld.get_future().wait();
     CSTable table;
     ASSERT_TRUE(Open(table));
     table.Close();
     EXPECT_TRUE(IsThere("T"));
-    phase = 2;
-    phase.notify_all();
+    isEnough.set_value();
     holder.join();
     ASSERT_TRUE(Open(table));
     table.Close();

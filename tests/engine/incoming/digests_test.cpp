@@ -6,6 +6,7 @@
 #include "platform/filestatus.h"
 #include "senddaemon/batchfolder.h"
 #include "tests/engine/messagefixture.h"
+#include "tests/platform/filespeed.h"
 
 namespace {
 
@@ -42,7 +43,7 @@ TEST_F(Digests, AfterAFaultAtAnyPointEveryEntryIsInOneDigest) {
     std::size_t number = 0;
     bool sent = false;
     bool wasHit = true;
-    for (unsigned n = 1; wasHit; ++n) {
+    for (unsigned n = 1; wasHit; n += ByFileSpeed(1U, 7U)) {
         Collect("a");
         Collect("b");
         {

@@ -53,9 +53,10 @@ TEST_F(FetchCrash, WhatWasInMemoryIsStillOnTheServer) {
     const std::size_t sent = TakeQueue().size();
     const std::size_t collected = QueuedFiles(GetDigestEntryFolder(m_list)).size();
     ASSERT_GE(sent, 4U);  // answers to two, two copies each of two posts, or one digest entry
+    const unsigned step = ByFileSpeed(11U, 55U);
     unsigned n = 0;
     for (bool wasHit = true; wasHit;) {
-        Deliver(std::to_string(n += ByFileSpeed(11U, 55U)));
+        Deliver(std::to_string(n += step));
         {
             const Platform::CFaultPlan plan(Platform::Operation::Any, n, Platform::CFaultPlan::After::Stays);
             Cycle();
@@ -66,7 +67,7 @@ TEST_F(FetchCrash, WhatWasInMemoryIsStillOnTheServer) {
         ASSERT_TRUE(QueuedFiles(GetInboxFolder(m_list)).empty()) << n;
         ASSERT_TRUE(QueuedFiles(GetFailedFolder(m_list)).empty()) << n;
         ASSERT_EQ(TakeQueue().size(), sent) << n;
-        ASSERT_EQ(QueuedFiles(GetDigestEntryFolder(m_list)).size(), collected * (n / 11 + 1)) << n;
+        ASSERT_EQ(QueuedFiles(GetDigestEntryFolder(m_list)).size(), collected * (n / step + 1)) << n;
     }
     EXPECT_GT(n, 50U);
 }

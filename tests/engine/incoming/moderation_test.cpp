@@ -6,6 +6,7 @@
 #include "platform/faultplan.h"
 #include "senddaemon/batchfolder.h"
 #include "tests/engine/messagefixture.h"
+#include "tests/platform/filespeed.h"
 #include "utility/text.h"
 
 namespace {
@@ -84,7 +85,7 @@ TEST_F(Moderation, WithoutANoteTheBytesStayAndWhatIsNotForThisListsInboxStaysPen
 }
 
 TEST_F(Moderation, AfterAFaultTheMessageIsInOnePlaceWithOneNote) {
-    for (unsigned n = 1;; ++n) {
+    for (unsigned n = 1;; n += ByFileSpeed(1U, 5U)) {
         const std::string id = Hold("\r\nHello\r\n");
         bool wasHit = false;
         {
