@@ -12,12 +12,12 @@ requests=150
 
 letter() {  # NAME ADDRESS TO SUBJECT TEXT
   printf 'From: %s <%s>\r\nTo: %s\r\nSubject: %s\r\nMessage-ID: <%s@b.example>\r\nDate: Sat, 21 Nov 2026 10:00:00 +0000\r\n' \
-    "$1" "$2" "$3" "$4" "$RANDOM$RANDOM"
+    "$1" "$2" "$3" "$4" "$(date +%s%N)"
   printf 'MIME-Version: 1.0\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Transfer-Encoding: 8bit\r\n\r\n%s\r\n' "$5"
 }
 bounce() {  # ADDRESS
   printf 'From: MAILER-DAEMON@mx.example\r\nTo: list@lists.example\r\nSubject: Undelivered mail\r\nMIME-Version: 1.0\r\n'
-  printf 'Message-ID: <%s@mx.example>\r\nContent-Type: multipart/report; report-type=delivery-status; boundary=x\r\n\r\n' "$RANDOM$RANDOM"
+  printf 'Message-ID: <%s@mx.example>\r\nContent-Type: multipart/report; report-type=delivery-status; boundary=x\r\n\r\n' "$(date +%s%N)"
   printf -- '--x\r\n\r\nUnknown.\r\n--x\r\nContent-Type: message/delivery-status\r\n\r\nReporting-MTA: dns; mx.example\r\n\r\n'
   printf 'Final-Recipient: rfc822; %s\r\nAction: failed\r\nStatus: 5.1.1\r\nDiagnostic-Code: smtp; 550 5.1.1 Unknown\r\n--x--\r\n' "$1"
 }
