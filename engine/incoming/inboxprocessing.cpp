@@ -4,6 +4,7 @@
 #include <iterator>
 #include <utility>
 
+#include "app/heartbeat.h"
 #include "engine/catalogue.h"
 #include "engine/datafields.h"
 #include "engine/eventlog.h"
@@ -119,6 +120,7 @@ bool CInboxProcessing::ProcessGroup(std::span<const CInboxMessage> messages, std
     std::vector<std::string> warnings;
     bool hasBroadcasts = false;
     for (const CInboxMessage& waiting : messages.first(std::min(messages.size(), GroupSize))) {
+        Beat();
         CMessageEffects effects;
         const Handled handled = Handle(waiting, hasBroadcasts, transaction, effects);
         if (handled == Handled::Later) break;

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "app/heartbeat.h"
 #include "engine/incoming/fetchedheader.h"
 #include "engine/incoming/fetchedmessage.h"
 #include "net/pop3session.h"
@@ -11,10 +12,12 @@
 namespace {
 
 // False when the session is not to be used any further.
-bool RetrieveOne(Net::CPop3Session& session, std::uint32_t number, std::uint64_t limit, CRetrieved& retrieved) {
+bool RetrieveOne(Net::CPop3Session& session, std::uint32_t number, std::uint64_t limit, CRetrieved& retrieved,
+                 std::condition_variable& progress) {
     CFetchedHeader header;
     CContentKey content;
     const auto take = [&](std::string_view block) {
+        progress.notify_one();
         retrieved.octets += block.size();
         retrieved.isTooLong = retrieved.octets > limit;
         if (retrieved.isTooLong) return false;
@@ -36,17 +39,34 @@ bool RetrieveOne(Net::CPop3Session& session, std::uint32_t number, std::uint64_t
 
 CMailRetrieval::~CMailRetrieval() {
     Stop();
-    if (m_thread.joinable()) m_thread.join();
+    Wait();
 }
 
 void CMailRetrieval::Start(Net::CPop3Session& session, std::vector<std::uint32_t> numbers, std::uint64_t limit) {
     Take();
     m_isStopped = false;
-    m_thread = std::thread([this, &session, limit, wanted = std::move(numbers)] { Run(session, wanted, limit); });
+    m_isDone = false;
+    m_thread = std::thread([this, &session, limit, wanted = std::move(numbers)] {
+        Run(session, wanted, limit);
+        const std::lock_guard guard(m_guard);
+        m_isDone = true;
+        m_progress.notify_one();
+    });
+}
+
+// As long as something comes the caller gets on, however slowly.
+void CMailRetrieval::Wait() {
+    if (!m_thread.joinable()) return;
+    {
+        std::unique_lock lock(m_guard);
+        for (; !m_isDone; Beat())
+            m_progress.wait(lock);
+    }
+    m_thread.join();
 }
 
 std::vector<CRetrieved> CMailRetrieval::Take() {
-    if (m_thread.joinable()) m_thread.join();
+    Wait();
     return std::exchange(m_retrieved, {});
 }
 
@@ -57,7 +77,7 @@ void CMailRetrieval::Run(Net::CPop3Session& session, const std::vector<std::uint
         for (const std::uint32_t number : numbers) {
             if (m_isStopped || octets > LargestTogether) return;
             CRetrieved& retrieved = m_retrieved.emplace_back();
-            if (!RetrieveOne(session, number, limit, retrieved)) return;
+            if (!RetrieveOne(session, number, limit, retrieved, m_progress)) return;
             octets += retrieved.octets;
         }
     } catch (const std::exception& exception) {  // no memory

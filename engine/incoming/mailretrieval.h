@@ -9,8 +9,10 @@
 #define LISTHAVEN_ENGINE_INCOMING_MAILRETRIEVAL_H
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -44,16 +46,20 @@ public:
     bool IsUnderWay() const noexcept { return m_thread.joinable(); }
     void Stop() noexcept { m_isStopped = true; }  // behind the message at hand
 
-    // Waits.  In the order that was asked for; there may be fewer, and behind
-    // one that has ended the session there are none.
+    // Waits, and beats (app/heartbeat.h) with what comes.  In the order that was asked for; there may be fewer, and
+    // behind one that has ended the session there are none.
     std::vector<CRetrieved> Take();
 
 private:
+    void Wait();
     void Run(Net::CPop3Session& session, const std::vector<std::uint32_t>& numbers, std::uint64_t limit) noexcept;
 
     std::thread m_thread;
     std::vector<CRetrieved> m_retrieved;
     std::atomic<bool> m_isStopped = false;
+    std::mutex m_guard;
+    std::condition_variable m_progress;
+    bool m_isDone = true;
 };
 
 #endif  // LISTHAVEN_ENGINE_INCOMING_MAILRETRIEVAL_H

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <map>
 
+#include "app/heartbeat.h"
 #include "engine/incoming/cycletransaction.h"
 #include "engine/incoming/fetchedheader.h"
 #include "engine/incoming/inboxmessage.h"
@@ -298,6 +299,33 @@ TEST_F(MailFetch, ControlFieldsOfStrangersGo) {
     const std::string blanks(2'000'000, ' ');
     EXPECT_EQ(CleanFetchedHeader("X-Lhv-A" + blanks + ": 1\r\n" + blanks + "\r\nA:\r\n\r\n", 5, "id"),
               own + "A:\r\n\r\n");
+}
+
+// A mailbox that comes slowly is no thread that hangs.
+TEST_F(MailFetch, WithEachMessageTheCallersHeartBeats) {
+    using namespace std::chrono;
+    CHeartbeat heart;
+    heart.BeOfThisThread();
+    const auto lastBeat = [&heart] { return steady_clock::now() - heart.GetSilence(); };
+    const auto isWithin10s = [](const std::function<bool()>& happens) {
+        for (const auto end = steady_clock::now() + 10s; !happens() && steady_clock::now() < end;)
+            std::this_thread::yield();
+        return happens();
+    };
+    steady_clock::time_point before;
+    bool hasBeaten = false;
+    m_server.Set({Message("one"), Message("two")}, [&](const std::string& command) -> std::optional<CTurn> {
+        if (command == "RETR 1") {
+            before = lastBeat();
+            isWithin10s([&] { return heart.GetSilence() > 50ms; });
+        } else if (command == "RETR 2") {
+            hasBeaten = isWithin10s([&] { return lastBeat() > before + 20ms; });
+        }
+        return std::nullopt;
+    });
+    Fetch(Options());
+    StopBeating();
+    EXPECT_TRUE(hasBeaten);
 }
 
 TEST_F(MailFetch, ARealServerWithATlsPortAndAnInterruptedSession) {
