@@ -281,13 +281,14 @@ bool CPop3Session::Delete(std::uint32_t number) {
 }
 
 bool CPop3Session::DeleteAll(std::span<const std::uint32_t> numbers,
-                             const std::function<void(std::size_t index, bool isDone)>& take) {
+                             const std::function<void(std::size_t index, bool isDone)>& take, bool isOneByOne) {
     CState& s = *m_state;
     if (!s.Start()) return false;
     bool offersTls = false;
-    const bool isWorthAsking = numbers.size() > CommandsTogether && s.options.connect.tlsMode != TlsMode::None;
+    const bool isWorthAsking =
+        !isOneByOne && numbers.size() > CommandsTogether && s.options.connect.tlsMode != TlsMode::None;
     if (!s.canPipeline && isWorthAsking && !s.AskCapabilities(offersTls)) return false;
-    const std::size_t together = s.canPipeline ? CommandsTogether : 1;
+    const std::size_t together = s.canPipeline && !isOneByOne ? CommandsTogether : 1;
     for (std::size_t first = 0; first < numbers.size(); first += together) {
         const auto group = numbers.subspan(first, std::min(together, numbers.size() - first));
         std::string commands;

@@ -61,9 +61,10 @@ public:
     bool Delete(std::uint32_t number);  // when the session ends with Quit()
     // Likewise, in turn; take is told of each whether the server has consented,
     // else GetFailure() says why not.  Where the server lets commands follow each
-    // other (PIPELINING), it is not waited for after each.  False: the session has failed.
+    // other (PIPELINING), it is not waited for after each, unless that is wanted.
+    // False: the session has failed.
     bool DeleteAll(std::span<const std::uint32_t> numbers,
-                   const std::function<void(std::size_t index, bool isDone)>& take);
+                   const std::function<void(std::size_t index, bool isDone)>& take, bool isOneByOne = false);
     bool Quit();            // true when the server has deleted what was to be deleted
     void Close() noexcept;  // QUIT without asking what became of it
 

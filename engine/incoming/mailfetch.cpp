@@ -82,7 +82,8 @@ struct CMailFetch::CState {
     bool IsSurelyKnown(const CServerMark& mark, const Pop3Message& message) const;
     void LoadContents();
     CServerMark TakeByContent(CCycleTransaction& transaction, const std::string& content);
-    bool DeleteMarked();
+    bool DeleteMarked(bool isOneByOne);
+    bool DeleteMarkedInTheEnd();
     bool TidyMarks(std::int64_t now, bool isConfirmed);
 
     std::uint32_t list;
@@ -380,7 +381,7 @@ bool CMailFetch::CState::Store(CCycleTransaction& transaction, CFetchedMessage& 
     return true;
 }
 
-bool CMailFetch::CState::DeleteMarked() {
+bool CMailFetch::CState::DeleteMarked(bool isOneByOne) {
     if (isCancelled) return Fail("Fetching was cancelled");
     std::vector<std::size_t> due;
     std::vector<std::uint32_t> numbers;
@@ -396,7 +397,17 @@ bool CMailFetch::CState::DeleteMarked() {
         Log(LogWarning, "Message %u stays on the server: %s\n", static_cast<unsigned>(numbers[index]),
             Session().GetFailure().text.c_str());
     };
-    return Session().DeleteAll(numbers, take) || FailBySession();
+    return Session().DeleteAll(numbers, take, isOneByOne) || FailBySession();
+}
+
+// Between us and the server can be one that passes on what the server says of
+// itself, and takes commands one by one only: the mailbox would never be emptied.
+bool CMailFetch::CState::DeleteMarkedInTheEnd() {
+    if (DeleteMarked(false)) return true;
+    if (isCancelled || Session().IsOpen()) return false;
+    Log(LogWarning, "%s The messages are deleted one by one.\n", std::exchange(failure, {}).c_str());
+    deleted.clear();
+    return Reconnect() && DeleteMarked(true);
 }
 
 bool CMailFetch::CState::TidyMarks(std::int64_t now, bool isConfirmed) {
@@ -465,7 +476,7 @@ bool CMailFetch::Finish(std::int64_t now) {
     }
     // Nobody is to wait for it: what could not be deleted will be next time.
     if (!s.Session().IsOpen() && !s.Reconnect()) return false;
-    if (!s.DeleteMarked()) return false;
+    if (!s.DeleteMarkedInTheEnd()) return false;
     const bool isConfirmed = s.Session().Quit() || s.FailBySession();
     if (isConfirmed) s.totals.deleted += s.deleted.size();
     if (s.totals.vanished > MostLogged)

@@ -54,6 +54,7 @@ public:
     bool IsEncrypted() const { return m_tls.has_value(); }
 
     bool ReadLine(std::string& line, bool& isBare);  // without line end; bare: not CR LF, or a CR within
+    void Forget() { m_input.clear(), m_start = 0; }  // what came and was not read
     bool Write(std::string_view bytes);
     void Wait(std::chrono::milliseconds time);
     void Drain();  // after the last reply: until the other side has closed too

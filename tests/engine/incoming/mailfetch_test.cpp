@@ -301,6 +301,16 @@ TEST_F(MailFetch, ControlFieldsOfStrangersGo) {
               own + "A:\r\n\r\n");
 }
 
+TEST_F(MailFetch, WhoOnlySaysThatCommandsMayFollowEachOtherIsAskedOneByOne) {
+    m_server.TakeOneByOne();
+    m_server.Set({Message("one"), Message("two"), Message("three")}, Answer("CAPA", "+OK\r\nPIPELINING\r\n.\r\n"));
+    CFetchOptions options = Options();
+    options.timeoutSeconds = 2;
+    EXPECT_EQ(Fetch(options), CMailFetch::Step::End) << m_reason;
+    EXPECT_EQ(m_totals.deleted, 3u);
+    EXPECT_EQ(m_server.Count(), 0u);
+}
+
 // A mailbox that comes slowly is no thread that hangs.
 TEST_F(MailFetch, WithEachMessageTheCallersHeartBeats) {
     using namespace std::chrono;

@@ -5,6 +5,7 @@
 #define LISTHAVEN_TESTS_ENGINE_INCOMING_SCRIPTEDMAILBOX_H
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -55,6 +56,7 @@ public:
         const std::lock_guard guard(m_lock);
         m_turn = std::move(turn);
     }
+    void TakeOneByOne() { m_isOneByOne = true; }  // what came behind a command is lost
     std::size_t Count() const {
         const std::lock_guard guard(m_lock);
         return m_messages.size();
@@ -83,6 +85,7 @@ private:
         std::string line;
         bool isBare = false;
         for (bool isGreeting = true; isGreeting || peer.ReadLine(line, isBare); isGreeting = false) {
+            if (m_isOneByOne) peer.Forget();
             std::unique_lock guard(m_lock);
             const Turn turn = m_turn;
             guard.unlock();
@@ -133,6 +136,7 @@ private:
     SmtpScript::CWaiter m_waiter;
     boost::asio::ip::tcp::acceptor m_acceptor;
     std::uint16_t m_port = 0;
+    std::atomic<bool> m_isOneByOne = false;
     mutable std::mutex m_lock;
     SmtpScript::CPeer* m_peer = nullptr;
     std::vector<CMessage> m_messages;
