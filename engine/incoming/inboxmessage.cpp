@@ -2,8 +2,14 @@
 
 #include "engine/incoming/cycletransaction.h"
 #include "engine/incoming/fetchmarks.h"
+#include "engine/incoming/mailretrieval.h"
 #include "platform/filestatus.h"
 #include "utility/paths.h"
+
+bool CInboxMessage::IsShort() const {
+    Platform::FileStatus status;
+    return IsInMemory() || (Platform::GetFileStatus(path, status) && status.size <= CMailRetrieval::LargestMessage);
+}
 
 std::string CInboxMessage::GetName() const {
     return IsInMemory() ? "message " + key : LastPathComponent(path);

@@ -28,6 +28,7 @@ struct CInboxMessage {
     bool isSaved = false;  // a copy goes into Archive/<n>/Received
 
     bool IsInMemory() const noexcept { return text != nullptr; }
+    bool IsShort() const;                               // looked at in a moment
     std::string GetName() const;                        // for the log, until its subject is known
     bool WasProcessed(const CCycleState& state) const;  // it is gone, or its mark is there
 };

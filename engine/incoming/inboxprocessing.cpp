@@ -165,15 +165,20 @@ bool CInboxProcessing::ProcessSingly(std::span<const CInboxMessage> messages, CC
     return true;
 }
 
-// The list stays as it is for as long as one message is looked at.
+// The list stays as it is for as long as one message is looked at, but not for
+// seconds: other programs wait.
 // Taken also when the message failed by itself: then that is what goes into the
 // transaction.  A fault of the list's own tables is thrown: no message is to
 // blame for it.
 CInboxProcessing::Handled CInboxProcessing::Handle(const CInboxMessage& waiting, bool hasBroadcasts,
                                                    CCycleTransaction& transaction, CMessageEffects& effects) {
     const Platform::CProfileStay settings;
-    const CCatalogue::CKeep catalogue(GetCatalogue());
-    const CMemberStore::CKeep members(m_view.GetStore());
+    std::optional<CCatalogue::CKeep> catalogue;
+    std::optional<CMemberStore::CKeep> members;
+    if (waiting.IsShort()) {
+        catalogue.emplace(GetCatalogue());
+        members.emplace(m_view.GetStore());
+    }
     CIncomingMessage message;
     std::string title = waiting.GetName();
     try {
