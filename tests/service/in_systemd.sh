@@ -52,8 +52,6 @@ inside() {
   mount -t tmpfs tmpfs "$folder/machine"
   mkdir "$folder/machine/upper" "$folder/machine/work" "$root"
   mount -t overlay overlay -o "lowerdir=/,upperdir=$folder/machine/upper,workdir=$folder/machine/work" "$root"
-  mkdir -p "$root$build"
-  mount --bind -o ro "$build" "$root$build"
   mount --bind "$folder/share" "$root/mnt"
   mount -t proc proc "$root/proc"
   mount --bind "$root/proc/sys" "$root/proc/sys"
@@ -61,6 +59,8 @@ inside() {
   mount -t sysfs -o ro sysfs "$root/sys"
   for device in run tmp dev; do mount -t tmpfs -o mode=755 tmpfs "$root/$device"; done
   chmod 1777 "$root/tmp"
+  mkdir -p "$root$build"  # which may lie in /tmp
+  mount --bind -o ro "$build" "$root$build"
   for device in null:3 zero:5 full:7 random:8 urandom:9; do
     mknod -m 666 "$root/dev/${device%:*}" c 1 "${device#*:}"
   done
