@@ -32,7 +32,8 @@ bool RemoveFilesOf(const std::string& folder, std::string_view pattern) {
         return false;
     }
     for (const std::string& path : found) {
-        if (Platform::RemoveFile(path)) continue;
+        // One that a dead program had removed can go at any moment where its handles are closed for it.
+        if (Platform::RemoveFile(path) || Platform::IsNotFound(Platform::LastSystemError())) continue;
         SetLastErrorFromSystem();
         return false;
     }
@@ -108,11 +109,12 @@ CCycleState::CState::Result CCycleState::CState::Write(const CycleRecord& record
     if (outcome == CStateDatabase::Outcome::Unknown) {
         const std::string reason = GetLastErrorText();
         std::string found;
-        const bool isOpen = database.Reopen();
+        bool isThere = false;
+        const bool isKnown = database.Reopen() && database.Find(RecordKey, found, isThere);
         SetLastErrorText(reason);
-        if (!isOpen) return Result::Unknown;
+        if (!isKnown) return Result::Unknown;
         // Marks alone can be set again by the caller.
-        if (bytes.empty() || !database.Get(RecordKey, found) || found != bytes) return Result::Nothing;
+        if (bytes.empty() || found != bytes) return Result::Nothing;
     }
     hasRecord = !bytes.empty();
     return Result::Written;
@@ -137,7 +139,10 @@ void CCycleState::CState::ClearRecord() {
 bool CCycleState::CState::Recover() {
     if (needsRecovery && !database.Reopen()) return false;
     std::string bytes;
-    hasRecord = database.Get(RecordKey, bytes);
+    bool isThere = false;
+    // Taken for none, it would lose the files that it names.
+    if (!database.Find(RecordKey, bytes, isThere)) return false;
+    hasRecord = isThere;
     if (hasRecord) {
         CycleRecord record;
         if (!DecodeRecord(bytes, record)) {

@@ -79,7 +79,8 @@ public:
     bool Open(std::uint32_t listNumber);  // made when missing
     bool Recover();                       // finishes what was interrupted, removes .tmp files that nothing names
     bool EmptyDone();                     // removes what was processed: at the end of a cycle, and in Recover()
-    bool GetMark(MarkKind kind, std::string_view key, std::string& value) const;  // false: none
+    // False: none.  Throws when that cannot be told, as does that of a transaction.
+    bool GetMark(MarkKind kind, std::string_view key, std::string& value) const;
     // In the order of the keys until visit returns false; visit must not commit
     // anything.  A key of more than 400 bytes comes as what it was shortened to.
     bool ForEachMark(MarkKind kind,

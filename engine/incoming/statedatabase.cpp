@@ -11,6 +11,7 @@
 #include "platform/filestatus.h"
 #include "platform/systemerror.h"
 #include "utility/lasterror.h"
+#include "utility/lhvexception.h"
 
 namespace {
 
@@ -183,17 +184,34 @@ bool CStateDatabase::SetAside(int code) {
 }
 
 bool CStateDatabase::Get(std::string_view key, std::string& value) {
+    bool isThere = false;
+    if (!Find(key, value, isThere)) throw CLhvException(DescribeLastError());
+    return isThere;
+}
+
+bool CStateDatabase::Find(std::string_view key, std::string& value, bool& isThere) {
     value.clear();
-    if (!m_file || key.empty() || key.size() > LongestKey) return false;
+    isThere = false;
+    if (!m_file) {
+        SetLastErrorText("The state is not open.");
+        return false;
+    }
+    if (key.empty() || key.size() > LongestKey) return true;
+    if (Platform::HitsFault(Platform::Operation::Read)) {
+        SetLastErrorFromSystem();
+        return false;
+    }
     CTransaction transaction;
     MDB_val wanted = ToValue(key);
     MDB_val found{};
     int code = transaction.Begin(m_file->environment, MDB_RDONLY);
     if (code == MDB_SUCCESS) code = mdb_get(transaction.handle, m_file->entries, &wanted, &found);
-    if (code == MDB_SUCCESS) value = ToText(found);
-    if (code == MDB_SUCCESS || code == MDB_NOTFOUND) return code == MDB_SUCCESS;
-    if (m_visits == 0) SetAside(code);
-    return false;
+    isThere = code == MDB_SUCCESS;
+    if (isThere) value = ToText(found);
+    if (isThere || code == MDB_NOTFOUND) return true;
+    transaction.Abort();  // before its file is closed
+    SetLastErrorFormat("The state \"%s\" cannot be read: %s", m_path.c_str(), mdb_strerror(code));
+    return m_visits == 0 && SetAside(code);
 }
 
 namespace {

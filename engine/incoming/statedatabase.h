@@ -41,7 +41,9 @@ public:
     bool Reopen();
     void Close() noexcept;
 
+    // Throws when it cannot be read: what is taken for new is done once more.
     bool Get(std::string_view key, std::string& value);
+    bool Find(std::string_view key, std::string& value, bool& isThere);  // false when that cannot be told
     // Those whose key begins so, in the order of bytes, until visit returns
     // false; visit may read, but not change anything.
     bool ForEach(std::string_view prefix, const Visit& visit);

@@ -64,7 +64,11 @@ protected:
     }
 
     static bool Work(CCycleState& state, std::uint32_t list) {
-        return state.Open(list) && state.Recover() && Fetch(state, list) && Process(state, list);
+        try {
+            return state.Open(list) && state.Recover() && Fetch(state, list) && Process(state, list);
+        } catch (const std::exception&) {  // a mark that cannot be read
+            return false;
+        }
     }
 
     // Contents of the queue, however named.
@@ -151,6 +155,34 @@ TEST_F(CycleTransaction, AfterAFaultAtAnyPointEverythingIsThereOnce) {
             CheckTemporaryFiles(where);
         }
         EXPECT_GE(failed, ByFileSpeed(5U, 1U));
+    }
+    Platform::SetFlushEnabled(true);
+}
+
+// A name that cannot be given leaves a record; then the recovery fails at each point.
+TEST_F(CycleTransaction, ARecoveryThatFailsAnywhereIsMadeAgain) {
+    Platform::SetFlushEnabled(false);
+    for (const unsigned crash : {2U, 5U}) {  // of what is fetched, of what is processed
+        bool wasHit = true;
+        for (unsigned n = 1; wasHit && !HasFailure(); n += ByFileSpeed(1U, 5U)) {
+            const CTemporaryFolder folder;
+            UseDataFolder(folder.GetPath());
+            const std::string where = std::to_string(crash) + " and then " + std::to_string(n);
+            const std::uint32_t list = MakeList(
+                "News", {MakeMember("old@x.example"), MakeMember("away@x.example"), MakeMember("stays@x.example")});
+            ASSERT_TRUE(EnsureFolder(JoinPath(GetAccountRoot(list), "1")));
+            Put(JoinPath(GetAccountRoot(list), "1/foreign.tmp"), "of another program");
+            for (const auto& [operation, at] : {std::pair(Operation::Rename, crash), std::pair(Operation::Any, n)}) {
+                CCycleState state;
+                const Platform::CFaultPlan plan(operation, at, After::Recovers);
+                Work(state, list);
+                wasHit = plan.WasHit();
+            }
+            CCycleState state;
+            ASSERT_TRUE(Work(state, list)) << where << ": " << DescribeLastError();
+            CheckAll(list, where);
+            CheckTemporaryFiles(where);
+        }
     }
     Platform::SetFlushEnabled(true);
 }
