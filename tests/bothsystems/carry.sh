@@ -96,6 +96,7 @@ interrupt_broadcast() {
 interrupt_cycle() {
   local on=$1 i
   for ((i = 1; i <= requests; i++)); do letter "" "s$i@b.example" cmd@lists.example subscribe x | arrive 1; done
+  [ "$(files "$data/Inbox/1/4711" '*.eml')" = $requests ] || fail "not every message has a name of its own"
   start "$on" listhaven receive
   wait_for at_least 80 "$data/SendDaemon/1" '*.eml'   # some are of earlier mail
   kill_hard "$started"
