@@ -124,6 +124,7 @@ bool CCycle::ProcessMailbox() {
     if (options.host.empty() || IsStopped()) return true;
     m_processing->CheckRules(Now());
     CMailFetch fetch(m_list, m_state, std::move(options));
+    fetch.StopWhen([this] { return IsStopped(); });
     const CCycleControlUse use(m_control, fetch);
     if (!fetch.Open()) {
         SetLastErrorText("The mailbox cannot be opened: " + DescribeLastError());

@@ -29,9 +29,8 @@ using MarkState = CServerMark::State;
 constexpr std::uint16_t ImplicitTlsPort = 995;
 constexpr int MostReconnects = 100;
 constexpr std::uint64_t MostLogged = 10;  // vanished messages in a session
-constexpr std::int64_t SecondsPerDay = 86400;
-constexpr std::int64_t KeptFor = 7 * SecondsPerDay;
-constexpr std::int64_t KeptLongFor = 90 * SecondsPerDay;
+constexpr std::int64_t KeptFor = 7 * 86400;
+constexpr std::int64_t KeptLongFor = 90 * 86400;
 
 // Ids that several messages have are none.
 void DropDoubledIds(std::vector<Pop3Message>& messages) {
@@ -64,6 +63,7 @@ struct CMailFetch::CState {
     bool FailBySession() { return Fail(Session().GetFailure().text); }
     Net::CPop3Session& Session() { return client.GetSession(); }
 
+    bool IsToStop() const { return stop && stop(); }
     bool Connect();
     bool List(std::vector<Pop3Message>& listing);
     bool Reconnect();
@@ -103,6 +103,7 @@ struct CMailFetch::CState {
     std::string failure;        // "": none
     std::vector<bool> ordered;  // of the messages from "next" on: whether each comes, or is known
     CMailRetrieval retrieval;
+    std::function<bool()> stop;
     bool saysSizes = true;  // and they are true
     bool hasUids = true;
     bool hasTop = true;
@@ -202,8 +203,7 @@ CServerMark CMailFetch::CState::TakeByContent(CCycleTransaction& transaction, co
     if (!contents) LoadContents();
     const auto found = contents->find(content);
     if (found == contents->end()) return {};
-    const CServerMark mark = found->second.second;
-    const std::string key = found->second.first;
+    const auto [key, mark] = found->second;
     if (GetMark(transaction, key).content == content) transaction.SetMark(MarkKind::ServerMessage, key, "");
     return mark;
 }
@@ -311,7 +311,7 @@ void CMailFetch::CState::Order(const CCycleTransaction& transaction) {
 // ordered can have lost its mark to another message since.
 bool CMailFetch::CState::TakeOrdered(CCycleTransaction& transaction, std::int64_t now,
                                      std::vector<CInboxMessage>& group) {
-    std::vector<CRetrieved> retrieved = retrieval.Take();
+    std::vector<CRetrieved> retrieved = retrieval.Take(stop);
     auto at = retrieved.begin();
     for (const bool isWanted : std::exchange(ordered, {})) {
         if (isCancelled) return Fail("Fetching was cancelled");
@@ -400,8 +400,7 @@ bool CMailFetch::CState::DeleteMarked(bool isOneByOne) {
     return Session().DeleteAll(numbers, take, isOneByOne) || FailBySession();
 }
 
-// Between us and the server can be one that passes on what the server says of
-// itself, and takes commands one by one only: the mailbox would never be emptied.
+// A proxy may pass on the server's PIPELINING and yet lose what follows a command.
 bool CMailFetch::CState::DeleteMarkedInTheEnd() {
     if (DeleteMarked(false)) return true;
     if (isCancelled || Session().IsOpen()) return false;
@@ -434,6 +433,10 @@ CMailFetch::~CMailFetch() {
     if (m_state->retrieval.IsUnderWay()) m_state->client.Cancel();
 }
 
+void CMailFetch::StopWhen(std::function<bool()> stop) {
+    m_state->stop = std::move(stop);
+}
+
 bool CMailFetch::Open() {
     CState& s = *m_state;
     if (!s.Connect() || !s.List(s.messages)) return false;
@@ -449,13 +452,14 @@ CMailFetch::Step CMailFetch::Next(std::int64_t now, std::vector<CInboxMessage>& 
     s.groupBytes = 0;
     CCycleTransaction transaction(s.state);
     // Messages for files are together in a group of their own.
-    while (s.failure.empty() && group.empty() && s.paths.size() < GroupSize && s.groupBytes < GroupBytes) {
+    while (s.failure.empty() && group.empty() && s.paths.size() < GroupSize && s.groupBytes < GroupBytes &&
+           !s.IsToStop()) {
         if (s.ordered.empty() && s.Session().IsOpen()) s.Order(transaction);
         if (!s.paths.empty() && !s.ordered.empty()) break;
         if (s.ordered.empty() && s.next >= s.messages.size()) break;
         if (!(s.ordered.empty() ? s.FetchOne(transaction, now) : s.TakeOrdered(transaction, now, group))) break;
     }
-    if (s.failure.empty() && s.ordered.empty() && s.Session().IsOpen()) s.Order(transaction);
+    if (s.failure.empty() && s.ordered.empty() && s.Session().IsOpen() && !s.IsToStop()) s.Order(transaction);
     const bool isCommitted = transaction.Commit() || s.Fail(GetLastErrorText());
     if (isCommitted && (!s.paths.empty() || !group.empty())) {
         for (std::string& path : s.paths)

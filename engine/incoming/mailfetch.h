@@ -28,6 +28,7 @@
 #define LISTHAVEN_ENGINE_INCOMING_MAILFETCH_H
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -73,7 +74,8 @@ public:
     CMailFetch& operator=(const CMailFetch&) = delete;
     ~CMailFetch();
 
-    bool Open();  // logs in and lists
+    void StopWhen(std::function<bool()> stop);  // then Next() ends behind the message at hand, and nothing more comes
+    bool Open();                                // logs in and lists
     // As the server has them.  Those in memory are the caller's to process or to
     // put into the inbox, with their marks: Finish() deletes what has one.  While
     // he does, the next ones come.

@@ -39,7 +39,7 @@ bool RetrieveOne(Net::CPop3Session& session, std::uint32_t number, std::uint64_t
 
 CMailRetrieval::~CMailRetrieval() {
     Stop();
-    Wait();
+    Wait({});
 }
 
 void CMailRetrieval::Start(Net::CPop3Session& session, std::vector<std::uint32_t> numbers, std::uint64_t limit) {
@@ -55,18 +55,20 @@ void CMailRetrieval::Start(Net::CPop3Session& session, std::vector<std::uint32_t
 }
 
 // As long as something comes the caller gets on, however slowly.
-void CMailRetrieval::Wait() {
+void CMailRetrieval::Wait(const std::function<bool()>& stop) {
     if (!m_thread.joinable()) return;
     {
         std::unique_lock lock(m_guard);
-        for (; !m_isDone; Beat())
+        for (; !m_isDone; Beat()) {
             m_progress.wait(lock);
+            if (stop && stop()) Stop();
+        }
     }
     m_thread.join();
 }
 
-std::vector<CRetrieved> CMailRetrieval::Take() {
-    Wait();
+std::vector<CRetrieved> CMailRetrieval::Take(const std::function<bool()>& stop) {
+    Wait(stop);
     return std::exchange(m_retrieved, {});
 }
 

@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -48,10 +49,10 @@ public:
 
     // Waits, and beats (app/heartbeat.h) with what comes.  In the order that was asked for; there may be fewer, and
     // behind one that has ended the session there are none.
-    std::vector<CRetrieved> Take();
+    std::vector<CRetrieved> Take(const std::function<bool()>& stop = {});  // true: as Stop()
 
 private:
-    void Wait();
+    void Wait(const std::function<bool()>& stop);
     void Run(Net::CPop3Session& session, const std::vector<std::uint32_t>& numbers, std::uint64_t limit) noexcept;
 
     std::thread m_thread;

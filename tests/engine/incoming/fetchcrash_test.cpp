@@ -1,3 +1,4 @@
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 
@@ -70,6 +71,25 @@ TEST_F(FetchCrash, WhatWasInMemoryIsStillOnTheServer) {
         ASSERT_EQ(QueuedFiles(GetDigestEntryFolder(m_list)).size(), collected * (n / step + 1)) << n;
     }
     EXPECT_GT(n, 50U);
+}
+
+// What has come by then is processed; of the rest nothing is fetched.
+TEST_F(FetchCrash, AStopDoesNotWaitForTheGroup) {
+    MakeClub(ListKind::Discussion, {"ann@x.example"});
+    SetMailbox();
+    Deliver("0");
+    std::atomic<bool> isStopped = false;
+    m_server.SetTurn([&](const std::string& command) -> std::optional<CScriptedMailbox::CTurn> {
+        isStopped = isStopped || command == "RETR 2";
+        return std::nullopt;
+    });
+    CCycleTotals totals;
+    ASSERT_EQ(RunMailCycle(
+                  m_list, [&] { return isStopped.load(); }, totals),
+              CycleResult::Done)
+        << GetLastErrorText();
+    EXPECT_LE(totals.fetched, 2U);
+    EXPECT_EQ(m_server.Count(), 4U - totals.processed);
 }
 
 // One that its rules cannot be applied to comes into the inbox, and the mailbox is emptied.
