@@ -248,7 +248,7 @@ TEST_F(MailFetch, OfATooLargeMessageOnlyTheHeaderComes) {
         options.removeTooLarge = row.removes;
         const std::uint64_t before = Platform::ResidentMemory();
         const bool isVanished = row.left == 1 && row.tooLarge == 0;
-        for (const std::uint64_t session : {1, 2}) {
+        for (const std::uint64_t session : {1u, 2u}) {
             ASSERT_EQ(Fetch(options), CMailFetch::Step::End) << m_reason;
             EXPECT_EQ(m_totals.tooLarge, session == 1 ? row.tooLarge : 0);
             EXPECT_EQ(m_totals.vanished, isVanished ? 1u : 0u);
