@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Builds the programs for Windows x86-64 and packs them: dist/listhaven-VERSION-windows-x64.zip.  The same
-# sources and packages give the same file.
+# Builds the programs for Windows x86-64 and packs them: dist/listhaven-VERSION-windows-x64.zip.
 #
 # usage: scripts/build-windows.sh
 set -euo pipefail
