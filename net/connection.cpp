@@ -14,10 +14,6 @@ constexpr std::size_t FirstBuffer = 16 * 1024;
 constexpr std::size_t LargestBuffer = 1024 * 1024;  // of replies that come in during a write
 constexpr std::size_t MaxAddresses = 16;
 
-Deadline After(std::chrono::milliseconds limit) {
-    return std::chrono::steady_clock::now() + limit;
-}
-
 std::chrono::milliseconds Until(Deadline deadline) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     return std::max(left, std::chrono::milliseconds(0));
@@ -73,6 +69,7 @@ bool CConnection::CState::FailIn(Wait wait, std::string_view doing, std::chrono:
         IsGivenUp();
         return false;
     }
+    if (IsOver()) return Fail(FailureKind::TimedOut, "The time for " + options.host + " is over");
     return Fail(FailureKind::TimedOut, options.host + " did not " + std::string(doing) + " within " + Seconds(limit));
 }
 
@@ -82,6 +79,14 @@ bool CConnection::CState::FailBy(const ErrorCode& error) {
     if (error.category() == asio::error::get_ssl_category())
         return Fail(FailureKind::Tls, "The encrypted connection to " + options.host + " is broken: " + error.message());
     return Fail(FailureKind::Closed, "The connection to " + options.host + " is lost: " + error.message());
+}
+
+Deadline CConnection::CState::After(std::chrono::milliseconds limit) const {
+    return std::min(std::chrono::steady_clock::now() + limit, lastMoment);
+}
+
+bool CConnection::CState::IsOver() const {
+    return lastMoment != Deadline::max() && std::chrono::steady_clock::now() >= lastMoment;
 }
 
 bool CConnection::CState::IsGivenUp() {
@@ -223,6 +228,7 @@ bool CConnection::CState::ReadLine(std::string& line, std::size_t maxLength, boo
         scanned = unread.size();
         if (readError) return FailBy(readError);
         if (!socket.is_open()) return Fail(FailureKind::Closed, "There is no connection");
+        if (IsOver()) return FailIn(Wait::TimedOut, "answer", limit);  // also when there is always more to read
         StartRead();
         const Wait wait = Drive(deadline, [this] { return !isReading; });
         if (wait != Wait::Done) return FailIn(wait, "answer", limit);
@@ -328,6 +334,7 @@ bool CConnection::CState::ConnectToAny(const std::vector<asio::ip::address>& add
         reasons += (i > 0 ? "; " : ": ") + addresses[i].to_string() +
                    (isSilent ? " did not answer within " + Seconds(share) : ": " + error.message());
     }
+    if (IsOver()) return FailIn(Wait::TimedOut, {}, {});
     return Fail(isTimedOut ? FailureKind::TimedOut : FailureKind::Refused, "Cannot connect to " + where + reasons);
 }
 
@@ -383,7 +390,7 @@ bool CConnection::Open(const ConnectOptions& options) {
         s.isCancelled = false;
     }
     if (s.IsGivenUp()) return false;
-    const Deadline deadline = After(options.timeout);
+    const Deadline deadline = s.After(options.timeout);
     if (s.options.host.empty() || options.port == 0)
         return s.Fail(FailureKind::Local, "No host and port to connect to are given");
     std::vector<asio::ip::address> addresses;
@@ -476,6 +483,10 @@ void CConnection::Cancel() noexcept {
     m_state->isCancelled = true;
     m_state->names.Cancel();
     m_state->io.stop();
+}
+
+void CConnection::EndBy(std::chrono::steady_clock::time_point lastMoment) noexcept {
+    m_state->lastMoment = lastMoment;
 }
 
 const Failure& CConnection::GetFailure() const noexcept {

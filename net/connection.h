@@ -96,6 +96,10 @@ public:
     // is Open(), that fails, and the one after it does not.
     void Cancel() noexcept;
 
+    // No wait of any call, of this connection or the next, goes beyond that: it
+    // fails as TimedOut.
+    void EndBy(std::chrono::steady_clock::time_point lastMoment) noexcept;
+
     const Failure& GetFailure() const noexcept;
 
 private:

@@ -55,6 +55,7 @@ struct CConnection::CState {
 
     std::atomic<bool> isCancelled{false};
     bool isCancelTold = false;  // a call has failed for it
+    Deadline lastMoment = Deadline::max();
 
     std::string_view Unread() const noexcept { return {buffer.data() + begin, end - begin}; }
 
@@ -62,6 +63,8 @@ struct CConnection::CState {
     bool FailIn(Wait wait, std::string_view doing, std::chrono::milliseconds limit);
     bool FailBy(const ErrorCode& error);
     bool IsGivenUp();  // Cancel() was called; the failure is set
+    Deadline After(std::chrono::milliseconds limit) const;
+    bool IsOver() const;  // the last moment has passed
 
     // Runs handlers until isDone, the deadline or Cancel().  Something must be
     // under way that makes isDone true some time.

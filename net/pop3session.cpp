@@ -340,5 +340,8 @@ const CConnection& CPop3Session::GetConnection() const noexcept {
 void CPop3Session::Cancel() noexcept {
     m_state->connection.Cancel();
 }
+void CPop3Session::EndBy(std::chrono::steady_clock::time_point lastMoment) noexcept {
+    m_state->connection.EndBy(lastMoment);
+}
 
 }  // namespace Net

@@ -72,6 +72,7 @@ public:
     const Failure& GetFailure() const noexcept;
     const CConnection& GetConnection() const noexcept;
     void Cancel() noexcept;
+    void EndBy(std::chrono::steady_clock::time_point lastMoment) noexcept;  // of this conversation, and of later ones
 
 private:
     struct CState;
