@@ -52,6 +52,10 @@ constexpr auto MakeSettingsList() {
         {"Service", "Period", Number, "60", "minutes", "time between two mail-processing cycles", 1, 100000},
         {"Service", "Schedule", Text, "", "", "times of day, such as 10;11:30;23"},
         {"Service", "Pop3Port", Number, "110", "", "POP3 port; 995: TLS from the first byte", 1, 65535},
+        {"Service", "MailboxTime", Number, "120", "seconds",
+         "time in which the server reads one mailbox before it turns to other lists; what is left comes then. At most "
+         "twice that with what it takes to end, longer for a list that has got no message whole; 0: no limit",
+         0, 86400},
         {"Service", "Pop3Timeout", Number, "60", "seconds", "POP3 time-out", 1, 86400},
         {"Service", "LimitPop3MessageSize", Flag, "0", "", "limit the size of incoming messages"},
         {"Service", "MaxPop3MessageSize", Number, "5120000", "bytes", "that limit", 1, LargestNumber},

@@ -16,6 +16,7 @@ namespace {
 constexpr int DefaultTimeout = 60;
 constexpr int LongestTimeout = 86400;
 constexpr int DefaultMaxSize = 5120000;
+constexpr std::uint16_t ImplicitTlsPort = 995;
 
 void ReadServiceSettings(CFetchOptions& options) {
     const auto flag = [](const char* key) { return ReadSetting("Service", key, 0) != 0; };
@@ -56,5 +57,19 @@ bool ReadFetchOptions(std::uint32_t listNumber, CFetchOptions& options) {
     if (!settings.ReadPopFor(config, server)) return false;
     options.host = settings.popHostName;
     options.port = settings.popPort;
+    return true;
+}
+
+bool MakePopSettings(const CFetchOptions& options, SendDaemon::CSmtpSettings& settings) {
+    settings.popHostName = options.host;
+    if (!options.accountRoot.empty()) {
+        const SendDaemon::CConfiguration config(SendDaemon::GetAccountConfigPath(options.accountRoot));
+        if (!settings.ReadPopFor(config, options.host)) return false;
+    }
+    settings.popPort = options.port;
+    if (options.port == ImplicitTlsPort) settings.popTlsMode = Net::TlsMode::Implicit;
+    settings.popLogin = options.login;
+    settings.popPassword = options.password;
+    settings.timeout = options.timeoutSeconds;
     return true;
 }

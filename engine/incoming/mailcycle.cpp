@@ -23,6 +23,7 @@ public:
     CCycleControlUse(CCycleControl* control, CMailFetch& fetch) : m_control(control) {
         if (m_control == nullptr) return;
         const std::lock_guard guard(m_control->m_lock);
+        fetch.LimitTime(m_control->m_mailboxTime);
         m_control->m_fetch = &fetch;
         if (m_control->m_isCancelled) fetch.Cancel();
     }
@@ -64,6 +65,7 @@ public:
     bool ProcessMailbox();
     bool ForgetOldMarks();
     bool EmptyDone() { return m_state.EmptyDone(); }
+    bool IsCut() const { return m_isCut; }
     bool WasCancelled() const { return m_control != nullptr && m_control->IsCancelled(); }
     bool IsStopped() const { return (m_stop && m_stop()) || WasCancelled(); }
     std::int64_t Now() const { return m_fixedNow != 0 ? m_fixedNow : Platform::SecondsSince1970(); }
@@ -77,6 +79,7 @@ private:
     CCycleTotals& m_totals;
     std::int64_t m_fixedNow;
     CCycleControl* m_control;
+    bool m_isCut = false;
     CCycleState m_state;
     std::optional<CInboxProcessing> m_processing;
 };
@@ -140,12 +143,13 @@ bool CCycle::ProcessMailbox() {
 // What was fetched is processed before the next group is taken, which comes meanwhile.
 bool CCycle::FetchAll(CMailFetch& fetch) {
     std::vector<CInboxMessage> group;
-    while (!IsStopped()) {
+    while (!IsStopped() && !fetch.IsCut()) {
         const CMailFetch::Step step = fetch.Next(Now(), group);
         if (step == CMailFetch::Step::Failed) return false;
         if (step == CMailFetch::Step::End) break;
         if (!m_processing->Process(group, Now(), m_totals)) return false;
     }
+    m_isCut = !IsStopped() && fetch.IsCut();
     return fetch.Finish(Now());
 }
 
@@ -177,7 +181,7 @@ CycleResult RunLocked(std::uint32_t listNumber, CCycle& cycle, const CycleSteps&
         const std::int32_t index = GetCatalogue().FindByNumber(listNumber);
         if (index == CCatalogue::None) throw CLhvException("There is no list with that number.");
         const CLogContext context(GetCatalogue().GetName(index));
-        return steps(cycle) ? CycleResult::Done : CycleResult::Failed;
+        return !steps(cycle) ? CycleResult::Failed : cycle.IsCut() ? CycleResult::Cut : CycleResult::Done;
     } catch (const std::exception& exception) {
         SetLastErrorOfCycle(exception);
         return CycleResult::Failed;
@@ -196,10 +200,13 @@ bool RunSteps(std::uint32_t listNumber, CCycle& cycle, const CCycleTotals& total
     cycle.ForgetOldMarks();
     cycle.EmptyDone();
     CCatalogue& catalogue = GetCatalogue();
-    if (!cycle.IsStopped()) catalogue.SetNumber(catalogue.FindByNumber(listNumber), ListColumn::LastCycle, cycle.Now());
+    const bool isOver = !cycle.IsStopped() && !(isDone && cycle.IsCut());
+    if (isOver) catalogue.SetNumber(catalogue.FindByNumber(listNumber), ListColumn::LastCycle, cycle.Now());
     const bool isWorthALine = totals.fetched + totals.processed + totals.failed > 0;
     Log(isWorthALine ? LogInfo : LogDebug, "Mail cycle: %s.", DescribeTotals(totals).c_str());
     if (!isDone) SetLastErrorText(reason);
+    if (isDone && cycle.IsCut())
+        Log(LogInfo, "The mailbox takes long to read: other lists come first, the rest of it then.");
     return isDone;
 }
 

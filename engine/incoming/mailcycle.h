@@ -13,6 +13,7 @@
 #ifndef LISTHAVEN_ENGINE_INCOMING_MAILCYCLE_H
 #define LISTHAVEN_ENGINE_INCOMING_MAILCYCLE_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -37,7 +38,12 @@ struct CCycleTotals {
 // "3 fetched, 3 processed, 1 answered"; what is 0 is left out, but for the first.
 std::string DescribeTotals(const CCycleTotals& totals);
 
-enum class CycleResult { Done, Busy, Failed };
+enum class CycleResult {
+    Done,
+    Busy,
+    Cut,  // the time for the mailbox was over: what is left there is for the next cycle, which is due
+    Failed
+};
 
 // Ends a cycle early.
 class CCycleControl {
@@ -46,12 +52,17 @@ public:
     // the POP3 server ends at once, the group of messages in hand is finished.
     void Cancel() noexcept;
     bool IsCancelled() const noexcept;
+    // Of the cycles that follow: how long each may read its mailbox, twice that
+    // with all it takes to end (CMailFetch::LimitTime).  0: no limit.  From the
+    // thread that runs them.
+    void LimitMailbox(std::chrono::milliseconds limit) noexcept { m_mailboxTime = limit; }
 
 private:
     friend class CCycleControlUse;
     mutable std::mutex m_lock;
     CMailFetch* m_fetch = nullptr;
     bool m_isCancelled = false;
+    std::chrono::milliseconds m_mailboxTime{0};
 };
 
 // Broadcasts that posts made are jobs of the data folder (broadcastjob.h): the

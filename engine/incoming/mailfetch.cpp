@@ -13,9 +13,8 @@
 #include "engine/incoming/fetchedmessage.h"
 #include "engine/incoming/fetchmarks.h"
 #include "engine/incoming/inboxmessage.h"
+#include "engine/incoming/mailboxlisting.h"
 #include "engine/incoming/mailretrieval.h"
-#include "senddaemon/accountfolders.h"
-#include "senddaemon/configuration.h"
 #include "senddaemon/popclient.h"
 #include "utility/lasterror.h"
 #include "utility/text.h"
@@ -25,31 +24,12 @@ namespace {
 using Net::FailureKind;
 using Net::Pop3Message;
 using MarkState = CServerMark::State;
+using Clock = std::chrono::steady_clock;
 
-constexpr std::uint16_t ImplicitTlsPort = 995;
 constexpr int MostReconnects = 100;
 constexpr std::uint64_t MostLogged = 10;  // vanished messages in a session
 constexpr std::int64_t KeptFor = 7 * 86400;
 constexpr std::int64_t KeptLongFor = 90 * 86400;
-
-// Ids that several messages have are none.
-void DropDoubledIds(std::vector<Pop3Message>& messages) {
-    std::vector<Pop3Message*> sorted;
-    for (Pop3Message& message : messages)
-        sorted.push_back(&message);
-    const auto isLess = [](const Pop3Message* a, const Pop3Message* b) { return a->uid < b->uid; };
-    std::sort(sorted.begin(), sorted.end(), isLess);
-    for (auto at = sorted.begin(); at != sorted.end();) {
-        const auto end = std::upper_bound(at, sorted.end(), *at, isLess);
-        if (end - at > 1) std::for_each(at + 1, end, [](Pop3Message* message) { message->uid.clear(); });
-        if (end - at > 1) (*at)->uid.clear();
-        at = end;
-    }
-}
-
-bool AreSame(const Pop3Message& a, const Pop3Message& b) {
-    return a.number == b.number && a.size == b.size && a.uid == b.uid;
-}
 
 }  // namespace
 
@@ -63,7 +43,9 @@ struct CMailFetch::CState {
     bool FailBySession() { return Fail(Session().GetFailure().text); }
     Net::CPop3Session& Session() { return client.GetSession(); }
 
-    bool IsToStop() const { return stop && stop(); }
+    bool IsToStop() const { return (stop && stop()) || Clock::now() >= lastBegin; }
+    void EndIn(Clock::duration time);
+    bool WasEndedByTime();
     bool Connect();
     bool List(std::vector<Pop3Message>& listing);
     bool Reconnect();
@@ -104,7 +86,9 @@ struct CMailFetch::CState {
     std::vector<bool> ordered;  // of the messages from "next" on: whether each comes, or is known
     CMailRetrieval retrieval;
     std::function<bool()> stop;
-    bool saysSizes = true;  // and they are true
+    Clock::duration timeLimit{0};
+    Clock::time_point lastBegin = Clock::time_point::max();  // of a message
+    bool saysSizes = true;                                   // and they are true
     bool hasUids = true;
     bool hasTop = true;
     int reconnects = 0;
@@ -118,20 +102,19 @@ bool CMailFetch::CState::Fail(std::string reason) {
     return false;
 }
 
+void CMailFetch::CState::EndIn(Clock::duration time) {
+    if (timeLimit > Clock::duration::zero()) Session().EndBy(Clock::now() + time);
+}
+
+bool CMailFetch::CState::WasEndedByTime() {
+    return !isCancelled && Clock::now() >= lastBegin && Session().GetFailure().kind == FailureKind::TimedOut;
+}
+
 bool CMailFetch::CState::Connect() {
     Beat();
     if (isCancelled) return Fail("Fetching was cancelled");
     SendDaemon::CSmtpSettings settings;
-    settings.popHostName = options.host;
-    if (!options.accountRoot.empty()) {
-        const SendDaemon::CConfiguration config(SendDaemon::GetAccountConfigPath(options.accountRoot));
-        if (!settings.ReadPopFor(config, options.host)) return Fail(GetLastErrorText());
-    }
-    settings.popPort = options.port;
-    if (options.port == ImplicitTlsPort) settings.popTlsMode = Net::TlsMode::Implicit;
-    settings.popLogin = options.login;
-    settings.popPassword = options.password;
-    settings.timeout = options.timeoutSeconds;
+    if (!MakePopSettings(options, settings)) return Fail(GetLastErrorText());
     return client.Open(settings) || Fail(GetLastErrorText());
 }
 
@@ -311,7 +294,7 @@ void CMailFetch::CState::Order(const CCycleTransaction& transaction) {
 // ordered can have lost its mark to another message since.
 bool CMailFetch::CState::TakeOrdered(CCycleTransaction& transaction, std::int64_t now,
                                      std::vector<CInboxMessage>& group) {
-    std::vector<CRetrieved> retrieved = retrieval.Take(stop);
+    std::vector<CRetrieved> retrieved = retrieval.Take([this] { return IsToStop(); });
     auto at = retrieved.begin();
     for (const bool isWanted : std::exchange(ordered, {})) {
         if (isCancelled) return Fail("Fetching was cancelled");
@@ -433,6 +416,17 @@ CMailFetch::~CMailFetch() {
     if (m_state->retrieval.IsUnderWay()) m_state->client.Cancel();
 }
 
+void CMailFetch::LimitTime(std::chrono::milliseconds limit) {
+    CState& s = *m_state;
+    s.timeLimit = limit;
+    s.lastBegin = limit.count() > 0 ? Clock::now() + limit : Clock::time_point::max();
+    s.EndIn(s.timeLimit + s.timeLimit / 2);
+}
+
+bool CMailFetch::IsCut() const {
+    return Clock::now() >= m_state->lastBegin && m_state->next < m_state->messages.size();
+}
+
 void CMailFetch::StopWhen(std::function<bool()> stop) {
     m_state->stop = std::move(stop);
 }
@@ -460,6 +454,7 @@ CMailFetch::Step CMailFetch::Next(std::int64_t now, std::vector<CInboxMessage>& 
         if (!(s.ordered.empty() ? s.FetchOne(transaction, now) : s.TakeOrdered(transaction, now, group))) break;
     }
     if (s.failure.empty() && s.ordered.empty() && s.Session().IsOpen() && !s.IsToStop()) s.Order(transaction);
+    if (!s.failure.empty() && s.WasEndedByTime()) s.failure.clear();  // the rest is for the next time
     const bool isCommitted = transaction.Commit() || s.Fail(GetLastErrorText());
     if (isCommitted && (!s.paths.empty() || !group.empty())) {
         for (std::string& path : s.paths)
@@ -474,6 +469,7 @@ bool CMailFetch::Finish(std::int64_t now) {
     CState& s = *m_state;
     s.retrieval.Stop();
     s.retrieval.Take();
+    s.EndIn(s.timeLimit / 2);
     if (!s.failure.empty()) {
         SetLastErrorText(s.failure);
         return false;

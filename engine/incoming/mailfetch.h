@@ -27,6 +27,7 @@
 #ifndef LISTHAVEN_ENGINE_INCOMING_MAILFETCH_H
 #define LISTHAVEN_ENGINE_INCOMING_MAILFETCH_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -37,6 +38,9 @@
 struct CInboxMessage;
 class CCycleState;
 class CCycleTransaction;
+namespace SendDaemon {
+struct CSmtpSettings;
+}
 
 struct CFetchOptions {
     std::string host;          // "": the list has no mailbox
@@ -53,6 +57,7 @@ struct CFetchOptions {
     bool saveIncoming = false;  // a copy of each in Archive/<n>/Received
 };
 bool ReadFetchOptions(std::uint32_t listNumber, CFetchOptions& options);
+bool MakePopSettings(const CFetchOptions& options, SendDaemon::CSmtpSettings& settings);
 
 struct CFetchTotals {
     std::uint64_t fetched = 0;
@@ -74,6 +79,12 @@ public:
     CMailFetch& operator=(const CMailFetch&) = delete;
     ~CMailFetch();
 
+    // How long others can wait; to be called before Open().  When it is over no
+    // further message is begun, when half of it has gone by once more the
+    // conversation ends within the message at hand, and Finish(), for which as
+    // much is left again, deletes what was done.  0: no limit.
+    void LimitTime(std::chrono::milliseconds limit);
+    bool IsCut() const;                         // that time is over, and messages are left
     void StopWhen(std::function<bool()> stop);  // then Next() ends behind the message at hand, and nothing more comes
     bool Open();                                // logs in and lists
     // As the server has them.  Those in memory are the caller's to process or to

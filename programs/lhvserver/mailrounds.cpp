@@ -59,6 +59,8 @@ void CMailRounds::Look() {
 void CMailRounds::RunOnce() {
     Guard("look", "Looking after the lists' mail", [&] {
         Round(Which::Every);
+        while (m_turns.TakeCut() && !m_stop())
+            Round(Which::Cut);
         return true;
     });
 }
@@ -81,7 +83,7 @@ bool CMailRounds::Guard(const std::string& key, const std::string& what, const s
 
 void CMailRounds::Round(Which which) {
     const std::int64_t now = Now();
-    const bool isMinute = which == Which::Every || now >= m_nextMinute || now < m_nextMinute - Minute;
+    const bool isMinute = which != Which::Due || now >= m_nextMinute || now < m_nextMinute - Minute;
     if (isMinute) m_nextMinute = now + Minute;
     const std::vector<CList> lists = FindLists(which);
     for (const CList& list : lists) {
@@ -108,6 +110,7 @@ std::vector<CMailRounds::CList> CMailRounds::FindLists(Which which) {
     std::vector<CList> lists;
     for (const std::int32_t index : catalogue.GetLists()) {
         CList list{index, catalogue.GetListNumber(index), {}, which == Which::Every};
+        if (which == Which::Cut) list.isDue = m_turns.WasCut(list.number);
         Guard("list " + std::to_string(list.number), "Reading the settings of list " + std::to_string(list.number),
               [&] {
                   if (!catalogue.GetFlag(index, ListColumn::Enabled)) return true;
@@ -115,7 +118,7 @@ std::vector<CMailRounds::CList> CMailRounds::FindLists(Which which) {
                   list.name = catalogue.GetName(index);
                   const auto busy = m_busy.find(list.number);
                   const bool isBusy = busy != m_busy.end() && now < busy->second + BusyPause && now >= busy->second;
-                  list.isDue = list.isDue || (!isBusy && IsDue(schedule, list, now));
+                  list.isDue = list.isDue || (which == Which::Due && !isBusy && IsDue(schedule, list, now));
                   lists.push_back(list);
                   return true;
               });
@@ -127,6 +130,8 @@ std::vector<CMailRounds::CList> CMailRounds::FindLists(Which which) {
 }
 
 bool CMailRounds::IsDue(const CCycleSchedule& schedule, const CList& list, std::int64_t now) const {
+    // What it has left is not to keep the copies from being made.
+    if ((m_isBroadcasting || m_broadcasts.HasMore()) && m_turns.IsPausing(list.number, now)) return false;
     CCatalogue& catalogue = GetCatalogue();
     std::int64_t last = catalogue.GetNumber(list.index, ListColumn::LastCycle);
     // An attempt that failed left no trace in the catalogue.
@@ -143,17 +148,23 @@ bool CMailRounds::IsAnyCycleDue() {
 
 void CMailRounds::RunCycle(const CList& list) {
     const std::int64_t began = Now();
-    bool isBusy = false;
+    CycleResult result = CycleResult::Failed;
+    bool hasCome = false;
     Guard("mail " + std::to_string(list.number), "Processing the mail of the list \"" + list.name + "\"", [&] {
         CCycleTotals totals;
-        const CycleResult result = RunMailCycle(list.number, m_stop, totals, &m_control);
+        m_control.LimitMailbox(m_turns.GetLimit(list.number, ReadSetting("Service", "MailboxTime", 120)));
+        result = RunMailCycle(list.number, m_stop, totals, &m_control);
         m_hasNew = m_hasNew || totals.processed != 0 || totals.posted != 0;
-        isBusy = result == CycleResult::Busy;
+        hasCome = totals.fetched > 0;
         Notify(list.number, totals);
         if (totals.fetched > 0) Platform::ReturnFreeMemory();  // a full mailbox makes a long list
-        return result != CycleResult::Failed;
+        if (result != CycleResult::Cut || hasCome) return result != CycleResult::Failed;
+        SetLastErrorText("The POP3 server is so slow that no message has come whole in the time for one mailbox.");
+        return false;
     });
-    (isBusy ? m_busy : m_attempts)[list.number] = began;
+    if (result != CycleResult::Cut) m_turns.NoteEnd(list.number);
+    if (result == CycleResult::Cut && m_turns.NoteCut(list.number, hasCome, began, Now())) return;
+    (result == CycleResult::Busy ? m_busy : m_attempts)[list.number] = began;
 }
 
 // They need not wait for the next cycle.  What stays there is tried again once a minute.
@@ -193,14 +204,16 @@ void CMailRounds::RunBroadcasts(Which which) {
     bool isCycleDue = false;
     const auto stop = [&] {
         if (m_stop()) return true;
-        if (which == Which::Every || isCycleDue || Clock::now() < nextCheck) return isCycleDue;
+        if (which != Which::Due || isCycleDue || Clock::now() < nextCheck) return isCycleDue;
         nextCheck = Clock::now() + DueCheckInterval;
         return isCycleDue = IsAnyCycleDue();
     };
+    m_isBroadcasting = true;
     Guard("broadcasts", "Running the broadcasts", [&] {
         m_broadcasts.Run(Now(), stop);
         return true;
     });
+    m_isBroadcasting = false;
 }
 
 void CMailRounds::Prune() {

@@ -2,7 +2,8 @@
 // that are due, what moderators have accepted, digests, broadcasts, pruning.
 //
 // A list whose cycle failed comes after the others.  Broadcasts stop, to go on
-// afterwards, when a cycle is due.
+// afterwards, when a cycle is due.  A mailbox that takes long is read in turns
+// (mailboxturns.h).
 //
 // Errors   What fails is logged once, then counted, and tried again; one list
 //          does not keep the others from their turn.
@@ -23,6 +24,7 @@
 #include "engine/incoming/mailcycle.h"
 #include "programs/lhvserver/broadcastwork.h"
 #include "programs/lhvserver/failurelog.h"
+#include "programs/lhvserver/mailboxturns.h"
 
 class CMailRounds {
 public:
@@ -38,7 +40,7 @@ private:
         std::string name;
         bool isDue = false;
     };
-    enum class Which { Due, Every };
+    enum class Which { Due, Every, Cut };
 
     void Round(Which which);
     std::vector<CList> FindLists(Which which);
@@ -56,6 +58,8 @@ private:
     CCycleControl& m_control;
     CFailureLog m_failures;
     CBroadcastWork m_broadcasts;
+    CMailboxTurns m_turns;
+    bool m_isBroadcasting = false;
     std::map<std::uint32_t, std::int64_t> m_attempts;       // list: when its last cycle began
     std::map<std::uint32_t, std::int64_t> m_busy;           // list: when another program was at it
     std::map<std::uint32_t, std::int64_t> m_acceptedTries;  // list: when what was accepted is looked at again

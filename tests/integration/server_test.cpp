@@ -4,6 +4,9 @@
 
 #include <boost/asio.hpp>
 
+#include <atomic>
+
+#include "tests/engine/incoming/scriptedmailbox.h"
 #include "tests/programs/programrunner.h"
 #include "tests/servers/testserver.h"
 
@@ -30,6 +33,37 @@ private:
 };
 
 }  // namespace
+
+// Its message stays out until another list has had its turn.
+TEST(Server, ASlowMailboxIsReadInTurnsWithOthers) {
+    CProgramRunner runner;
+    CScriptedMailbox slow;
+    CScriptedMailbox other;
+    std::atomic<bool> wasOtherRead = false;
+    const std::string message = "From: a@x.example\r\nSubject: Hi\r\n\r\nHello\r\n";
+    slow.Set({{"1", message}, {"2", message}},
+             [&](const std::string& command) -> std::optional<CScriptedMailbox::CTurn> {
+                 if (!command.starts_with("RETR 2") || wasOtherRead) return std::nullopt;
+                 return CScriptedMailbox::CTurn{"+OK\r\nFrom: a"};
+             });
+    other.Set({{"1", message}}, [&](const std::string& command) -> std::optional<CScriptedMailbox::CTurn> {
+        wasOtherRead = wasOtherRead || command == "QUIT";
+        return std::nullopt;
+    });
+    for (const auto& [list, mailbox] : {std::pair("A slow one", &slow), std::pair("Other", &other)}) {
+        runner.MakeNullList(list);
+        runner.MustRun({"list", "set", list, "popHost", "127.0.0.1:" + std::to_string(mailbox->GetPort())});
+        runner.MustRun({"list", "set", list, "popLogin", "news"});
+        runner.MustRun({"list", "set", list, "popPassword", "news"});
+    }
+    runner.MustRun({"settings", "set", "Service", "MailboxTime", "1"});
+    Platform::CChildProcess server;
+    ASSERT_TRUE(runner.Start(server, {"run"}, LISTHAVEN_SERVER));
+    EXPECT_TRUE(TestServers::WaitUntil([&] { return slow.Count() + other.Count() == 0; }));
+    server.AskToStop();
+    int status = -1;
+    EXPECT_TRUE(server.WaitFor(std::chrono::seconds(10), status));
+}
 
 TEST(Server, AHangingMailboxNeitherKeepsOthersWaitingNorTheServerFromEnding) {
     CProgramRunner runner;

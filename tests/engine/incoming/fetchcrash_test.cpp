@@ -92,6 +92,39 @@ TEST_F(FetchCrash, AStopDoesNotWaitForTheGroup) {
     EXPECT_EQ(m_server.Count(), 4U - totals.processed);
 }
 
+// It falls silent at some point.  What had come whole is processed and deleted, within the time for one mailbox.
+TEST_F(FetchCrash, ASlowServerHasTheTimeForOneMailboxAndNoMore) {
+    MakeClub(ListKind::Discussion, {"ann@x.example"});
+    SetMailbox();
+    const std::pair<const char*, std::size_t> stages[] = {{"", 0},       {"USER", 0},   {"LIST", 0},  {"UIDL", 0},
+                                                          {"RETR 1", 0}, {"RETR 3", 2}, {"RETR 4", 3}};
+    for (const auto& [stage, count] : stages) {
+        Deliver(stage);
+        m_server.SetTurn([stage = std::string(stage)](const std::string& command) {
+            const bool isDue = stage.empty() ? command.empty() : command.starts_with(stage);
+            return isDue ? std::optional(CScriptedMailbox::CTurn{stage[0] == 'R' ? "+OK\r\nFrom: a" : ""})
+                         : std::nullopt;
+        });
+        CCycleControl control;
+        CycleResult result = CycleResult::Done;
+        CCycleTotals totals;
+        auto limit = std::chrono::milliseconds(100);  // more, where a machine is slow
+        do {
+            control.LimitMailbox(limit *= 2);
+            const auto began = std::chrono::steady_clock::now();
+            result = RunMailCycle(m_list, {}, totals, &control);
+            EXPECT_LT(std::chrono::steady_clock::now() - began, 2 * limit + std::chrono::seconds(20)) << stage;
+        } while (m_server.Count() != 4 - count && limit < std::chrono::seconds(10));
+        EXPECT_EQ(m_server.Count(), 4 - count) << stage;
+        EXPECT_EQ(totals.processed, count) << stage;
+        EXPECT_EQ(result, *stage == 'R' ? CycleResult::Cut : CycleResult::Failed) << stage;
+        m_server.SetTurn({});
+        ASSERT_EQ(RunMailCycle(m_list, {}, totals), CycleResult::Done) << GetLastErrorText();
+        EXPECT_EQ(totals.processed, 4U) << stage;
+        EXPECT_EQ(m_server.Count(), 0U) << stage;
+    }
+}
+
 // One that its rules cannot be applied to comes into the inbox, and the mailbox is emptied.
 TEST_F(FetchCrash, WhatCannotBeProcessedWaitsInTheInbox) {
     MakeClub(ListKind::Discussion, {"ann@x.example"});
