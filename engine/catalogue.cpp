@@ -426,14 +426,33 @@ std::span<const CColumnDescription> CCatalogue::Columns() noexcept {
     return CatalogueColumns;
 }
 
+namespace {
+
+struct COpenCatalogues {
+    std::mutex lock;
+    std::vector<std::unique_ptr<CCatalogue>> all;
+};
+
 // Lives to the end of the process: others may still use it while it ends.
+COpenCatalogues& GetOpenCatalogues() {
+    static COpenCatalogues* const opened = new COpenCatalogues;
+    return *opened;
+}
+
+}  // namespace
+
 CCatalogue& GetCatalogue() {
-    static std::mutex lock;
-    static std::vector<std::unique_ptr<CCatalogue>>* const opened = new std::vector<std::unique_ptr<CCatalogue>>;
+    COpenCatalogues& opened = GetOpenCatalogues();
     const std::string folder = GetDataFolder();
-    const std::lock_guard guard(lock);
-    for (const auto& catalogue : *opened) {
+    const std::lock_guard guard(opened.lock);
+    for (const auto& catalogue : opened.all) {
         if (catalogue->GetFolder() == folder) return *catalogue;
     }
-    return *opened->emplace_back(std::make_unique<CCatalogue>(folder));
+    return *opened.all.emplace_back(std::make_unique<CCatalogue>(folder));
+}
+
+void CloseCatalogues() {
+    COpenCatalogues& opened = GetOpenCatalogues();
+    const std::lock_guard guard(opened.lock);
+    opened.all.clear();
 }

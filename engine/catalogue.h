@@ -110,6 +110,10 @@ private:
 // Of the process and its data folder.
 CCatalogue& GetCatalogue();
 
+// For tests, which remove their data folders: closes the files of each that
+// GetCatalogue() has returned.  Nobody may use one of them any more.
+void CloseCatalogues();
+
 // One address out of lines "Key: address"; "" when it is not there.
 std::string FindListAddress(std::string_view listAddresses, std::string_view key);
 

@@ -8,14 +8,12 @@
 #include <filesystem>
 #include <string>
 
-#include "app/datafolder.h"
 #include "engine/memberstore.h"
 #include "platform/file.h"
-#include "tests/platform/temporaryfolder.h"
+#include "tests/engine/temporarydatafolder.h"
 
 class CDataFolderTest : public testing::Test {
 protected:
-    CDataFolderTest() { UseDataFolder(m_folder.GetPath()); }
     ~CDataFolderTest() override { Platform::SetFlushEnabled(true); }
 
     std::string PathOf(const std::string& name) const { return m_folder / name; }
@@ -33,7 +31,7 @@ protected:
     }
 
 private:
-    CTemporaryFolder m_folder;
+    CTemporaryDataFolder m_folder;
 };
 
 #endif  // LISTHAVEN_TESTS_ENGINE_MEMBERFIXTURE_H

@@ -9,21 +9,16 @@
 #include <string>
 #include <vector>
 
-#include "app/datafolder.h"
 #include "app/settings.h"
-#include "engine/catalogue.h"
 #include "engine/memberstore.h"
-#include "tests/platform/temporaryfolder.h"
+#include "tests/engine/temporarydatafolder.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"
 #include "utility/paths.h"
 
 class MessageTest : public testing::Test {
 protected:
-    MessageTest() {
-        UseDataFolder(m_folder.GetPath());
-        WriteSetting("Execution", "GenerationPause", 0);
-    }
+    MessageTest() { WriteSetting("Execution", "GenerationPause", 0); }
 
     static std::uint32_t MakeList(const std::string& name, const std::vector<CMember>& members) {
         NewList list;
@@ -66,7 +61,7 @@ protected:
         return files;
     }
 
-    CTemporaryFolder m_folder;
+    CTemporaryDataFolder m_folder;
 };
 
 #endif  // LISTHAVEN_TESTS_ENGINE_MESSAGEFIXTURE_H

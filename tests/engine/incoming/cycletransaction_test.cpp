@@ -132,8 +132,7 @@ TEST_F(CycleTransaction, AfterAFaultAtAnyPointEverythingIsThereOnce) {
         bool wasHit = true;
         for (unsigned n = 1; wasHit && !HasFailure(); n += row.step * ByFileSpeed(1U, 7U)) {
             Platform::SetFlushEnabled(false);
-            const CTemporaryFolder folder;
-            UseDataFolder(folder.GetPath());
+            const CTemporaryDataFolder folder;
             const std::string where = std::to_string(static_cast<int>(row.operation)) + " at " + std::to_string(n);
             const std::uint32_t list = MakeList(
                 "News", {MakeMember("old@x.example"), MakeMember("away@x.example"), MakeMember("stays@x.example")});
@@ -165,8 +164,7 @@ TEST_F(CycleTransaction, ARecoveryThatFailsAnywhereIsMadeAgain) {
     for (const unsigned crash : {2U, 5U}) {  // of what is fetched, of what is processed
         bool wasHit = true;
         for (unsigned n = 1; wasHit && !HasFailure(); n += ByFileSpeed(1U, 5U)) {
-            const CTemporaryFolder folder;
-            UseDataFolder(folder.GetPath());
+            const CTemporaryDataFolder folder;
             const std::string where = std::to_string(crash) + " and then " + std::to_string(n);
             const std::uint32_t list = MakeList(
                 "News", {MakeMember("old@x.example"), MakeMember("away@x.example"), MakeMember("stays@x.example")});

@@ -109,8 +109,7 @@ TEST_F(MailFetch, AfterAnyMisbehaviourEachMessageHasComeOnce) {
     for (const std::string stage : {"", "USER", "PASS", "LIST", "UIDL", "RETR 1", "RETR 3", "DELE 2", "QUIT"}) {
         for (const CTurn& fault : faults) {
             SCOPED_TRACE(stage + ": " + fault.answer.substr(0, 20));
-            const CTemporaryFolder folder;
-            UseDataFolder(folder.GetPath());
+            const CTemporaryDataFolder folder;
             m_server.Set({Message("one"), Message("two"), Message("three")}, Answer(stage, fault.answer, fault.closes));
             Fetch(Options());
             m_server.SetTurn({});
@@ -141,8 +140,7 @@ TEST_F(MailFetch, KnownMessagesStayKnownWhateverTheIds) {
     constexpr std::int64_t Day = 86400;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
-        const CTemporaryFolder folder;
-        UseDataFolder(folder.GetPath());
+        const CTemporaryDataFolder folder;
         const std::vector<CScriptedMailbox::CMessage> mailbox = {Message("one"), row.second};
         for (const std::int64_t day : {0, 3, 6}) {  // once its mailbox is not there
             m_server.Set(day == 3 ? std::vector<CScriptedMailbox::CMessage>() : mailbox, row.turn);
@@ -201,8 +199,7 @@ TEST_F(MailFetch, AnIdIsNotAMessage) {
         {true, {Message("a"), Message("bb")}, numbered({"a", "bb", "c"}), {{"a", 1}, {"bb", 1}, {"c", 1}}},
     };
     for (const auto& row : rows) {
-        const CTemporaryFolder folder;
-        UseDataFolder(folder.GetPath());
+        const CTemporaryDataFolder folder;
         CFetchOptions options = Options();
         options.leaveCopies = row.leavesCopies;
         m_server.Set(row.first, row.leavesCopies ? Turn() : Answer("QUIT", "", true));
@@ -236,8 +233,7 @@ TEST_F(MailFetch, OfATooLargeMessageOnlyTheHeaderComes) {
                 {"99999999", 0, false, false, {}, 0, 0}, {"10", 30'000, false, false, {}, 0, 0}};
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.size) + " " + std::to_string(row.repeated));
-        const CTemporaryFolder folder;
-        UseDataFolder(folder.GetPath());
+        const CTemporaryDataFolder folder;
         auto large = Message("large");
         large.size = row.size;
         large.repeated = row.repeated;  // 200 MB
