@@ -34,12 +34,15 @@ bool ReadEntry(CSTable& table, std::int32_t index, CAccessEntry& entry) {
     return entry.access == Access::Allowed || entry.access == Access::Denied;
 }
 
-std::int32_t FindEntry(CSTable& table, std::string_view pattern, CAccessEntry& entry) {
+// The entries of that pattern: one, or one of each kind.
+std::vector<std::int32_t> FindEntries(CSTable& table, std::string_view pattern) {
+    std::vector<std::int32_t> found;
+    CAccessEntry entry;
     const std::int32_t count = table.GetRecordCount();
     for (std::int32_t index = 0; index < count; ++index) {
-        if (ReadEntry(table, index, entry) && entry.pattern == pattern) return index;
+        if (ReadEntry(table, index, entry) && entry.pattern == pattern) found.push_back(index);
     }
-    return -1;
+    return found;
 }
 
 }  // namespace
@@ -90,15 +93,11 @@ bool CAccessList::Add(const CAccessEntry& entry) {
     std::vector<std::byte> record = table.MakeRecord();
     table.PutNumber(record, KindColumn, static_cast<std::int64_t>(entry.access));
     table.PutText(record, PatternColumn, pattern);
-    CAccessEntry present;
-    const std::int32_t found = FindEntry(table, pattern, present);
-    if (found >= 0 && present.access == entry.access) return false;
-    if (found >= 0) {
-        table.Go(found);
-        table.WriteRecord(record);
-    } else {
-        table.AppendRecords(record);
+    for (const std::int32_t index : FindEntries(table, pattern)) {
+        CAccessEntry present;
+        if (ReadEntry(table, index, present) && present.access == entry.access) return false;
     }
+    table.AppendRecords(record);
     table.Flush();
     m_look.Forget();
     return true;
@@ -112,11 +111,12 @@ bool CAccessList::Remove(std::string_view pattern) {
     if (!Platform::FileIsThere(m_path)) return false;
     CSTable table;
     OpenAccess(table, m_path, false);
-    CAccessEntry present;
-    const std::int32_t found = FindEntry(table, normal, present);
-    if (found < 0) return false;
-    table.Go(found);
-    table.Delete();
+    const std::vector<std::int32_t> found = FindEntries(table, normal);
+    if (found.empty()) return false;
+    for (const std::int32_t index : found) {
+        table.Go(index);
+        table.Delete();
+    }
     table.Flush();
     table.Pack();
     table.Flush();

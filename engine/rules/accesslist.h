@@ -34,8 +34,8 @@ public:
 
     Access Check(std::string_view address);  // Denied wins; costs a look at the file and no more for many entries
     std::vector<CAccessEntry> GetEntries();
-    bool Add(const CAccessEntry& entry);    // false: it is there already; an entry of the other kind is replaced
-    bool Remove(std::string_view pattern);  // false: there is none
+    bool Add(const CAccessEntry& entry);    // false: it is there already; an entry of the other kind stays beside it
+    bool Remove(std::string_view pattern);  // of both kinds; false: there is none
 
     static bool IsPattern(std::string_view pattern, std::string* reason = nullptr);
 

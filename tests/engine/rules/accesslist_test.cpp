@@ -20,7 +20,8 @@ TEST_F(AccessListTest, DeniedWins) {
         EXPECT_TRUE(writer.Add(entry)) << entry.pattern;
     EXPECT_FALSE(writer.Add({Access::Allowed, "anna@b.example"}));
     EXPECT_TRUE(writer.Add({Access::Denied, "twice@x.example"}));
-    EXPECT_EQ(writer.GetEntries().size(), std::size(entries));
+    EXPECT_TRUE(writer.Add({Access::Allowed, "*@b.example"}));
+    EXPECT_EQ(writer.GetEntries().size(), std::size(entries) + 2);
     const struct {
         const char* address;
         Access access;
