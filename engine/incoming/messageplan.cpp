@@ -1,9 +1,12 @@
 #include "engine/incoming/messageplan.h"
 
+#include <algorithm>
+
 #include "engine/datafields.h"
 #include "engine/incoming/planperson.h"
 #include "engine/incoming/planview.h"
 #include "engine/incoming/postedtext.h"
+#include "engine/incoming/subjectline.h"
 #include "engine/rules/addressmatch.h"
 #include "utility/text.h"
 
@@ -28,16 +31,25 @@ bool HasMembers(const RuleMembers& members) noexcept {
     return members.subscribers && (members.regular || members.digestOnly);
 }
 
-// Nothing but the signature keeps the rule from applying.
-bool FailsSignatureAlone(const CRuleResult& result) {
-    std::size_t failed = 0;
+// Neither a post nor a command.
+bool IsReplyToCommands(const CIncomingMessage& message, const BroadcastList& list) {
+    if (WithoutReplyMarks(message.subject).size() == Trim(message.subject).size()) return false;
+    return std::none_of(message.to.begin(), message.to.end(), [&](const CMailbox& to) {
+        return EqualNoCase(to.address, list.address) || EqualNoCase(to.address, list.postAddress);
+    });
+}
+
+// Nothing but the signature keeps the rule from applying, or the subject as well,
+// since the confirmation is another list's.
+bool FailsSignature(const CRuleResult& result, const CIncomingMessage& message, const BroadcastList& list) {
     bool isSignature = false;
     for (const CConditionResult& condition : result.conditions) {
         if (condition.holds) continue;
-        ++failed;
-        isSignature = condition.condition == "Reply to signed";
+        const bool isSubject = condition.condition == "Subject" && IsReplyToCommands(message, list);
+        if (!isSubject && condition.condition != "Reply to signed") return false;
+        isSignature = isSignature || !isSubject;
     }
-    return failed == 1 && isSignature;
+    return isSignature && FindNoCase(message.signedSubject, SignatureStart) != std::string::npos;
 }
 
 // One walk over the rules.
@@ -116,9 +128,7 @@ bool CPlanner::Visit(std::size_t index) {
     m_plan.steps.push_back({index, MatchRule(rule, m_message, m_view), {}});
     m_step = &m_plan.steps.back();
     if (!m_step->result.applies) {
-        if (!FailsSignatureAlone(m_step->result) ||
-            FindNoCase(m_message.signedSubject, SignatureStart) == std::string::npos)
-            return true;
+        if (!FailsSignature(m_step->result, m_message, m_view.GetList())) return true;
         Done("the signature is changed, foreign or too old: the message is ignored");
         Note(Describe() + " has a signature that is changed, foreign or too old. Ignoring the message.");
         RemoveFromServer(rule);

@@ -87,6 +87,10 @@ TEST_F(MessagePlanTest, StandardRules) {
         {mail("new@y.example", "ask@h.example", "TOKEN"), "add new@y.example, reply new@y.example",
          "add new@y.example, reply new@y.example"},
         {mail("thief@y.example", "ask@h.example", "TOKEN"), "", ""},  // another's token
+        {mail("new@y.example", "ask@h.example", "Re: Please confirm it, elsewhere [LHV-AAAAAAAAAAAAAAAAAAAAAAA]"), "",
+         ""},
+        {mail("anna@x.example", "news@h.example", "Re: Signed once [LHV-AAAAAAAAAAAAAAAAAAAAAAA]"),
+         "post anna@x.example, digest anna@x.example", ""},
         {mail("anna@x.example", "ask@h.example", "Unsubscribe"), "remove anna@x.example, reply anna@x.example",
          "remove anna@x.example, reply anna@x.example"},
         {mail("anna@x.example", "ask@h.example", "digest on"), "mode anna@x.example, reply anna@x.example",
