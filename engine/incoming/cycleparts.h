@@ -91,6 +91,7 @@ struct CCycleState::CState {
     std::size_t transactions = 0;  // that have prepared something
     bool hasRecord = false;        // one that was carried out is still in the database
     bool needsRecovery = true;
+    std::int64_t lastInOrder = 0;  // time of a file, see CCycleTransaction::KeepOrder()
 };
 
 std::string MarkKey(MarkKind kind, std::string_view key);

@@ -9,6 +9,7 @@
 #include "engine/broadcastjob.h"
 #include "engine/incoming/cycleparts.h"
 #include "platform/file.h"
+#include "platform/filestatus.h"
 #include "platform/guid.h"
 #include "platform/systemerror.h"
 #include "utility/files.h"
@@ -167,6 +168,17 @@ bool CCycleTransaction::AddCopyOf(std::string_view queueFolder, std::string_view
     CNewFile file;
     return BeginMessage(queueFolder, file) && file.Write(HeaderLines(extraHeaders)) && file.Write(text) &&
            FinishMessage(file);
+}
+
+// The clock that stamps files stands still for some milliseconds at a time.
+bool CCycleTransaction::KeepOrder() {
+    constexpr std::int64_t Step = 1000;  // nanoseconds; file systems know a tenth of it
+    std::int64_t& last = m_state->cycle.lastInOrder;
+    last = std::max(Platform::NanosecondsSince1970(), last + Step);
+    const std::string& path = m_state->record.files.back().temporaryPath;
+    if (Platform::SetFileTimes(path, {.created = last, .modified = last})) return true;
+    SetLastErrorFromSystem();
+    return false;
 }
 
 bool CCycleTransaction::AddTwin(std::string_view queueFolder) {

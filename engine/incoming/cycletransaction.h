@@ -111,6 +111,9 @@ public:
     // For a message that comes piece by piece: the first makes the file, the second takes it over.
     bool BeginMessage(std::string_view queueFolder, CNewFile& file);
     bool FinishMessage(CNewFile& file, std::string* newPath = nullptr);
+    // The file of the message added last gets a later time than those of all before
+    // it: for folders that are read in that order.
+    bool KeepOrder();
     // The message added last also lies in another queue folder; where the file system can, as the same file.
     bool AddTwin(std::string_view queueFolder);
     void MoveMessage(std::string_view source, std::string_view queueFolder);  // one rename

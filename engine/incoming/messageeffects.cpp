@@ -1,6 +1,7 @@
 #include "engine/incoming/messageeffects.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "engine/incoming/mailfetch.h"
 #include "engine/incoming/memberposts.h"
@@ -23,8 +24,9 @@ void AddMembers(CCycleTransaction& transaction, const CListView& view) {
 bool CMessageEffects::AddPosts(CCycleTransaction& transaction, CListView& view) {
     const std::string queueFolder = GetAccountRoot(view.GetList().number);
     std::string line;
-    for (const CPost& post : posts) {
-        const PostWay way = AddPost(transaction, view, queueFolder, post.text, post.modes, line);
+    messages.clear();  // are written; the texts can be large
+    for (CPost& post : posts) {
+        const PostWay way = AddPost(transaction, view, queueFolder, std::move(post.text), post.modes, line);
         if (way == PostWay::Failed) return false;
         if (way == PostWay::Broadcast) hasBroadcast = true;
         if (!line.empty()) notes.push_back(line);
@@ -48,10 +50,14 @@ void CMessageEffects::MarkPost(CCycleTransaction& transaction, const CListView& 
 bool CMessageEffects::AddTo(CCycleTransaction& transaction, CListView& view, const CIncomingMessage& message) {
     const bool isPrepared =
         std::all_of(messages.begin(), messages.end(),
-                    [&](const CNewMessage& added) { return transaction.AddMessage(added.queueFolder, added.text); }) &&
+                    [&](const CNewMessage& added) {
+                        return transaction.AddMessage(added.queueFolder, added.text) &&
+                               (!added.inOrder || transaction.KeepOrder());
+                    }) &&
         std::all_of(copies.begin(), copies.end(), [&](const CCopyOfIt& copy) {
-            return message.text ? transaction.AddCopyOf(copy.queueFolder, *message.text, copy.extraHeaders)
-                                : transaction.AddCopy(copy.queueFolder, message.path, copy.extraHeaders);
+            return (message.text ? transaction.AddCopyOf(copy.queueFolder, *message.text, copy.extraHeaders)
+                                 : transaction.AddCopy(copy.queueFolder, message.path, copy.extraHeaders)) &&
+                   transaction.KeepOrder();
         });
     if (!isPrepared || !AddPosts(transaction, view)) return false;
     AddMembers(transaction, view);

@@ -20,7 +20,8 @@
 struct CMessageEffects {
     struct CNewMessage {
         std::string queueFolder;
-        std::string text;  // CR LF
+        std::string text;      // CR LF
+        bool inOrder = false;  // the folder is read in the order in which messages came to it
     };
     struct CCopyOfIt {
         std::string queueFolder;

@@ -47,6 +47,7 @@ bool Describe(const std::string& path, CPendingMessage& message) {
     message.from = HeaderFieldInUtf8(head.header, "From");
     message.subject = HeaderFieldInUtf8(head.header, "Subject");
     message.size = status.size;
+    message.written = status.times.modified;
     return true;
 }
 
@@ -63,7 +64,7 @@ void AddFrom(const std::string& folder, std::uint32_t list, bool isAccepted, std
         if (!iterator.Next()) break;
     }
     std::sort(messages.begin() + first, messages.end(), [](const CPendingMessage& a, const CPendingMessage& b) {
-        return std::tie(a.received, a.id) < std::tie(b.received, b.id);
+        return std::tie(a.received, a.written, a.id) < std::tie(b.received, b.written, b.id);
     });
 }
 

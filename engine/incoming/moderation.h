@@ -24,8 +24,9 @@ struct CPendingMessage {
     std::string id;  // number of the file
     std::string path;
     std::uint32_t list = 0;
-    bool isAccepted = false;  // and not yet processed
-    std::int64_t received = 0;
+    bool isAccepted = false;    // and not yet processed
+    std::int64_t received = 0;  // seconds since 1970
+    std::int64_t written = 0;   // nanoseconds since 1970: the order of those of one second
     std::string from;
     std::string subject;
     std::uint64_t size = 0;

@@ -236,7 +236,7 @@ void CPlanExecution::Collect(const CStep& step) {
         if (invalid.empty()) ThrowLastError();
         return AnswerInvalid(step, invalid);
     }
-    step.effects.messages.push_back({GetDigestEntryFolder(m_view.GetList().number), std::move(text)});
+    step.effects.messages.push_back({GetDigestEntryFolder(m_view.GetList().number), std::move(text), true});
     ++step.effects.totals.digested;
     step.effects.Say("kept for the digest" + OfRule(step.Rule()));
 }

@@ -1,6 +1,7 @@
 #include "engine/incoming/digests.h"
 
 #include "engine/broadcastjob.h"
+#include "engine/incoming/cycletransaction.h"
 #include "engine/listaccount.h"
 #include "platform/faultplan.h"
 #include "platform/filestatus.h"
@@ -62,6 +63,21 @@ TEST_F(Digests, AfterAFaultAtAnyPointEveryEntryIsInOneDigest) {
     }
     EXPECT_TRUE(SendDigest(m_list, 3000, sent));
     EXPECT_FALSE(sent) << "nothing collected, nothing sent";
+}
+
+// Of one transaction, so within one tick of the clock that stamps files.
+TEST_F(Digests, KeepTheOrderOfThePosts) {
+    CCycleState cycle;
+    ASSERT_TRUE(cycle.Open(m_list) && cycle.Recover());
+    CCycleTransaction transaction(cycle);
+    for (int i = 0; i < 20; ++i)
+        ASSERT_TRUE(transaction.AddMessage(GetDigestEntryFolder(m_list), std::to_string(i)) && transaction.KeepOrder());
+    ASSERT_TRUE(transaction.Commit());
+    CDigestState state;
+    ASSERT_TRUE(ReadDigestState(m_list, state));
+    ASSERT_EQ(state.entries.size(), 20u);
+    for (std::size_t i = 0; i < 20; ++i)
+        EXPECT_EQ(Get(state.entries[i]), std::to_string(i));
 }
 
 TEST_F(Digests, AreDueByTimeOrByCount) {
