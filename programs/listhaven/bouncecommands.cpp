@@ -131,7 +131,9 @@ void Classify(const CArguments& arguments) {
         CMimeMessage message;
         if (!message.Load(file)) {
             ++unread;
-            std::fprintf(stderr, "listhaven: %s: %s\n", Printable(file).c_str(), DescribeLastError().c_str());
+            const std::string reason = DescribeLastError();  // may begin with the name of the file
+            const std::string line = reason.starts_with(file) ? reason : file + ": " + reason;
+            std::fprintf(stderr, "listhaven: %s\n", Printable(line).c_str());
             continue;
         }
         const CBounceReport report = ClassifyMessage(message);
