@@ -34,10 +34,6 @@ bool IsVisible(char c) noexcept {
     return c > ' ' && c < 0x7f;
 }
 
-bool IsBefore(const Pop3Message& message, std::uint32_t number) {
-    return message.number < number;
-}
-
 }  // namespace
 
 bool ParsePop3Reply(std::string_view line, Pop3Reply& reply) {
@@ -81,45 +77,39 @@ bool IsPop3Argument(std::string_view text) noexcept {
     return !text.empty() && text.size() <= MaxArgument && std::none_of(text.begin(), text.end(), isControl);
 }
 
-CPop3Listing::CPop3Listing(Kind kind, std::vector<Pop3Message>& messages)
-    : m_kind(kind), m_messages(messages), m_isKnown(kind == Kind::Uids && !messages.empty()) {
-    std::sort(messages.begin(), messages.end(), [](const auto& a, const auto& b) { return a.number < b.number; });
-    m_isSeen.resize(messages.size());
+CPop3ListReader::CPop3ListReader(Kind kind, CPop3Listing& listing)
+    : m_kind(kind), m_listing(listing), m_isKnown(kind == Kind::Uids && !listing.IsEmpty()) {
+    listing.Sort();
+    m_isSeen.resize(listing.GetCount());
 }
 
-bool CPop3Listing::Add(std::string_view line) {
+bool CPop3ListReader::Add(std::string_view line) {
     std::uint32_t number = 0;
     TakeBlanks(line);
     if (++m_count > MaxPop3Messages || !TakeNumber(line, number) || number == 0 || !TakeBlanks(line)) return false;
     return Store(number, line.substr(0, line.find(' ')));
 }
 
-bool CPop3Listing::Store(std::uint32_t number, std::string_view value) {
-    Pop3Message fresh;
-    Pop3Message* message = &fresh;
+bool CPop3ListReader::Store(std::uint32_t number, std::string_view value) {
+    std::size_t index = m_listing.GetCount();
     if (m_isKnown) {
-        const auto found = std::lower_bound(m_messages.begin(), m_messages.end(), number, IsBefore);
-        if (found == m_messages.end() || found->number != number) return false;
-        const auto index = static_cast<std::size_t>(found - m_messages.begin());
-        if (m_isSeen[index]) return false;
+        index = m_listing.Find(number);
+        if (index == m_listing.GetCount() || m_isSeen[index]) return false;
         m_isSeen[index] = true;
-        message = &*found;
     }
-    message->number = number;
+    std::uint64_t size = 0;
     if (m_kind == Kind::Sizes) {
-        if (!TakeNumber(value, message->size) || !value.empty()) return false;
-    } else {
-        if (value.empty() || value.size() > MaxUid || !std::all_of(value.begin(), value.end(), IsVisible)) return false;
-        message->uid = value;
+        if (!TakeNumber(value, size) || !value.empty()) return false;
+    } else if (value.empty() || value.size() > MaxUid || !std::all_of(value.begin(), value.end(), IsVisible)) {
+        return false;
     }
-    if (!m_isKnown) m_messages.push_back(std::move(fresh));
+    if (!m_isKnown) m_listing.Add(number, size);
+    if (m_kind == Kind::Uids) m_listing.SetUid(index, value);
     return true;
 }
 
-bool CPop3Listing::Finish() {
-    std::sort(m_messages.begin(), m_messages.end(), [](const auto& a, const auto& b) { return a.number < b.number; });
-    return std::adjacent_find(m_messages.begin(), m_messages.end(),
-                              [](const auto& a, const auto& b) { return a.number == b.number; }) == m_messages.end();
+bool CPop3ListReader::Finish() {
+    return m_listing.Sort();
 }
 
 bool CDotUnstuffer::Add(std::string_view piece, bool endsLine, std::string& text) {

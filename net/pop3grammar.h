@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "net/pop3session.h"
+#include "net/pop3listing.h"
 
 namespace Net {
 
@@ -41,13 +41,13 @@ bool ParseMailboxStatus(std::string_view text, std::uint32_t& count, std::uint64
 bool IsPop3Argument(std::string_view text) noexcept;
 
 // What LIST or UIDL say, line by line.
-class CPop3Listing {
+class CPop3ListReader {
 public:
     enum class Kind : std::uint8_t { Sizes, Uids };
 
-    // messages keeps what it holds; a list of uids for other messages than
-    // those is a bad one, unless it is empty.
-    CPop3Listing(Kind kind, std::vector<Pop3Message>& messages);
+    // listing keeps what it holds; a list of uids for other messages than those
+    // is a bad one, unless it is empty.
+    CPop3ListReader(Kind kind, CPop3Listing& listing);
     bool Add(std::string_view line);
     bool Finish();  // sorted by number; false when a number came twice
 
@@ -55,7 +55,7 @@ private:
     bool Store(std::uint32_t number, std::string_view value);
 
     Kind m_kind;
-    std::vector<Pop3Message>& m_messages;
+    CPop3Listing& m_listing;
     bool m_isKnown;  // the numbers are; sorted
     std::vector<bool> m_isSeen;
     std::size_t m_count = 0;

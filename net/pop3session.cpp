@@ -47,7 +47,7 @@ struct CPop3Session::CState {
     bool Ask(std::string_view command, std::string_view shown = {});
     bool Demand(std::string_view command, std::string_view shown = {});  // and the reply is positive
     bool ReadLines(std::size_t maxLines, const std::function<bool(std::string_view line)>& take);
-    bool ReadListing(std::string_view command, CPop3Listing::Kind kind, std::vector<Pop3Message>& messages);
+    bool ReadListing(std::string_view command, CPop3ListReader::Kind kind, CPop3Listing& listing);
     bool ReadMessage(const std::string& command, std::uint64_t maxOctets, const Sink& sink);
 
     bool ReadGreeting();
@@ -124,13 +124,12 @@ bool CPop3Session::CState::ReadLines(std::size_t maxLines, const std::function<b
     }
 }
 
-bool CPop3Session::CState::ReadListing(std::string_view command, CPop3Listing::Kind kind,
-                                       std::vector<Pop3Message>& messages) {
+bool CPop3Session::CState::ReadListing(std::string_view command, CPop3ListReader::Kind kind, CPop3Listing& listing) {
     if (!Start() || !Demand(command)) return false;
-    CPop3Listing listing(kind, messages);
-    if (!ReadLines(MaxPop3Messages, [&](std::string_view text) { return listing.Add(text); })) return false;
-    if (trace.IsOn()) trace.Happened(std::to_string(messages.size()) + " messages");
-    return listing.Finish() || FailByProtocol("has named a message twice");
+    CPop3ListReader reader(kind, listing);
+    if (!ReadLines(MaxPop3Messages, [&](std::string_view text) { return reader.Add(text); })) return false;
+    if (trace.IsOn()) trace.Happened(std::to_string(listing.GetCount()) + " messages");
+    return reader.Finish() || FailByProtocol("has named a message twice");
 }
 
 bool CPop3Session::CState::ReadMessage(const std::string& command, std::uint64_t maxOctets, const Sink& sink) {
@@ -259,13 +258,13 @@ bool CPop3Session::GetStatus(std::uint32_t& count, std::uint64_t& octets) {
            s.FailByProtocol("has answered STAT with \"" + s.lastReply + '"');
 }
 
-bool CPop3Session::GetMessages(std::vector<Pop3Message>& messages) {
-    messages.clear();
-    return m_state->ReadListing("LIST", CPop3Listing::Kind::Sizes, messages);
+bool CPop3Session::GetMessages(CPop3Listing& listing) {
+    listing.Clear();
+    return m_state->ReadListing("LIST", CPop3ListReader::Kind::Sizes, listing);
 }
 
-bool CPop3Session::GetUids(std::vector<Pop3Message>& messages) {
-    return m_state->ReadListing("UIDL", CPop3Listing::Kind::Uids, messages);
+bool CPop3Session::GetUids(CPop3Listing& listing) {
+    return m_state->ReadListing("UIDL", CPop3ListReader::Kind::Uids, listing);
 }
 
 bool CPop3Session::Retrieve(std::uint32_t number, std::uint64_t maxOctets, const Sink& sink) {

@@ -16,10 +16,10 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "net/connection.h"
 #include "net/failure.h"
+#include "net/pop3listing.h"
 
 namespace Net {
 
@@ -29,12 +29,6 @@ struct Pop3Options {
     ConnectOptions connect;
     std::chrono::milliseconds replyTimeout{60000};
     std::string traceFile;  // appended; passwords masked; "": none
-};
-
-struct Pop3Message {
-    std::uint32_t number = 0;
-    std::uint64_t size = 0;  // octets, as the server says
-    std::string uid;         // from GetUids(); "" otherwise
 };
 
 class CPop3Session {
@@ -50,8 +44,8 @@ public:
     bool Login(Pop3Login method, std::string_view login, std::string_view password);
 
     bool GetStatus(std::uint32_t& count, std::uint64_t& octets);
-    bool GetMessages(std::vector<Pop3Message>& messages);  // LIST
-    bool GetUids(std::vector<Pop3Message>& messages);      // UIDL; fills in the uids
+    bool GetMessages(CPop3Listing& listing);  // LIST
+    bool GetUids(CPop3Listing& listing);      // UIDL; fills in the uids
 
     // Blocks of the message with CR LF, dots taken off.  sink returning false
     // ends the session.  More than maxOctets fails as Protocol.

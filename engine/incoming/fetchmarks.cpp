@@ -1,6 +1,7 @@
 #include "engine/incoming/fetchmarks.h"
 
 #include <array>
+#include <vector>
 
 #include "engine/incoming/mailfetch.h"
 #include "utility/text.h"
@@ -12,12 +13,12 @@ constexpr std::size_t MarksPerCommit = 5000;
 constexpr std::array<std::string_view, 4> Words = {"", "keep", "delete", "gone"};
 
 // change is false where the mark may stay as it is.
-bool ChangeMarks(CCycleState& state, const std::vector<std::string>& keys,
-                 const std::function<bool(CServerMark& mark)>& change) {
+bool ChangeMarks(CCycleState& state, const CServerKeys& keys, const std::function<bool(CServerMark& mark)>& change) {
     CCycleTransaction transaction(state);
     std::size_t count = 0;
     std::string value;
-    for (const std::string& key : keys) {
+    for (std::size_t i = 0; i < keys.count; ++i) {
+        const std::string_view key = keys.get(i);
         if (!state.GetMark(MarkKind::ServerMessage, key, value)) continue;
         CServerMark mark = CServerMark::Parse(value);
         if (!change(mark)) continue;
@@ -57,7 +58,7 @@ bool MarkForRemoval(CCycleTransaction& transaction, std::string_view serverId) {
     return true;
 }
 
-bool RenewServerMarks(CCycleState& state, const std::vector<std::string>& listed, std::int64_t now) {
+bool RenewServerMarks(CCycleState& state, const CServerKeys& listed, std::int64_t now) {
     return ChangeMarks(state, listed, [&](CServerMark& mark) {
         if (mark.lastSeen > now - SecondsPerDay && mark.lastSeen <= now) return false;
         mark.lastSeen = now;
@@ -65,7 +66,7 @@ bool RenewServerMarks(CCycleState& state, const std::vector<std::string>& listed
     });
 }
 
-bool SetServerMarksGone(CCycleState& state, const std::vector<std::string>& deleted, std::int64_t now) {
+bool SetServerMarksGone(CCycleState& state, const CServerKeys& deleted, std::int64_t now) {
     return ChangeMarks(state, deleted, [&](CServerMark& mark) {
         mark.state = CServerMark::State::Gone;
         mark.lastSeen = now;

@@ -11,11 +11,11 @@
 #ifndef LISTHAVEN_ENGINE_INCOMING_FETCHMARKS_H
 #define LISTHAVEN_ENGINE_INCOMING_FETCHMARKS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "engine/incoming/cycletransaction.h"
 
@@ -31,11 +31,17 @@ struct CServerMark {
     std::string Encode() const;
 };
 
+// Best in their order, in which the state has them too.
+struct CServerKeys {
+    std::size_t count = 0;
+    std::function<std::string_view(std::size_t index)> get;
+};
+
 // Those that the server lists: their time is renewed once a day.
-bool RenewServerMarks(CCycleState& state, const std::vector<std::string>& listed, std::int64_t now);
+bool RenewServerMarks(CCycleState& state, const CServerKeys& listed, std::int64_t now);
 
 // Their deletion was confirmed.
-bool SetServerMarksGone(CCycleState& state, const std::vector<std::string>& deleted, std::int64_t now);
+bool SetServerMarksGone(CCycleState& state, const CServerKeys& deleted, std::int64_t now);
 
 // Those not listed since that time; keys that isListed names stay.
 bool DropServerMarks(CCycleState& state, const std::function<bool(std::string_view key)>& isListed,

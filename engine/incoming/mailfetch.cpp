@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
-#include <map>
-#include <optional>
-#include <set>
 #include <utility>
 
 #include "app/heartbeat.h"
@@ -13,6 +10,7 @@
 #include "engine/incoming/fetchedmessage.h"
 #include "engine/incoming/fetchmarks.h"
 #include "engine/incoming/inboxmessage.h"
+#include "engine/incoming/knowncontents.h"
 #include "engine/incoming/mailboxlisting.h"
 #include "engine/incoming/mailretrieval.h"
 #include "senddaemon/popclient.h"
@@ -47,7 +45,7 @@ struct CMailFetch::CState {
     void EndIn(Clock::duration time);
     bool WasEndedByTime();
     bool Connect();
-    bool List(std::vector<Pop3Message>& listing);
+    bool List(Net::CPop3Listing& listing);
     bool Reconnect();
     void Order(const CCycleTransaction& transaction);
     bool TakeOrdered(CCycleTransaction& transaction, std::int64_t now, std::vector<CInboxMessage>& group);
@@ -60,9 +58,8 @@ struct CMailFetch::CState {
     CServerMark FindMark(CCycleTransaction& transaction, const std::string& key, const std::string& content);
     bool SkipKnown(CCycleTransaction& transaction, const std::string& key, CServerMark& mark);
     bool FailRetrieval(const Net::Failure& why);
-    CServerMark GetMark(const CCycleTransaction& transaction, const std::string& key) const;
-    bool IsSurelyKnown(const CServerMark& mark, const Pop3Message& message) const;
-    void LoadContents();
+    CServerMark GetMark(const CCycleTransaction& transaction, std::string_view key) const;
+    bool IsSurelyKnown(const CServerMark& mark, std::size_t index) const;
     CServerMark TakeByContent(CCycleTransaction& transaction, const std::string& content);
     bool DeleteMarked(bool isOneByOne);
     bool DeleteMarkedInTheEnd();
@@ -73,12 +70,9 @@ struct CMailFetch::CState {
     CFetchOptions options;
     std::uint64_t limit = 0;  // octets of a message
     SendDaemon::CPopClient client;
-    std::vector<Pop3Message> messages;
-    std::vector<std::string> keys;  // of the messages, where they are known
+    CMailboxListing messages;
     std::size_t next = 0;
-    std::set<std::string> compared;  // keys whose content this session has seen
-    std::optional<std::map<std::string, std::pair<std::string, CServerMark>>> contents;  // known messages by content
-    std::vector<std::string> deleted;                                                    // keys
+    CKnownContents contents;
     CFetchTotals totals;
     std::vector<std::string> paths;  // of the group
     std::uint64_t groupBytes = 0;
@@ -119,9 +113,9 @@ bool CMailFetch::CState::Connect() {
 }
 
 // A server whose list of ids is nonsense is one without ids.
-bool CMailFetch::CState::List(std::vector<Pop3Message>& listing) {
+bool CMailFetch::CState::List(Net::CPop3Listing& listing) {
     if (!Session().GetMessages(listing)) return FailBySession();
-    if (!hasUids || listing.empty()) return true;
+    if (!hasUids || listing.IsEmpty()) return true;
     if (!Session().GetUids(listing)) {
         const auto kind = Session().GetFailure().kind;
         if (kind != FailureKind::Reply && kind != FailureKind::Protocol) return FailBySession();
@@ -131,7 +125,6 @@ bool CMailFetch::CState::List(std::vector<Pop3Message>& listing) {
             return Connect() && List(listing);
         }
     }
-    DropDoubledIds(listing);
     return true;
 }
 
@@ -139,54 +132,37 @@ bool CMailFetch::CState::List(std::vector<Pop3Message>& listing) {
 // mailbox has changed meanwhile, the walk begins again: what is known is skipped.
 bool CMailFetch::CState::Reconnect() {
     if (++reconnects > MostReconnects) return Fail("Too many messages above the size limit for one session");
-    std::vector<Pop3Message> listing;
+    Net::CPop3Listing listing;
     if (!Connect() || !List(listing)) return false;
-    const bool isSame =
-        listing.size() >= next &&
-        std::equal(listing.begin(), listing.begin() + static_cast<std::ptrdiff_t>(next), messages.begin(), AreSame);
-    messages = std::move(listing);
-    if (!isSame) {
-        next = 0;
-        keys.clear();
-    }
-    keys.resize(messages.size());
+    if (!messages.Replace(std::move(listing), next)) next = 0;
     return true;
 }
 
-CServerMark CMailFetch::CState::GetMark(const CCycleTransaction& transaction, const std::string& key) const {
+CServerMark CMailFetch::CState::GetMark(const CCycleTransaction& transaction, std::string_view key) const {
     std::string value;
     transaction.GetMark(MarkKind::ServerMessage, key, value);
     return CServerMark::Parse(value);
 }
 
 // An id can have gone over to another message, which must not be deleted unread.
-bool CMailFetch::CState::IsSurelyKnown(const CServerMark& mark, const Pop3Message& message) const {
-    const bool isOfThatSize = mark.size == message.size;
+bool CMailFetch::CState::IsSurelyKnown(const CServerMark& mark, std::size_t index) const {
+    const std::uint64_t size = messages.Get(index).size;
+    const bool isOfThatSize = mark.size == size;
     if (mark.state == MarkState::Keep) return mark.size == 0 || isOfThatSize;
     if (mark.state != MarkState::Delete) return false;
-    return compared.contains(message.uid) || (isOfThatSize && message.size > limit);
-}
-
-// But for those that this session has met already.
-void CMailFetch::CState::LoadContents() {
-    const std::set<std::string_view> met(keys.begin(), keys.begin() + static_cast<std::ptrdiff_t>(next));
-    contents.emplace();
-    state.ForEachMark(MarkKind::ServerMessage, [&](std::string_view key, std::string_view value) {
-        const CServerMark mark = CServerMark::Parse(value);
-        const bool isThere = mark.state == MarkState::Keep || mark.state == MarkState::Delete;
-        if (isThere && !mark.content.empty() && !met.contains(key))
-            contents->insert({mark.content, {std::string(key), mark}});
-        return true;
-    });
+    return messages.IsCompared(index) || (isOfThatSize && size > limit);
 }
 
 // A server that gives its messages other ids must not make them come twice.  The
 // mark under the other key is taken away.
 CServerMark CMailFetch::CState::TakeByContent(CCycleTransaction& transaction, const std::string& content) {
-    if (!contents) LoadContents();
-    const auto found = contents->find(content);
-    if (found == contents->end()) return {};
-    const auto [key, mark] = found->second;
+    if (!contents.IsLoaded()) {
+        const CMailboxListing::Order met = messages.SortNoted(next);
+        contents.Load(state, [&](std::string_view key) { return messages.Contains(met, key); });
+    }
+    std::string key;
+    CServerMark mark;
+    if (!contents.Find(content, key, mark)) return {};
     if (GetMark(transaction, key).content == content) transaction.SetMark(MarkKind::ServerMessage, key, "");
     return mark;
 }
@@ -195,12 +171,12 @@ bool CMailFetch::CState::FetchOne(CCycleTransaction& transaction, std::int64_t n
     Beat();
     if (isCancelled) return Fail("Fetching was cancelled");
     if (!Session().IsOpen() && !Reconnect()) return false;
-    if (next >= messages.size()) return true;
-    const Pop3Message& message = messages[next];
-    keys[next] = message.uid;
+    if (next >= messages.GetCount()) return true;
+    const Pop3Message message = messages.Get(next);
+    messages.NoteKey(next, message.uid);
     const CServerMark mark = message.uid.empty() ? CServerMark() : GetMark(transaction, message.uid);
-    if (IsSurelyKnown(mark, message)) {
-        if (contents) contents->erase(mark.content);
+    if (IsSurelyKnown(mark, next)) {
+        contents.Forget(mark.content);
         ++totals.known;
         ++next;
         return true;
@@ -212,26 +188,27 @@ bool CMailFetch::CState::FetchOne(CCycleTransaction& transaction, std::int64_t n
 bool CMailFetch::CState::FailRetrieval(const Net::Failure& why) {
     if (why.kind != FailureKind::Reply) return Fail(why.text);
     if (++totals.vanished <= MostLogged)
-        Log(LogWarning, "Message %u is left out: %s\n", static_cast<unsigned>(messages[next].number), why.text.c_str());
+        Log(LogWarning, "Message %u is left out: %s\n", static_cast<unsigned>(messages.Get(next).number),
+            why.text.c_str());
     ++next;
     return true;
 }
 
 bool CMailFetch::CState::FetchWhole(CCycleTransaction& transaction, std::int64_t now) {
-    CFetchedMessage fetched(transaction, messages[next].uid, now);
+    CFetchedMessage fetched(transaction, messages.Get(next).uid, now);
     if (!fetched.Begin(GetInboxFolder(list))) return Fail(GetLastErrorText());
     const auto take = [&](std::string_view block) {
         Beat();
         return fetched.Add(block, limit);
     };
-    if (Session().Retrieve(messages[next].number, UINT64_MAX, take)) return Store(transaction, fetched, 0, now);
+    if (Session().Retrieve(messages.Get(next).number, UINT64_MAX, take)) return Store(transaction, fetched, 0, now);
     if (fetched.IsTooLarge()) return Store(transaction, fetched, fetched.GetOctets(), now);
     if (Session().GetFailure().kind == FailureKind::Local) return Fail(GetLastErrorText());
     return FailRetrieval(Session().GetFailure());
 }
 
 bool CMailFetch::CState::FetchTooLarge(CCycleTransaction& transaction, std::int64_t now) {
-    const Pop3Message message = messages[next];
+    const Pop3Message message = messages.Get(next);
     CFetchedMessage fetched(transaction, message.uid, now);
     const auto take = [&](std::string_view block) {
         Beat();
@@ -255,10 +232,10 @@ CServerMark CMailFetch::CState::FindMark(CCycleTransaction& transaction, const s
     CServerMark mark = GetMark(transaction, key);
     const bool isUnsaid = mark.content.empty() && (mark.state == MarkState::Keep || mark.state == MarkState::Delete);
     if (mark.content != content && !isUnsaid) mark = TakeByContent(transaction, content);
-    if (contents) contents->erase(content);
-    compared.insert(key);
-    keys[next] = key;
-    mark.size = messages[next].size;
+    contents.Forget(content);
+    messages.NoteCompared(next);
+    messages.NoteKey(next, key);
+    mark.size = messages.Get(next).size;
     return mark;
 }
 
@@ -276,9 +253,9 @@ void CMailFetch::CState::Order(const CCycleTransaction& transaction) {
     ordered.clear();
     std::vector<std::uint32_t> wanted;
     std::uint64_t octets = 0;
-    for (std::size_t i = next; i < messages.size() && wanted.size() < GroupSize && octets < GroupBytes; ++i) {
-        const Pop3Message& message = messages[i];
-        const bool isKnown = !message.uid.empty() && IsSurelyKnown(GetMark(transaction, message.uid), message);
+    for (std::size_t i = next; i < messages.GetCount() && wanted.size() < GroupSize && octets < GroupBytes; ++i) {
+        const Pop3Message message = messages.Get(i);
+        const bool isKnown = !message.uid.empty() && IsSurelyKnown(GetMark(transaction, message.uid), i);
         const bool isLong = message.size > std::min(limit, CMailRetrieval::LargestMessage);
         if (!isKnown && (isLong || !saysSizes)) break;
         ordered.push_back(!isKnown);
@@ -303,10 +280,11 @@ bool CMailFetch::CState::TakeOrdered(CCycleTransaction& transaction, std::int64_
             if (!TakeRetrieved(transaction, *at++, now, group)) return false;
             continue;
         }
-        const CServerMark mark = GetMark(transaction, messages[next].uid);
-        if (!IsSurelyKnown(mark, messages[next])) return true;
-        if (contents) contents->erase(mark.content);
-        keys[next] = messages[next].uid;
+        const std::string_view uid = messages.Get(next).uid;
+        const CServerMark mark = GetMark(transaction, uid);
+        if (!IsSurelyKnown(mark, next)) return true;
+        contents.Forget(mark.content);
+        messages.NoteKey(next, uid);
         ++totals.known;
         ++next;
     }
@@ -321,7 +299,7 @@ bool CMailFetch::CState::TakeRetrieved(CCycleTransaction& transaction, CRetrieve
     }
     if (!retrieved.isWhole) return FailRetrieval(retrieved.failure);
     if (retrieved.content.empty()) return Fail("This system does not allow SHA-256.");
-    const Pop3Message& message = messages[next];
+    const Pop3Message message = messages.Get(next);
     CInboxMessage taken;
     taken.key = message.uid.empty() ? retrieved.content : message.uid;
     CServerMark mark = FindMark(transaction, taken.key, retrieved.content);
@@ -343,10 +321,10 @@ bool CMailFetch::CState::TakeRetrieved(CCycleTransaction& transaction, CRetrieve
 bool CMailFetch::CState::Store(CCycleTransaction& transaction, CFetchedMessage& fetched, std::uint64_t tooLargeSize,
                                std::int64_t now) {
     const bool isTooLarge = tooLargeSize != 0;
-    const Pop3Message& message = messages[next];
+    const Pop3Message message = messages.Get(next);
     const std::string content = fetched.MakeContentKey(isTooLarge ? std::to_string(message.size) : std::string());
     if (content.empty()) return Fail(GetLastErrorText());
-    const std::string key = message.uid.empty() ? content : message.uid;
+    const std::string key(message.uid.empty() ? std::string_view(content) : message.uid);
     CServerMark mark = FindMark(transaction, key, content);
     ++next;
     if (SkipKnown(transaction, key, mark)) return true;
@@ -366,17 +344,18 @@ bool CMailFetch::CState::Store(CCycleTransaction& transaction, CFetchedMessage& 
 
 bool CMailFetch::CState::DeleteMarked(bool isOneByOne) {
     if (isCancelled) return Fail("Fetching was cancelled");
-    std::vector<std::size_t> due;
+    std::vector<std::uint32_t> due;
     std::vector<std::uint32_t> numbers;
     std::string value;
     for (std::size_t i = 0; i < next; ++i) {
-        if (keys[i].empty() || !state.GetMark(MarkKind::ServerMessage, keys[i], value)) continue;
+        const std::string_view key = messages.GetKey(i);
+        if (key.empty() || !state.GetMark(MarkKind::ServerMessage, key, value)) continue;
         if (CServerMark::Parse(value).state != MarkState::Delete) continue;
-        due.push_back(i);
-        numbers.push_back(messages[i].number);
+        due.push_back(static_cast<std::uint32_t>(i));
+        numbers.push_back(messages.Get(i).number);
     }
     const auto take = [&](std::size_t index, bool isDone) {
-        if (isDone) return deleted.push_back(keys[due[index]]);
+        if (isDone) return messages.NoteDeleted(due[index]);
         Log(LogWarning, "Message %u stays on the server: %s\n", static_cast<unsigned>(numbers[index]),
             Session().GetFailure().text.c_str());
     };
@@ -388,24 +367,24 @@ bool CMailFetch::CState::DeleteMarkedInTheEnd() {
     if (DeleteMarked(false)) return true;
     if (isCancelled || Session().IsOpen()) return false;
     Log(LogWarning, "%s The messages are deleted one by one.\n", std::exchange(failure, {}).c_str());
-    deleted.clear();
+    messages.ForgetDeleted();
     return Reconnect() && DeleteMarked(true);
 }
 
 bool CMailFetch::CState::TidyMarks(std::int64_t now, bool isConfirmed) {
-    std::vector<std::string> listed;
-    bool areAllKnown = true;
-    for (std::size_t i = 0; i < messages.size(); ++i) {
-        const std::string& key = keys[i].empty() ? messages[i].uid : keys[i];
-        if (!key.empty()) listed.push_back(key);
-        areAllKnown = areAllKnown && !key.empty();
-    }
-    std::sort(listed.begin(), listed.end());
+    const CMailboxListing::Order listed = messages.SortAll();
+    const CMailboxListing::Order deleted = messages.SortDeleted();
+    const bool areAllKnown = listed.size() == messages.GetCount();
     const auto isListed = [&](std::string_view key) {
         // One that is known by its content may be among those that were not fetched.
-        return std::binary_search(listed.begin(), listed.end(), key) || (!areAllKnown && key.starts_with('#'));
+        return messages.Contains(listed, key) || (!areAllKnown && key.starts_with('#'));
     };
-    return RenewServerMarks(state, listed, now) && (!isConfirmed || SetServerMarksGone(state, deleted, now)) &&
+    const auto keysOf = [&](const CMailboxListing::Order& order) {
+        return CServerKeys{order.size(), [&](std::size_t i) { return messages.GetKeyOrUid(order[i]); }};
+    };
+    if (isConfirmed) totals.deleted += deleted.size();
+    return RenewServerMarks(state, keysOf(listed), now) &&
+           (!isConfirmed || SetServerMarksGone(state, keysOf(deleted), now)) &&
            DropServerMarks(state, isListed, now - (options.keepIds ? KeptLongFor : KeptFor));
 }
 
@@ -424,7 +403,7 @@ void CMailFetch::LimitTime(std::chrono::milliseconds limit) {
 }
 
 bool CMailFetch::IsCut() const {
-    return Clock::now() >= m_state->lastBegin && m_state->next < m_state->messages.size();
+    return Clock::now() >= m_state->lastBegin && m_state->next < m_state->messages.GetCount();
 }
 
 void CMailFetch::StopWhen(std::function<bool()> stop) {
@@ -433,8 +412,9 @@ void CMailFetch::StopWhen(std::function<bool()> stop) {
 
 bool CMailFetch::Open() {
     CState& s = *m_state;
-    if (!s.Connect() || !s.List(s.messages)) return false;
-    s.keys.assign(s.messages.size(), {});
+    Net::CPop3Listing listing;
+    if (!s.Connect() || !s.List(listing)) return false;
+    s.messages.Replace(std::move(listing), 0);
     return true;
 }
 
@@ -450,7 +430,7 @@ CMailFetch::Step CMailFetch::Next(std::int64_t now, std::vector<CInboxMessage>& 
            !s.IsToStop()) {
         if (s.ordered.empty() && s.Session().IsOpen()) s.Order(transaction);
         if (!s.paths.empty() && !s.ordered.empty()) break;
-        if (s.ordered.empty() && s.next >= s.messages.size()) break;
+        if (s.ordered.empty() && s.next >= s.messages.GetCount()) break;
         if (!(s.ordered.empty() ? s.FetchOne(transaction, now) : s.TakeOrdered(transaction, now, group))) break;
     }
     if (s.failure.empty() && s.ordered.empty() && s.Session().IsOpen() && !s.IsToStop()) s.Order(transaction);
@@ -478,7 +458,6 @@ bool CMailFetch::Finish(std::int64_t now) {
     if (!s.Session().IsOpen() && !s.Reconnect()) return false;
     if (!s.DeleteMarkedInTheEnd()) return false;
     const bool isConfirmed = s.Session().Quit() || s.FailBySession();
-    if (isConfirmed) s.totals.deleted += s.deleted.size();
     if (s.totals.vanished > MostLogged)
         Log(LogWarning, "%llu messages in all were left out.\n", static_cast<unsigned long long>(s.totals.vanished));
     const bool isTidy = s.TidyMarks(now, isConfirmed) || s.Fail(GetLastErrorText());

@@ -123,14 +123,14 @@ std::vector<CMail> CMailWorld::Read(const std::string& mailbox) {
     options.connect.port = m_server.GetMailboxes().GetPort();
     options.connect.tlsMode = Net::TlsMode::None;
     Net::CPop3Session session;
-    std::vector<Net::Pop3Message> messages;
+    Net::CPop3Listing messages;
     EXPECT_TRUE(session.Open(options) && session.Login(Net::Pop3Login::UserPass, mailbox, Password) &&
                 session.GetMessages(messages))
         << mailbox << ": " << session.GetFailure().text;
     std::vector<CMail> mails;
-    for (const Net::Pop3Message& message : messages) {
+    for (std::size_t i = 0; i < messages.GetCount(); ++i) {
         std::string text;
-        EXPECT_TRUE(session.Retrieve(message.number, 10'000'000, [&](std::string_view block) {
+        EXPECT_TRUE(session.Retrieve(messages.Get(i).number, 10'000'000, [&](std::string_view block) {
             text += block;
             return true;
         }));

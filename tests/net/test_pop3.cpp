@@ -90,14 +90,14 @@ TEST_F(Pop3, MessagesComeAsTheyAre) {
     ASSERT_TRUE(LogIn()) << m_session.GetFailure().text;
     std::uint32_t count = 0;
     std::uint64_t octets = 0;
-    std::vector<Pop3Message> messages;
+    CPop3Listing messages;
     ASSERT_TRUE(m_session.GetStatus(count, octets) && m_session.GetMessages(messages) && m_session.GetUids(messages))
         << m_session.GetFailure().text;
-    ASSERT_EQ(messages.size(), 3u);
+    ASSERT_EQ(messages.GetCount(), 3u);
     EXPECT_EQ(count, 3u);
-    EXPECT_EQ(messages[0].size + messages[1].size + messages[2].size, octets);
-    EXPECT_EQ(messages[1].size, Long.size());
-    EXPECT_TRUE(!messages[0].uid.empty() && messages[0].uid != messages[1].uid);
+    EXPECT_EQ(messages.Get(0).size + messages.Get(1).size + messages.Get(2).size, octets);
+    EXPECT_EQ(messages.Get(1).size, Long.size());
+    EXPECT_TRUE(!messages.Get(0).uid.empty() && messages.Get(0).uid != messages.Get(1).uid);
 
     std::string text;
     ASSERT_TRUE(m_session.Retrieve(1, Dots.size(), StoreIn(text))) << m_session.GetFailure().text;
@@ -121,9 +121,9 @@ TEST_F(Pop3, OnlyQuitDeletes) {
         ASSERT_TRUE(lost.Open(m_options) && lost.Login(Pop3Login::Apop, "alice", "alice pw") && lost.Delete(1));
     }
     ASSERT_TRUE(LogIn() && m_session.Delete(2)) << m_session.GetFailure().text;
-    std::vector<Pop3Message> messages;
+    CPop3Listing messages;
     ASSERT_TRUE(m_session.GetMessages(messages)) << m_session.GetFailure().text;
-    EXPECT_EQ(messages.size(), 2u);
+    EXPECT_EQ(messages.GetCount(), 2u);
     ASSERT_TRUE(m_session.Quit()) << m_session.GetFailure().text;
     EXPECT_FALSE(m_session.Delete(1));
     EXPECT_EQ(m_server.CountMessages("alice"), 2u);
@@ -154,11 +154,13 @@ const std::string Greeting = "+OK ready <1.2@there.example>\r\n";
 TEST(Pop3Trouble, WhatNoGoodServerSays) {
     using enum FailureKind;
     const auto list = [](CPop3Session& session) {
-        std::vector<Pop3Message> messages;
+        CPop3Listing messages;
         return session.GetMessages(messages);
     };
     const auto uids = [](CPop3Session& session) {
-        std::vector<Pop3Message> messages = {{1, 10, ""}, {2, 10, ""}};
+        CPop3Listing messages;
+        messages.Add(1, 10);
+        messages.Add(2, 10);
         return session.GetUids(messages);
     };
     const auto status = [](CPop3Session& session) {
