@@ -97,6 +97,9 @@ std::vector<CRuleRow> CRuleTable::Read() {
     CSTable table;
     if (!table.Open(m_path, RuleColumns(), true, false)) Fail(m_path, "cannot be opened.");
     if (static_cast<std::size_t>(table.GetRecordSize()) != RuleLayout().size) Fail(m_path, "has unknown records.");
+    Platform::FileStatus status;  // it is replaced as a whole, so no crash leaves half a rule
+    if (!Platform::GetFileStatus(m_path, status)) Fail(m_path, "cannot be read.");
+    if (status.size % RuleLayout().size != 0) throw CLhvException("The rules file \"" + m_path + "\" was cut.");
     const std::int32_t count = table.GetRecordCount();
     for (std::int32_t index = 0; index < count; ++index) {
         std::vector<std::byte> record(RuleLayout().size);

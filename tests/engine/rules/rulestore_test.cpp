@@ -159,6 +159,8 @@ TEST_F(RuleStore, DamagedFiles) {
     rows[0] = table.MakeRow(9, plain, "");
     table.Write(rows);
     EXPECT_EQ(m_store.Load().at(0).Get().enabled, false);
+    std::filesystem::resize_file(PathOf("7.RUL"), std::filesystem::file_size(PathOf("7.RUL")) - 1);
+    EXPECT_THROW(m_store.Load(), CLhvException) << "without the last rule";
 }
 
 // Whatever fails, and wherever it stops, a rule is the old or the new one.
