@@ -135,9 +135,10 @@ void PrintMessage(const CIncomingMessage& message) {
     std::printf("\n");
 }
 
-void PrintRule(std::size_t index, const RuleFields& rule, const CRuleStep* step) {
-    const char* verdict = step == nullptr ? "is disabled" : step->result.applies ? "applies" : "does not apply";
-    std::printf("Rule %zu \"%s\" %s\n", index + 1, Printable(rule.name).c_str(), verdict);
+void PrintRule(std::size_t index, const CMessageRule& rule, const CRuleStep* step) {
+    std::string verdict = step == nullptr ? "is disabled" : step->result.applies ? "applies" : "does not apply";
+    if (!rule.GetFault().empty()) verdict = "is damaged: " + rule.GetFault() + "; the mail of the list waits";
+    std::printf("Rule %zu \"%s\" %s\n", index + 1, Printable(rule.Get().name).c_str(), Printable(verdict).c_str());
     if (step == nullptr) return;
     if (step->result.conditions.empty()) std::printf("    yes  it has no conditions\n");
     for (const CConditionResult& condition : step->result.conditions) {
@@ -155,7 +156,7 @@ void PrintForPeople(const CTrial& trial) {
     while (reached > 0 && FindStep(trial.plan, reached - 1) == nullptr)
         --reached;
     for (std::size_t i = 0; i < reached; ++i)
-        PrintRule(i, trial.rules[i].Get(), FindStep(trial.plan, i));
+        PrintRule(i, trial.rules[i], FindStep(trial.plan, i));
     if (reached + 1 == count) std::printf("Rule %zu is not reached\n", count);
     if (reached + 1 < count) std::printf("Rules %zu to %zu are not reached\n", reached + 1, count);
     if (!trial.plan.isLoop && !trial.plan.matched) std::printf("No rule applies\n");
