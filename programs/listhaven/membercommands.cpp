@@ -147,6 +147,8 @@ void Show(const CArguments& arguments) {
     table.AddRow({"Last name", member.lastName});
     table.AddRow({"Mode", std::string(DeliveryModeName(member.mode))});
     if (member.IsInactive()) table.AddRow({"Inactive", member.GetProperty("Inactive")});
+    const std::string bounces = member.GetProperty("Bounces");
+    if (!bounces.empty()) table.AddRow({"Bounces", bounces});
     const auto subscribed = ParseNumber(member.GetProperty("Subscribed"));
     table.AddRow({"Subscribed", PrintableTime(subscribed.value_or(0))});
     for (int slot = 0; slot < CMember::SlotCount; ++slot) {
