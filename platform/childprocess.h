@@ -1,5 +1,8 @@
 // childprocess.h - starts another program, waits for it, ends it.
 //
+// A child does not outlive this process, however that ends; on Linux not even
+// the thread that started it, unless it takes on another user's rights.
+//
 // Under Wine a program of the system below is started, but nothing more is known
 // of it: it counts as ended, without status.
 //

@@ -7,6 +7,7 @@
 export WINEPREFIX=${LISTHAVEN_WINEPREFIX:-$(cd "$(dirname "$0")/.." && pwd)/build/wine-prefix}
 export WINEDEBUG=${WINEDEBUG:--all}
 export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-"mscoree,mshtml=;winemenubuilder.exe=;winedbg.exe="}
+export LISTHAVEN_TEST_PROCESS=$$  # what tests start on the system below ends with it
 export LC_ALL=C.UTF-8  # otherwise arguments beyond ASCII are lost
 unset DISPLAY WAYLAND_DISPLAY
 exec wine "$@"

@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +15,62 @@
 extern char** environ;
 
 namespace Platform {
+
+namespace {
+
+// From here to Become() runs in the child of a process that may have threads:
+// only calls that are allowed in a signal handler.
+bool Redirect(int target, const char* path, int flags) {
+    const int opened = open(path, flags, 0660);
+    if (opened < 0 || opened == target) return opened == target;
+    const bool isDone = dup2(opened, target) == target;
+    close(opened);
+    return isDone;
+}
+
+struct CProgram {
+    std::vector<char*> arguments;
+    std::vector<char*> variables;
+    const char* outputFile = nullptr;
+    const char* errorFile = nullptr;
+};
+
+// The reason goes to the parent, if it fails.
+[[noreturn]] void Become(const CProgram& program, pid_t parent, int report) {
+    constexpr int WriteFlags = O_WRONLY | O_CREAT | O_APPEND;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() == parent && Redirect(0, "/dev/null", O_RDONLY) &&
+        (!program.outputFile || Redirect(1, program.outputFile, WriteFlags)) &&
+        (!program.errorFile || Redirect(2, program.errorFile, WriteFlags)))
+        execve(program.arguments[0], program.arguments.data(), program.variables.data());
+    const int fault = errno;
+    if (write(report, &fault, sizeof fault) < 0) _exit(126);
+    _exit(127);
+}
+
+// 0, or what the system said.
+int Spawn(const CProgram& program, pid_t& pid) {
+    int report[2];
+    if (pipe2(report, O_CLOEXEC) != 0) return errno;
+    const pid_t parent = getpid();
+    pid = fork();
+    int fault = pid < 0 ? errno : 0;
+    if (pid == 0) Become(program, parent, report[1]);
+    close(report[1]);
+    ssize_t got;
+    do {
+        got = pid < 0 ? 0 : read(report[0], &fault, sizeof fault);
+    } while (got < 0 && errno == EINTR);
+    close(report[0]);
+    if (got > 0) waitpid(pid, nullptr, 0);
+    return fault;
+}
+
+const char* NameOrNull(const std::string& path) {
+    return path.empty() ? nullptr : path.c_str();
+}
+
+}  // namespace
 
 struct CChildProcess::CState {
     pid_t pid = -1;
@@ -51,30 +107,21 @@ CChildProcess::~CChildProcess() {
 bool CChildProcess::Start(const std::string& program, const std::vector<std::string>& arguments,
                           const ChildOptions& options) {
     if (m_state) Kill();
-    std::vector<char*> argv{const_cast<char*>(program.c_str())};
+    CProgram run;
+    run.arguments.push_back(const_cast<char*>(program.c_str()));
     for (const std::string& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    std::vector<char*> variables;
+        run.arguments.push_back(const_cast<char*>(argument.c_str()));
+    run.arguments.push_back(nullptr);
     for (const std::string& variable : options.environment)
-        variables.push_back(const_cast<char*>(variable.c_str()));
+        run.variables.push_back(const_cast<char*>(variable.c_str()));
     for (char** variable = environ; *variable; ++variable)
-        variables.push_back(*variable);
-    variables.push_back(nullptr);
-
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    constexpr int WriteFlags = O_WRONLY | O_CREAT | O_APPEND;
-    if (!options.outputFile.empty())
-        posix_spawn_file_actions_addopen(&actions, 1, options.outputFile.c_str(), WriteFlags, 0660);
-    if (!options.errorFile.empty())
-        posix_spawn_file_actions_addopen(&actions, 2, options.errorFile.c_str(), WriteFlags, 0660);
+        run.variables.push_back(*variable);
+    run.variables.push_back(nullptr);
+    run.outputFile = NameOrNull(options.outputFile);
+    run.errorFile = NameOrNull(options.errorFile);
 
     auto state = std::make_unique<CState>();
-    const int fault = posix_spawn(&state->pid, program.c_str(), &actions, nullptr, argv.data(), variables.data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (fault != 0) {
+    if (const int fault = Spawn(run, state->pid)) {
         SetLastSystemError(static_cast<SystemError>(fault));
         return false;
     }

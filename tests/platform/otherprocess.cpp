@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/childprocess.h"
 #include "platform/clock.h"
 #include "platform/file.h"
 #include "platform/mailslot.h"
@@ -28,6 +29,11 @@ int HoldMutex(const std::string& folder) {
     CNamedMutex mutex("m");
     mutex.Lock();
     return Stay(folder);
+}
+
+int HoldMutexInChild(const std::string& folder, const std::string& program) {
+    CChildProcess child;
+    return child.Start(program, {"mutex", folder}) ? Stay(folder, "started") : 1;
 }
 
 int HoldPresence(const std::string& folder) {
@@ -100,6 +106,7 @@ int main(int argc, char** argv) {
     const std::vector<std::string> further(argv + 3, argv + argc);
     SetNamedObjectFolder(folder + "/locks", folder + "/slots", NamedObjectScope::Folder);
     if (command == "mutex") return HoldMutex(folder);
+    if (command == "child" && further.size() == 1) return HoldMutexInChild(folder, further[0]);
     if (command == "presence") return HoldPresence(folder);
     if (command == "mailslot") return HoldMailslot(folder);
     if (command == "claim") return HoldClaim(folder);

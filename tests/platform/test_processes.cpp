@@ -51,6 +51,16 @@ TEST_F(Processes, MutexOfAKilledOneIsFree) {
     }
 }
 
+TEST_F(Processes, ChildOfAKilledOneEnds) {
+    COtherProcess other("child", m_folder.GetPath(), {LISTHAVEN_OTHER_PROCESS});
+    ASSERT_TRUE(other.IsThere("ready"));
+    CNamedMutex mutex("m");
+    EXPECT_FALSE(mutex.TryLockFor(20ms));
+    EXPECT_TRUE(other.child.Kill());
+    ASSERT_TRUE(mutex.TryLockFor(30s));
+    mutex.Unlock();
+}
+
 TEST_F(Processes, PresenceEndsWithItsProcess) {
     COtherProcess other("presence", m_folder.GetPath());
     ASSERT_TRUE(other.IsThere());

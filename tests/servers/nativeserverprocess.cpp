@@ -1,4 +1,5 @@
 #include "platform/childprocess.h"
+#include "platform/process.h"
 #include "tests/servers/serverprocess.h"
 
 namespace TestServers {
@@ -30,6 +31,10 @@ bool CServerProcess::AskToStop() {
 
 void CServerProcess::Kill() {
     m_state->child.Kill();
+}
+
+std::string TestProcess() {
+    return std::to_string(Platform::CurrentProcessId());
 }
 
 std::string ServerPath(const std::string& path) {

@@ -39,6 +39,8 @@ private:
     std::unique_ptr<CState> m_state;
 };
 
+std::string TestProcess();  // the id of this process on the servers' system
+
 std::string ServerPath(const std::string& path);  // a path of the test, as the servers write it
 std::string TestPath(const std::string& path);    // and the other way round
 

@@ -13,6 +13,12 @@ namespace {
 
 namespace Asio = boost::asio;
 
+// Becomes the server $2...  What watches is no child of it: the server ends when the test $1 was killed, and the
+// children of a master that is gone end by themselves.
+constexpr const char* WatchedServer = R"(t=$1 p=$$; shift
+((while kill -0 $p; do kill -0 $t || kill -9 $p; sleep 1; done) >/dev/null 2>&1 &)
+exec "$@")";
+
 bool BindsBoth(const Asio::ip::address& address, std::uint16_t& port) {
     Asio::io_context context;
     boost::system::error_code fault;
@@ -112,7 +118,9 @@ bool CTestServer::Start() {
         CCommand command;
         command.program = m_program;
         if (!Prepare(command)) return false;
-        if (!m_child.Start(command.program, command.arguments, m_folder / "log"))
+        command.arguments.insert(command.arguments.begin(),
+                                 {"-c", WatchedServer, "sh", TestProcess(), command.program});
+        if (!m_child.Start("/bin/sh", command.arguments, m_folder / "log"))
             return Fail(command.program + " could not be started");
         WaitUntil([&] { return !m_child.IsRunning() || IsReady(command); });
         if (m_child.IsRunning() && IsReady(command)) return true;

@@ -88,6 +88,11 @@ void CServerProcess::Kill() {
     WaitForFile(m_state->folder / "ended", Patience);
 }
 
+// From scripts/wine-run.sh; 1 is always there.
+std::string TestProcess() {
+    return Platform::EnvironmentValue("LISTHAVEN_TEST_PROCESS").value_or("1");
+}
+
 // Z: is the root there, and each drive has a name in the prefix.
 std::string ServerPath(const std::string& path) {
     std::string result = path;
