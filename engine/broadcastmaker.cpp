@@ -136,6 +136,7 @@ bool CBroadcastMaker::Open(const CMimeMessage& message, const BroadcastList& lis
     m_state->NoteShared(list);
     m_state->WantSlots();
     if (m_way == CopyWay::Pattern) m_state->TakePattern();
+    if (m_state->hasPattern) m_state->base = {};  // which has all that is needed
     return true;
 }
 

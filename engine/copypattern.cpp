@@ -96,7 +96,7 @@ bool CCopyPattern::TakeBody(const CMimeMessage& message) {
         entity->SetBody(marker + std::to_string(m_parts.size()));
         if (!m_rootIsText) RemoveAllFields(entity->GetHeader());
     }
-    const std::string text = marked.GetText();
+    std::string text = marked.GetText();
     const std::string header = marked.GetRoot()->GetHeader().GetText();
     if (text.compare(0, header.size() + 1, header + "\n") != 0) return false;
     std::size_t position = header.size() + 1;
@@ -104,10 +104,12 @@ bool CCopyPattern::TakeBody(const CMimeMessage& message) {
         const std::string what = (m_rootIsText ? "" : "\n") + marker + std::to_string(i + 1);
         const std::size_t found = text.find(what, position);
         if (found == std::string::npos) return false;
-        m_parts[i].before = LfToCrLf(text.substr(position, found - position));
+        m_parts[i].before = LfToCrLf(std::string_view(text).substr(position, found - position));
         position = found + what.size();
     }
-    m_end = LfToCrLf(text.substr(position));
+    text.erase(0, position);
+    MakeCrLf(text);
+    m_end = std::move(text);
     return true;
 }
 
@@ -145,6 +147,10 @@ void CCopyPattern::SetSubject(const std::string& decodedSubject) {
 }
 
 void CCopyPattern::AppendTo(std::string& result) const {
+    std::size_t size = m_end.size();
+    for (const Part& part : m_parts)
+        size += part.before.size();
+    result.reserve(result.size() + size + size / 8 + 1024);  // to grow would be to have it twice
     for (const Line& line : m_header) {
         if (!line.isThere) continue;
         result.append(line.name).append(": ");

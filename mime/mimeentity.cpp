@@ -123,8 +123,10 @@ std::size_t CMimeEntity::GetTextSize() const {
 }
 
 std::string CMimeEntity::GetText() const {
+    constexpr std::size_t ShortLine = 32;  // there is room for MakeCrLf() unless most lines are shorter
+    const std::size_t size = GetTextSize();
     std::string text;
-    text.reserve(GetTextSize());
+    text.reserve(size + size / ShortLine);
     AppendTextTo(text);
     return text;
 }

@@ -66,7 +66,9 @@ std::string CMimeMessage::GetText() const {
 }
 
 std::string CMimeMessage::GetDiskText() const {
-    return LfToCrLf(GetText());
+    std::string text = GetText();
+    MakeCrLf(text);
+    return text;
 }
 
 CSharedPointer<CMimeEntity> CMimeMessage::GetAttachment(int index) const {

@@ -158,10 +158,7 @@ std::size_t CMimeMultipart::GetMultipartSize() const {
 }
 
 std::string CMimeMultipart::GetText() const {
-    std::string text;
-    text.reserve(GetMultipartSize());
-    AppendMultipartTo(text);
-    return text;
+    return CMimeEntity::GetText();
 }
 
 // As it stands in the header: a boundary is no text that could be encoded.

@@ -1,13 +1,13 @@
 #include "mime/mimesource.h"
 
+#include <cstring>
 #include <utility>
 
 namespace {
 
 // Every run of CRs in front of a LF goes away; other CRs stay.
-std::string WithLineFeeds(std::string_view text) {
-    std::string result;
-    result.reserve(text.size());
+template <class Append>
+void ForEachPieceWithLineFeeds(std::string_view text, const Append& append) {
     std::size_t from = 0;
     while (from < text.size()) {
         const std::size_t cr = text.find('\r', from);
@@ -15,19 +15,34 @@ std::string WithLineFeeds(std::string_view text) {
         std::size_t next = text.find_first_not_of('\r', cr);
         if (next == std::string_view::npos) next = text.size();
         const bool isLineEnd = next < text.size() && text[next] == '\n';
-        result.append(text, from, (isLineEnd ? cr : next) - from);
+        append(text.substr(from, (isLineEnd ? cr : next) - from));
         from = next;
     }
-    return result.append(text.substr(from));
+    append(text.substr(from));
+}
+
+std::string WithLineFeeds(std::string_view text) {
+    std::string result;
+    result.reserve(text.size());
+    ForEachPieceWithLineFeeds(text, [&](std::string_view piece) { result.append(piece); });
+    return result;
+}
+
+// In its place: a large message is not to be there twice.
+void MakeLineFeeds(std::string& text) {
+    char* to = text.data();
+    ForEachPieceWithLineFeeds(text, [&](std::string_view piece) {
+        std::memmove(to, piece.data(), piece.size());
+        to += piece.size();
+    });
+    text.resize(static_cast<std::size_t>(to - text.data()));
 }
 
 }  // namespace
 
 CMimeSource::CMimeSource(std::string&& text) {
-    if (text.find('\r') == std::string::npos)
-        m_owner = std::make_shared<const std::string>(std::move(text));
-    else
-        m_owner = std::make_shared<const std::string>(WithLineFeeds(text));
+    if (text.find('\r') != std::string::npos) MakeLineFeeds(text);
+    m_owner = std::make_shared<const std::string>(std::move(text));
     m_text = *m_owner;
 }
 

@@ -16,7 +16,7 @@
 struct CMimeHead;
 
 // Line ends are LF in it, whatever they were: CR LF and CR CR LF are read as one.
-// A string that is moved in and holds no CR is not copied.
+// A string that is moved in is not copied.
 class CMimeSource {
 public:
     // Multiparts whose bytes or whose structure mean something by themselves:

@@ -129,6 +129,22 @@ std::string LfToCrLf(std::string_view text) {
     return result;
 }
 
+void MakeCrLf(std::string& text) {
+    std::size_t from = text.size();
+    std::size_t to = from + static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+    text.resize(to);
+    char* const bytes = text.data();
+    while (to > from) {  // by as many as there are line ends left
+        const std::size_t lineEnd = std::string_view(bytes, from).rfind('\n');
+        const std::size_t length = from - lineEnd - 1;
+        std::memmove(bytes + to - length, bytes + lineEnd + 1, length);
+        to -= length + 2;
+        bytes[to] = '\r';
+        bytes[to + 1] = '\n';
+        from = lineEnd;
+    }
+}
+
 std::string OneLine(std::string_view text) {
     std::string result(text);
     for (char& c : result) {

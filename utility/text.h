@@ -35,6 +35,7 @@ std::string Join(const std::vector<std::string>& parts, std::string_view separat
 
 std::string CrLfToLf(std::string_view text);  // every CR LF; other CRs stay
 std::string LfToCrLf(std::string_view text);  // every LF, also one behind a CR
+void MakeCrLf(std::string& text);             // likewise, in its place if it has the room
 
 // CR, LF and NUL become blanks: what may go into a header line or a protocol command.
 std::string OneLine(std::string_view text);

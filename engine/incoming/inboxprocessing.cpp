@@ -207,6 +207,8 @@ CInboxProcessing::Handled CInboxProcessing::Handle(const CInboxMessage& waiting,
     const std::string key = LastPathComponent(waiting.path);
     if (std::string attempts; !key.empty() && transaction.GetMark(MarkKind::Attempts, key, attempts))
         transaction.SetMark(MarkKind::Attempts, key, "");
+    message.message = {};  // not while its copies are made
+    message.source.reset();
     const bool isTaken = AddMarkOf(waiting, m_list, transaction) && effects.AddTo(transaction, m_view, message);
     return isTaken ? Handled::Taken : Handled::NotTaken;
 }

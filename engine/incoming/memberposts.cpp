@@ -1,5 +1,6 @@
 #include "engine/incoming/memberposts.h"
 
+#include <utility>
 #include <vector>
 
 #include "engine/broadcastjob.h"
@@ -27,7 +28,7 @@ public:
     CCopies(CCycleTransaction& transaction, CListView& view, const std::string& queueFolder)
         : m_transaction(transaction), m_view(view), m_queueFolder(queueFolder) {}
 
-    bool Open(const std::string& text, const BroadcastModes& modes, const std::string& identifier);
+    bool Open(std::string text, const BroadcastModes& modes, const std::string& identifier);
     bool Add(CListView::CMemberPlace& place);
     std::size_t GetCount() const noexcept { return m_count; }
 
@@ -42,13 +43,14 @@ private:
 };
 
 // What is wrong with the message is no fault of the tables.
-bool CCopies::Open(const std::string& text, const BroadcastModes& modes, const std::string& identifier) {
+bool CCopies::Open(std::string text, const BroadcastModes& modes, const std::string& identifier) {
     m_modes = modes;
     try {
+        const CMimeSource source(std::move(text));
         CMimeMessage message;
-        message.LoadText(CMimeSource(std::string_view(text)));
+        message.LoadText(source);
         if (!CBroadcastJobs::Check(message, {m_view.GetList().number}, modes)) return false;
-        message.LoadText(CMimeSource(std::string_view(text)).With(CMimeSource::Sealed::Kept));
+        message.LoadText(source.With(CMimeSource::Sealed::Kept));
         Log(LogInfo, "Generating messages for broadcast \"%s\".\n", message.GetRoot()->GetField("Subject").c_str());
         return m_maker.Open(message, m_view.GetList(), identifier);
     } catch (const CLhvException& exception) {
@@ -75,8 +77,8 @@ bool CCopies::Add(CListView::CMemberPlace& place) {
 
 }  // namespace
 
-PostWay AddPost(CCycleTransaction& transaction, CListView& view, const std::string& queueFolder,
-                const std::string& text, const BroadcastModes& modes, std::string& done) {
+PostWay AddPost(CCycleTransaction& transaction, CListView& view, const std::string& queueFolder, std::string text,
+                const BroadcastModes& modes, std::string& done) {
     done.clear();
     std::vector<CListView::CMemberPlace> recipients;
     std::string identifier;
@@ -85,7 +87,7 @@ PostWay AddPost(CCycleTransaction& transaction, CListView& view, const std::stri
     const CDataFieldScope scope;
     identifier = CBroadcastJobs().NewIdentifier();
     CCopies copies(transaction, view, queueFolder);
-    if (!copies.Open(text, modes, identifier)) return PostWay::Failed;
+    if (!copies.Open(std::move(text), modes, identifier)) return PostWay::Failed;
     for (CListView::CMemberPlace& place : recipients) {
         if (!copies.Add(place)) return PostWay::Failed;
     }

@@ -32,7 +32,7 @@ enum class PostWay {
 // To the members as the view has them.  text: the message with its control
 // headers.  Nothing that is set for the message at hand may be in the table of
 // data fields.  done: a line for the log when the transaction is committed, or "".
-PostWay AddPost(CCycleTransaction& transaction, CListView& view, const std::string& queueFolder,
-                const std::string& text, const BroadcastModes& modes, std::string& done);
+PostWay AddPost(CCycleTransaction& transaction, CListView& view, const std::string& queueFolder, std::string text,
+                const BroadcastModes& modes, std::string& done);
 
 #endif  // LISTHAVEN_ENGINE_INCOMING_MEMBERPOSTS_H

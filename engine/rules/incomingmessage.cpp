@@ -204,6 +204,7 @@ bool ReadSource(const CMimeSource& source, const std::vector<std::string>& ownAd
     const bool hasHeader = head.header.GetFieldCount() > 0;
     const CRawHeader header(hasHeader ? source.View().substr(0, headEnd) : std::string_view());
     if (!message.message.LoadText(source)) return false;
+    message.source = source;
     UseOwnHeader(head.header, ControlFields::Dropped, message.message.GetRoot()->GetHeader());
     for (const CMimeField& field : header.GetFields()) {
         if (!IsControlField(field.name)) AppendField(field, message.headerText);
@@ -225,6 +226,7 @@ bool LoadIncoming(const std::string& path, CMimeSource::Sealed sealed, CMimeMess
 }
 
 bool LoadIncoming(const CIncomingMessage& read, CMimeSource::Sealed sealed, CMimeMessage& message) {
+    if (read.source) return LoadText(read.source->With(sealed), message);
     std::string bytes;
     return read.ReadBytes(bytes) && LoadText(CMimeSource(std::move(bytes)).With(sealed), message);
 }

@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,6 +29,7 @@ struct CIncomingMessage {
     static constexpr std::size_t MaxBodyText = std::size_t{1} << 20;  // bytes
 
     CMimeMessage message;
+    std::optional<CMimeSource> source;        // what it was read from, shared with it
     std::string path;                         // of its file; "" when it is only in memory
     std::shared_ptr<const std::string> text;  // then: as the file would hold it
     std::string headerText;                   // as received, LF, without control headers

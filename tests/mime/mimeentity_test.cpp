@@ -58,6 +58,7 @@ TEST(CreateEntity, SeparatesHeaderAndBody) {
         const auto entity = CreateEntity(c.text);
         EXPECT_EQ(entity->GetHeader().GetText(), c.header) << c.text;
         EXPECT_EQ(entity->GetStoredBody(), c.body) << c.text;
+        EXPECT_EQ(CreateEntity(std::string(c.text))->GetStoredBody(), c.body) << "moved in: " << c.text;
         EXPECT_EQ(entity->GetText(), c.header + "\n" + c.body) << c.text;
         EXPECT_EQ(CreateEntity(entity->GetText())->GetText(), entity->GetText()) << c.text;
     }

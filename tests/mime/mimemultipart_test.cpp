@@ -117,6 +117,12 @@ TEST(Multipart, IsWrittenAsItWasRead) {
     const std::string text = head + "\npre\n--B\nContent-Type: x/a\n\na\n\n--B\nContent-Type: x/b\n\n\n\n--B--\nend\n";
     EXPECT_EQ(CreateEntity(text)->GetText(), text);
     EXPECT_EQ(CreateEntity(LfToCrLf(text))->GetText(), text);
+    for (const std::string& lines :
+         {text, std::string(), std::string("\n\n\r\na\n"), std::string("\n") + std::string(99, 'x')}) {
+        std::string made = lines;
+        MakeCrLf(made);
+        EXPECT_EQ(made, LfToCrLf(lines));
+    }
     for (const std::string body : {"no delimiter\n\n", "--B\n\n--B\n\ntwo\n--B--\n", "--B\n\none\n--B\n", "\nx"})
         EXPECT_EQ(CreateEntity(head + "\n" + body)->GetText(), head + "\n" + body);
     EXPECT_EQ(CreateEntity(head)->GetText(), head + "\n");
