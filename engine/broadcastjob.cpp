@@ -7,6 +7,7 @@
 #include "engine/broadcastrun.h"
 #include "engine/eventlog.h"
 #include "engine/listaccount.h"
+#include "engine/literaltext.h"
 #include "mime/mimemessage.h"
 #include "mime/mimemultipart.h"
 #include "platform/filestatus.h"
@@ -107,7 +108,7 @@ bool ReadSettings(const CMimeMessage& message, const std::string& name, const st
         return false;
     }
     if (!IsUsable(message, name) || !CheckLists(settings.lists, message)) return false;
-    settings.subject = message.GetRoot()->GetField("Subject");
+    settings.subject = ReadableText(message.GetRoot()->GetField("Subject"));
     return true;
 }
 

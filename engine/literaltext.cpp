@@ -1,6 +1,7 @@
 #include "engine/literaltext.h"
 
 #include "engine/datafields.h"
+#include "utility/text.h"
 
 namespace {
 
@@ -26,6 +27,12 @@ std::string LiteralText(std::string_view text, const std::function<bool(std::str
         }
     }
     return result.append(text.substr(position));
+}
+
+std::string ReadableText(std::string_view literalText) {
+    std::string text(literalText);
+    ReplaceAll(text, MarkReference, Mark);
+    return text;
 }
 
 void SetLiteralTextField() {

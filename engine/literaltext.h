@@ -17,6 +17,9 @@
 // Every "$(" but those of references to fields that isKept says are to be expanded.
 std::string LiteralText(std::string_view text, const std::function<bool(std::string_view name)>& isKept = {});
 
+// The text as it was, for people.
+std::string ReadableText(std::string_view literalText);
+
 void SetLiteralTextField();  // for the texts made above; broadcasts set it
 
 #endif  // LISTHAVEN_ENGINE_LITERALTEXT_H
