@@ -1,9 +1,11 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "app/settings.h"
 #include "app/settingslist.h"
+#include "engine/incoming/cycleschedule.h"
 #include "programs/listhaven/command.h"
 #include "programs/listhaven/commandline.h"
 #include "programs/listhaven/jsonoutput.h"
@@ -33,6 +35,15 @@ void Get(const CArguments& arguments) {
         std::printf("%s\n", Printable(value).c_str());
 }
 
+// What is no time of day would be left out, with a line in the log.
+void CheckSchedule(const CArguments& arguments) {
+    if (!EqualNoCase(arguments.section, "Service") || !EqualNoCase(arguments.key, "Schedule")) return;
+    std::vector<std::string> invalid;
+    ParseScheduleTimes(arguments.value, &invalid);
+    if (!invalid.empty())
+        throw CCommandFailure("[Service] Schedule: \"" + invalid.front() + "\" is no time of day; use 10;11:30;23");
+}
+
 void Set(const CArguments& arguments) {
     OpenDataFolder();
     const CSettingDescription* known = FindSetting(arguments.section, arguments.key);
@@ -40,6 +51,7 @@ void Set(const CArguments& arguments) {
     std::string reason;
     if (!IsSettingValue(*known, arguments.value, reason))
         throw CCommandFailure("[" + arguments.section + "] " + arguments.key + ": " + reason);
+    CheckSchedule(arguments);
     if (!WriteSettingText(arguments.section, arguments.key, arguments.value))
         FailWithLastError("the setting could not be written");
 }
