@@ -82,8 +82,9 @@ Place PlaceOf(std::string_view text, std::size_t start, std::size_t end) {
     if (before.empty()) return EndsEntry(after) ? Place::Listed : Place::Mentioned;
     if (before.ends_with("rfc822;") || before.ends_with("rfc822:")) return Place::Listed;
     const bool isSmtp = before.find("rcpt to") != std::string::npos;
-    if (!isSmtp && PointsElsewhere(before)) return Place::Foreign;
-    if (NamesRecipient(before)) return Place::Named;
+    const bool isAlias = EndsWithAny(before, {"expanded from:", "expanded from", "generated from", "alias of"});
+    if (!isSmtp && !isAlias && PointsElsewhere(before)) return Place::Foreign;
+    if (isAlias || NamesRecipient(before)) return Place::Named;
     const bool followsCode =
         before.size() >= 3 && (before.find("55") != std::string::npos || before.find("5.") != std::string::npos ||
                                before.find("45") != std::string::npos);
@@ -98,14 +99,22 @@ void AddCandidate(std::string_view text, std::size_t at, std::vector<CCandidate>
         if (text.substr(quote, at - quote).find('\n') != std::string_view::npos) return;
         start = quote;
     } else {
+        const bool isGlobal = at > 0 && static_cast<unsigned char>(text[at - 1]) >= 0x80;
         while (start > 0 && at - start < 128 && IsLocalCharacter(text[start - 1]))
             --start;
+        // Of a sentence written without blanks.
+        for (std::size_t i = start; !isGlobal && i < at; ++i)
+            if (static_cast<unsigned char>(text[i]) >= 0xE2) start = std::min(i + 3, at);
         while (start < at && std::string_view("'`*=/{|.&!-").find(text[start]) != std::string_view::npos)
             ++start;
     }
     std::size_t end = at + 1;
-    while (end < text.size() && end - at < 256 && IsDomainCharacter(text[end]))
+    while (end < text.size() && end - at < 256 && IsDomainCharacter(text[end])) {
+        const bool isIdeograph = static_cast<unsigned char>(text[end]) >= 0xE2;
+        if (isIdeograph && end > at + 1 && static_cast<unsigned char>(text[end - 1]) < 0x80 && text[end - 1] != '.')
+            break;
         ++end;
+    }
     while (end > at + 1 && (text[end - 1] == '.' || text[end - 1] == '-' || text[end - 1] == '_'))
         --end;
     const std::string_view address = text.substr(start, end - start);

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "engine/bounces/bounceaddress.h"
+#include "engine/bounces/noticewords.h"
 #include "engine/bounces/statuscode.h"
 #include "mime/mailbox.h"
 #include "utility/text.h"
@@ -15,228 +16,6 @@ namespace {
 
 constexpr std::size_t MaxWords = 16 * 1024;
 constexpr std::size_t MaxOpening = 3000;  // a notice comes to the point within this many characters
-
-constexpr std::string_view FailureSubjects[] = {
-    "undeliver",
-    "delivery fail",
-    "delivery has failed",
-    "failure notice",
-    "returned mail",
-    "mail delivery",
-    "delivery status",
-    "delivery notification",
-    "delivery problem",
-    "delivery error",
-    "delivery report",
-    "non-delivery",
-    "nondelivery",
-    "not delivered",
-    "could not be delivered",
-    "mail failure",
-    "message failure",
-    "failed mail",
-    "failed to deliver",
-    "returned to sender",
-    "returning to sender",
-    "mail failed",
-    "mail system error",
-    "mail error",
-    "error sending your mail",
-    "rejected mail",
-    "message rejected",
-    "message could not be",
-    "permanent delivery",
-    "unable to deliver",
-    "unzustellbar",
-    "nicht zugestellt",
-    "zustellung",
-    "non remis",
-    "non distribu",
-    "mancata consegna",
-    "no entregad",
-    "no se pudo entregar",
-    "n\xC3\xA3o entregue",
-    "mail returned",
-    "returned message",
-    "user unknown",
-    "undelivered",
-    "delivery incomplete",
-    "warning: message",
-    "warning: could not send",
-    "warning--could not",
-    "\xE3\x82\xA8\xE3\x83\xA9\xE3\x83\xBC",
-    "\xE9\x85\x8D\xE4\xBF\xA1",
-    "\xE9\x80\x80\xE4\xBF\xA1",
-    "\xD0\xBD\xD0\xB5 \xD0\xB4\xD0\xBE\xD1\x81\xD1\x82\xD0\xB0\xD0\xB2\xD0\xBB\xD0\xB5\xD0\xBD",
-};
-
-constexpr std::string_view FailureWords[] = {
-    "could not be delivered",
-    "couldn't be delivered",
-    "was not delivered",
-    "wasn't delivered",
-    "wasn't able to deliver",
-    "not been delivered",
-    "not able to deliver",
-    "unable to deliver",
-    "undeliverable",
-    "undelivered",
-    "delivery failed",
-    "delivery failure",
-    "failed to deliver",
-    "delivery has failed",
-    "deliver mail to",
-    "delivery to the following",
-    "could not deliver",
-    "couldn't deliver",
-    "cannot deliver",
-    "can't deliver",
-    "could not be sent",
-    "cannot be sent",
-    "returned to sender",
-    "returning message to sender",
-    "returned mail",
-    "failure notice",
-    "did not reach",
-    "did not receive this message",
-    "cannot be delivered",
-    "can't be delivered",
-    "can not be delivered",
-    "not be delivered",
-    "non-delivery",
-    "nondelivery",
-    "delivery error",
-    "trouble delivering",
-    "error while attempting to deliver",
-    "occurred while attempting to deliver",
-    "occurred while trying to deliver",
-    "error sending your mail",
-    "permanent error",
-    "was rejected",
-    "been rejected",
-    "was blocked",
-    "incorrectly constructed",
-    "problem delivering",
-    "transcript of session",
-    "failed permanently",
-    "message was not accepted",
-    "returned to you",
-    "being returned",
-    "not successfully delivered",
-    "error message below",
-    "had delivery errors",
-    "is not deliverable",
-    "unsent message",
-    "could not be reached",
-    "nicht zugestellt",
-    "unzustellbar",
-    "n'a pas pu",
-    "impossible de remettre",
-    "no se ha podido entregar",
-    "no pudo ser entregado",
-    "no se pudo entregar",
-    "n\xC3\xA3o p\xC3\xB4"
-    "de ser entregue",
-    "non \xC3\xA8 stato possibile",
-    "\xE9\x80\x81\xE4\xBF\xA1\xE3\x81\xA7\xE3\x81\x8D\xE3\x81\xBE\xE3\x81\x9B\xE3\x82\x93",
-    "\xE9\x85\x8D\xE4\xBF\xA1\xE3\x81\xA7\xE3\x81\x8D\xE3\x81\xBE\xE3\x81\x9B\xE3\x82\x93",
-    "\xD0\xBD\xD0\xB5 \xD0\xBC\xD0\xBE\xD0\xB6\xD0\xB5\xD1\x82 \xD0\xB1\xD1\x8B\xD1\x82\xD1\x8C "
-    "\xD0\xB4\xD0\xBE\xD1\x81\xD1\x82\xD0\xB0\xD0\xB2\xD0\xBB\xD0\xB5\xD0\xBD\xD0\xBE",
-};
-
-constexpr std::string_view DelayWords[] = {
-    "this is a warning message only",
-    "will be retried",
-    "will retry",
-    "will keep trying",
-    "will continue to try",
-    "continue to be attempted",
-    "delivery attempts will continue",
-    "not yet been delivered",
-    "has been delayed",
-    "could not send mail for past",
-    "could not send message for past",
-    "still trying",
-    "still being retried",
-    "still attempting",
-    "you do not need to resend",
-    "temporary problem delivering",
-    "delivery incomplete",
-    "will try to deliver",
-    "will try again",
-    "is still in the queue",
-    "keep trying until",
-    "delivery delayed",
-    "has not been delivered yet",
-    "attempts to deliver will continue",
-    "will attempt to deliver",
-    "retrying delivery",
-};
-constexpr std::string_view DelaySubjects[] = {"(delay)",
-                                              "delayed",
-                                              "warning: could not send",
-                                              "warning--could not send",
-                                              "warning: message",
-                                              "delivery incomplete",
-                                              "delay notification"};
-constexpr std::string_view FinalWords[] = {
-    "failed permanently",
-    "permanent error",
-    "permanent fatal error",
-    "giving up",
-    "given up",
-    "gave up",
-    "i'm not going to try again",
-    "will not be retried",
-    "could not be delivered for",
-    "no further attempts",
-    "delivery failed",
-    "no longer be retried",
-    "undeliverable",
-    "returned to sender",
-    "being returned",
-};
-
-constexpr std::string_view VacationWords[] = {
-    "out of office",
-    "out of the office",
-    "out-of-office",
-    "auto reply",
-    "auto-reply",
-    "autoreply",
-    "autoresponse",
-    "auto response",
-    "automatic reply",
-    "automatic response",
-    "automated reply",
-    "vacation",
-    "on leave",
-    "away from my",
-    "away from the office",
-    "i am away",
-    "i'm away",
-    "currently away",
-    "away until",
-    "abwesen",
-    "automatische antwort",
-    "r\xC3\xA9ponse automatique",
-    "absence",
-    "risposta automatica",
-    "respuesta autom",
-    "fuera de la oficina",
-    "fuera de oficina",
-    "resposta autom",
-    "automatiska svar",
-    "automatisch antwoord",
-    "\xE8\x87\xAA\xE5\x8B\x95\xE8\xBF\x94\xE4\xBF\xA1",
-    "\xE8\x87\xAA\xE5\x8A\xA8\xE5\x9B\x9E\xE5\xA4\x8D",
-};
-
-constexpr std::string_view ChallengeWords[] = {
-    "confirm that you",    "confirm your message", "confirm your email", "verify that you",  "verify your",
-    "challenge",           "allowed senders",      "approved sender",    "approved senders", "whitelist",
-    "sender verification", "suspect e-mail",       "spamblocker",        "one-time",         "prove that you",
-};
 
 bool HasAny(std::string_view text, std::span<const std::string_view> words) noexcept {
     return std::any_of(words.begin(), words.end(),
@@ -259,17 +38,20 @@ enum class Speaker : std::uint8_t {
 
 bool HasSystemName(std::string_view stored) {
     const std::string value = LowerAscii(CMimeHeader::Unfold(stored));
-    constexpr std::array<std::string_view, 10> Names = {
+    constexpr std::array<std::string_view, 18> Names = {
         "mailer-daemon",      "mailer daemon",   "postmaster",         "mail delivery", "mail deliver system",
-        "delivery subsystem", "delivery system", "mail administrator", "mail system",   "system administrator"};
+        "delivery subsystem", "delivery system", "mail administrator", "mail system",   "system administrator",
+        "mail server",        "mailserver",      "mail daemon",        "mail router",   "mail transport",
+        "mail gateway",       "non-delivery",    "ndr administrator"};
     return HasAny(value, Names);
 }
 
 bool IsMachineAddress(std::string_view address) {
     std::string local = LowerAscii(address.substr(0, address.find('@')));
     std::erase_if(local, [](char c) { return c == '-' || c == '_' || c == '.'; });
-    constexpr std::array<std::string_view, 9> Names = {"noreply", "donotreply", "nreply", "mailer",     "bounces",
-                                                       "smtp",    "system",     "root",   "mailgateway"};
+    constexpr std::array<std::string_view, 15> Names = {
+        "noreply",     "donotreply", "nreply",    "mailer",        "bounces",   "smtp",       "system",   "root",
+        "mailgateway", "sysadmin",   "smtpadmin", "administrator", "mailadmin", "mailmaster", "mailerror"};
     return std::any_of(Names.begin(), Names.end(), [&](std::string_view name) { return local == name; });
 }
 
@@ -301,7 +83,7 @@ struct CNoticeWords {
     explicit CNoticeWords(const CNoticeParts& parts)
         : subject(SubjectOf(parts)), all(WordsOf(parts)), opening(std::string_view(all).substr(0, MaxOpening)) {
         isAnswer = subject.starts_with("re:") || subject.starts_with("fw:") || subject.starts_with("fwd:");
-        hasSubject = !isAnswer && HasAny(subject, FailureSubjects);
+        hasSubject = !isAnswer && HasWords(subject, NoticeWords::FailureSubject);
     }
     CNoticeWords(const CNoticeWords&) = delete;
     CNoticeWords& operator=(const CNoticeWords&) = delete;
@@ -315,18 +97,23 @@ struct CNoticeWords {
 
 NoticeKind KindOfPerson(const CNoticeParts& parts, const CNoticeWords& words) {
     const bool isReply = SaysAutomaticReply(parts);
-    if ((isReply || HasNullReturnPath(parts)) && HasAny(words.opening, ChallengeWords)) return NoticeKind::Challenge;
-    if (isReply || HasAny(words.subject, VacationWords)) return NoticeKind::Vacation;
-    if (HasNullReturnPath(parts) && HasAny(words.opening, VacationWords)) return NoticeKind::Vacation;
+    if ((isReply || HasNullReturnPath(parts)) && HasWords(words.opening, NoticeWords::Challenge))
+        return NoticeKind::Challenge;
+    if (isReply || HasWords(words.subject, NoticeWords::Vacation)) return NoticeKind::Vacation;
+    if (HasNullReturnPath(parts) && HasWords(words.opening, NoticeWords::Vacation)) return NoticeKind::Vacation;
     return NoticeKind::Ordinary;
 }
 
+// Whether there is a message that the failure could be one of: many things are delivered.
+bool IsOfMail(const CNoticeParts& parts) {
+    return parts.hasReturned || !parts.reportType.empty() || !FindFailedAddresses(parts, {}).empty();
+}
+
 // Whether this is a machine's, so that its words may be believed.
-bool Speaks(const CNoticeParts& parts, const CNoticeWords& words) {
-    const Speaker speaker = SpeakerOf(parts);
+bool Speaks(const CNoticeParts& parts, const CNoticeWords& words, Speaker speaker) {
     if (speaker == Speaker::System || parts.reportType == "delivery-status") return true;
-    if (HasNullReturnPath(parts) && words.hasSubject && !SaysAutomaticReply(parts)) return true;
-    return speaker == Speaker::Machine && (parts.hasReturned || HasNullReturnPath(parts));
+    if (HasNullReturnPath(parts) && words.hasSubject && !SaysAutomaticReply(parts)) return IsOfMail(parts);
+    return speaker == Speaker::Machine && (parts.hasReturned || (HasNullReturnPath(parts) && IsOfMail(parts)));
 }
 
 // A postmaster is a person too: without one of these it may be he who writes.
@@ -337,13 +124,24 @@ bool IsCertainlyAutomatic(const CNoticeParts& parts, const CNoticeWords& words) 
 }
 
 bool SaysFailure(const CNoticeParts& parts, const CNoticeWords& words) {
-    const bool hasWords = HasAny(words.opening, FailureWords);
+    const bool hasWords = HasWords(words.opening, NoticeWords::FailureText);
     const bool hasReply = FindReplyCodes(std::string_view(parts.text).substr(0, MaxWords)).reply >= 400;
     const ReplyWeight weight = MeaningOfReply(words.all).weight;
     if (!IsCertainlyAutomatic(parts, words))
         return hasWords && hasReply && weight == ReplyWeight::Clear && parts.text.find("\n> ") == std::string::npos;
     if (hasWords || words.hasSubject) return true;
-    return hasReply ? weight >= ReplyWeight::Likely : weight == ReplyWeight::Clear && !words.isAnswer;
+    if (hasReply) return weight >= ReplyWeight::Likely;
+    return weight == ReplyWeight::Clear && (parts.hasReturned || !parts.reportType.empty());
+}
+
+// Nothing has failed: it arrived, or somebody is asked whether he is one.
+NoticeKind HarmlessKind(const CNoticeParts& parts, const CNoticeWords& words) {
+    const bool hasFailure = HasWords(words.opening, NoticeWords::FailureText) ||
+                            FindReplyCodes(std::string_view(parts.text).substr(0, MaxOpening)).reply >= 400;
+    if (hasFailure) return NoticeKind::Ordinary;
+    if (HasWords(words.opening, NoticeWords::Success)) return NoticeKind::Success;
+    if (!words.hasSubject && HasWords(words.opening, NoticeWords::Challenge)) return NoticeKind::Challenge;
+    return NoticeKind::Ordinary;
 }
 
 }  // namespace
@@ -359,8 +157,9 @@ bool CameThroughList(const CNoticeParts& parts) {
 bool AnnouncesRetry(const CNoticeParts& parts) {
     const std::string words = WordsOf(parts);
     const std::string_view opening = std::string_view(words).substr(0, MaxOpening);
-    if (HasAny(opening, DelayWords)) return !HasAny(opening, FinalWords);
-    return HasAny(SubjectOf(parts), DelaySubjects) && !HasAny(opening, FinalWords);
+    if (HasWords(opening, NoticeWords::Warning)) return true;
+    if (HasWords(opening, NoticeWords::Final)) return false;
+    return HasWords(opening, NoticeWords::Retry) || HasWords(SubjectOf(parts), NoticeWords::DelaySubject);
 }
 
 bool IsComplaint(const CNoticeParts& parts) {
@@ -377,10 +176,14 @@ bool MayReport(const CNoticeParts& parts) {
 
 NoticeKind KindOfNotice(const CNoticeParts& parts) {
     const CNoticeWords words(parts);
-    if (!Speaks(parts, words) || CameThroughList(parts)) return KindOfPerson(parts, words);
+    const Speaker speaker = SpeakerOf(parts);
+    if (!Speaks(parts, words, speaker) || CameThroughList(parts)) return KindOfPerson(parts, words);
     const bool namesFailed = parts.header.HasField("X-Failed-Recipients");
-    if (HasAny(words.subject, VacationWords) && !namesFailed && !words.hasSubject) return NoticeKind::Vacation;
+    const bool mayBeAway = !words.hasSubject || speaker == Speaker::Person;
+    if (mayBeAway && !namesFailed && HasWords(words.subject, NoticeWords::Vacation)) return NoticeKind::Vacation;
     if (AnnouncesRetry(parts)) return NoticeKind::Delay;
-    if (namesFailed || SaysFailure(parts, words)) return NoticeKind::Bounce;
-    return KindOfPerson(parts, words);
+    if (namesFailed) return NoticeKind::Bounce;
+    const NoticeKind harmless = HarmlessKind(parts, words);
+    if (harmless != NoticeKind::Ordinary) return harmless;
+    return SaysFailure(parts, words) ? NoticeKind::Bounce : KindOfPerson(parts, words);
 }

@@ -10,6 +10,7 @@
 #include "mime/mimemultipart.h"
 #include "mime/mimetext.h"
 #include "mime/transferencoding.h"
+#include "platform/characterset.h"
 #include "utility/text.h"
 
 namespace {
@@ -28,10 +29,29 @@ std::string_view Cut(std::string_view text, std::size_t size) noexcept {
 std::string DecodedBody(const CMimeEntity& entity, std::size_t limit) {
     const std::string encoding = LowerAscii(Trim(entity.GetField("Content-Transfer-Encoding")));
     const std::string_view stored = entity.GetStoredBody();
+    std::string body;
     // Encoded text is at most three times, and a little, the size of what it stands for.
-    if (encoding == "base64") return CrLfToLf(Cut(DecodeBase64Text(Cut(stored, 2 * limit)), limit));
-    if (encoding == "quoted-printable") return CrLfToLf(Cut(DecodeQuotedPrintable(Cut(stored, 3 * limit + 80)), limit));
-    return std::string(Cut(stored, limit));
+    if (encoding == "base64")
+        body = CrLfToLf(Cut(DecodeBase64Text(Cut(stored, 2 * limit)), limit));
+    else if (encoding == "quoted-printable")
+        body = CrLfToLf(Cut(DecodeQuotedPrintable(Cut(stored, 3 * limit + 80)), limit));
+    else
+        return std::string(Cut(stored, limit));
+    std::replace(body.begin(), body.end(), '\r', '\n');  // bare ones, of systems that write nothing else
+    return body;
+}
+
+// In UTF-8; a text that is in none of the sets it may be in stays as it is.
+std::string DecodedText(const CMimeEntity& entity, std::size_t limit) {
+    std::string body = DecodedBody(entity, limit);
+    const auto isForeign = [](char c) { return static_cast<unsigned char>(c) >= 0x80 || c == '\x1B'; };
+    if (std::none_of(body.begin(), body.end(), isForeign)) return body;
+    const std::string type = CMimeHeader::Unfold(entity.GetHeader().FindStored("Content-Type"));
+    const std::string set = LowerAscii(Trim(CMimeHeader::GetParameter(type, "charset")));
+    const bool isNamed = !set.empty() && set != "us-ascii" && set != "utf-8" && set != "utf8";
+    std::string utf8;
+    if (isNamed && Platform::ConvertToUtf8(set, body, utf8)) return utf8;
+    return IsValidUtf8(body) || isNamed ? body : Windows1252ToUtf8(body);
 }
 
 class CPartReader {
@@ -77,11 +97,11 @@ private:
 
     void ReadText(const CMimeEntity& entity, const std::string& subType) {
         if (subType == "html") {
-            if (m_html.empty()) m_html = DecodedBody(entity, MaxHtml);
+            if (m_html.empty()) m_html = DecodedText(entity, MaxHtml);
         } else if (entity.IsAttachment() || m_parts.hasReturned) {
-            if (m_lateText.empty()) m_lateText = DecodedBody(entity, MaxText);
+            if (m_lateText.empty()) m_lateText = DecodedText(entity, MaxText);
         } else {
-            AddText(DecodedBody(entity, MaxText));
+            AddText(DecodedText(entity, MaxText));
         }
     }
 
@@ -173,6 +193,40 @@ bool HasBareLineEnds(const CMimeEntity& root) noexcept {
     return header.GetFieldCount() == 0 && root.GetStoredBody().substr(0, 1000).find('\r') != std::string_view::npos;
 }
 
+// A line that sets off what follows: "-- ", "______", "* * *".
+bool IsRule(std::string_view line) noexcept {
+    const std::string_view trimmed = Trim(line);
+    return trimmed == "--" || (trimmed.size() >= 5 && trimmed.find_first_not_of("-_=* ") == std::string_view::npos);
+}
+
+// What an organization or a list puts below everything: its words and its
+// addresses say nothing of the failure.
+bool IsFooter(std::string_view paragraph, bool isRuled) noexcept {
+    const std::string_view start = paragraph.substr(0, std::min(paragraph.find("\n\n"), std::size_t{400}));
+    const auto has = [start](std::string_view word) { return FindNoCase(start, word) != std::string_view::npos; };
+    if (has("not the intended recipient") || has("intended only for") || has("intended solely for")) return true;
+    const bool isPrivate = has("confidential") || has("vertraulich") || has("confidentiel") || has("disclaimer");
+    return (isPrivate && (isRuled || has("attachment"))) || (isRuled && (has("unsubscribe") || has("mailing list")));
+}
+
+void CutFooter(std::string& text) {
+    std::size_t paragraph = std::string::npos;  // none in the first line
+    bool isRuled = false;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find('\n', at), text.size());
+        const std::string_view line = std::string_view(text).substr(at, end - at);
+        const bool isRule = IsRule(line);
+        if (isRule || Trim(line).empty()) {
+            isRuled = isRule;
+            paragraph = end + 1;
+        } else if (paragraph == at && IsFooter(std::string_view(text).substr(at), isRuled)) {
+            text.resize(at);
+            return;
+        }
+        at = end + 1;
+    }
+}
+
 void TakeReturnedFromText(CNoticeParts& parts) {
     const std::size_t returned = FindReturnedMessage(parts.text);
     if (returned == parts.text.size()) return;
@@ -195,6 +249,7 @@ void ReadRoot(const CMimeEntity& root, CNoticeParts& parts) {
     reader.Read(root, 0);
     reader.Finish();
     TakeReturnedFromText(parts);
+    CutFooter(parts.text);
     const std::size_t report = parts.deliveryStatus.empty() ? FindStatusReport(parts.text) : std::string::npos;
     if (report == std::string::npos) return;
     parts.isStatusInText = true;

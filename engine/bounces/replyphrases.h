@@ -14,6 +14,6 @@ struct CReplyPhrase {
     ReplyWeight weight;
 };
 
-std::span<const CReplyPhrase> ReplyPhrases();  // sorted by words
+std::span<const CReplyPhrase> ReplyPhrases();
 
 #endif  // LISTHAVEN_ENGINE_BOUNCES_REPLYPHRASES_H

@@ -11,14 +11,10 @@
 #define LISTHAVEN_ENGINE_BOUNCES_REPLYTEXT_H
 
 #include <cstdint>
-#include <string>
 #include <string_view>
 
 #include "engine/bounces/bounceclassifier.h"
-
-// Lower case, each run of white space one blank, words with an "@" left out: so
-// "User <a@b>\n unknown" reads "user unknown".
-std::string NormalizeReply(std::string_view text);
+#include "engine/bounces/normalizedtext.h"
 
 enum class ReplyWeight : std::uint8_t {
     None,
@@ -33,7 +29,7 @@ struct CReplyMeaning {
     std::size_t position = 0;  // of the words, in the normalized text
 };
 
-// Of the phrases in a normalized text the weightiest; of equal ones the first.
+// Of the phrases in a text as NormalizeReply() gives it the weightiest; of equal ones the first.
 CReplyMeaning MeaningOfReply(std::string_view normalized);
 
 #endif  // LISTHAVEN_ENGINE_BOUNCES_REPLYTEXT_H

@@ -83,12 +83,51 @@ TEST(BounceClassifier, WhoSaysWhat) {
         {"Return-Path: <>\nFrom: ann@example.com\nAuto-Submitted: auto-replied\nSubject: Out of office: your mail\n\n"
          "My mailbox is full and I do not exist here. 550 user unknown.\n",
          "vacation"},
+        {Daemon + "\nWARNING ONLY. It could not be delivered for 4 hours.\n<ann@example.com>: 450 try later\n",
+         "delay"},
+        {Daemon + "Subject: Return receipt\n\nTranscript:\n<ann@example.com>... Successfully delivered\n", "success"},
+        {"Return-Path: <>\nFrom: shop@example.com\nSubject: Your parcel could not be delivered\n\nReturned to "
+         "sender.\n",
+         "ordinary"},
+        {Daemon + "Subject: Quarantine\n\nBlocked as spam:\n\n  eve@example.com  Cheap pills\n", "ordinary"},
+        {Daemon + Words + "\n_____\nnews mailing list\nnews@example.net\nTo unsubscribe: news-leave@example.net\n",
+         "bounce hard:ann@example.com"},
+        // Bare line ends within base64, and no charset.
+        {Daemon + "Subject: Unzustellbar\nContent-Transfer-Encoding: base64\n\n" +
+             "TmljaHQgenVnZXN0ZWxsdDoNDWFubkBleGFtcGxlLmNvbQ0NUG9zdGZhY2gg/GJlcmb8bGx0Lg0=\n",
+         "bounce soft:ann@example.com"},
+        {Daemon + "Subject: Mail\nContent-Type: text/plain; charset=koi8-r\n\nann@example.com\n"
+                  "\xEE\xC5 \xC4\xCF\xD3\xD4\xC1\xD7\xCC\xC5\xCE\xCF: \xD3\xD0\xC1\xCD\n",
+         "bounce blocked:ann@example.com"},
+        // Written without blanks, the address in the middle and the line broken in a word.
+        {Daemon + "Subject: Mail\n\n"
+                  "\u9000\u4FE1\uFF1A\u5730\u5740\uFF08ann@example.com\uFF09\u4E0D\u5B58\n\u5728\u3002\n",
+         "bounce hard:ann@example.com"},
         {Feedback("auth-failure"), "receipt"},
         {Feedback("abuse"), "abuse report blocked:ann@example.com"},
     };
     for (const auto& row : rows)
         for (const std::string& text : {row.text, LfToCrLf(row.text)})
             EXPECT_EQ(InShort(Classify(text, {"list@example.org"})), row.expected) << text;
+}
+
+// The same words with and without accents, in capitals, behind a general code.
+TEST(BounceClassifier, RepliesInManyLanguages) {
+    const struct {
+        const char *text, *expected;
+    } rows[] = {
+        {"550 Bo\u00EEte du destinataire PLEINE", "soft"},
+        {"550 Buz\u00F3n lleno", "soft"},
+        {"550 Skrzynka pe\u0142na", "soft"},
+        {"550 UTENTE SCONOSCIUTO", "hard"},
+        {"550 Gebruiker onbekend", "hard"},
+        {"550 \u041D\u0415 \u041D\u0410\u0419\u0414\u0415\u041D", "hard"},
+        {"550 Als Spam abgelehnt", "blocked"},
+        {"550 Helo command rejected: Host not found", "blocked"},
+        {"550 5.2.1 permanently deactivated", "hard"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(BounceClassName(ClassifyReply(550, "", row.text + 4)), row.expected) << row.text;
 }
 
 TEST(BounceClassifier, MadeNoticesAreUnderstood) {

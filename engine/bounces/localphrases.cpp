@@ -1,0 +1,138 @@
+#include "engine/bounces/localphrases.h"
+
+#include <array>
+
+namespace {
+
+// As NormalizeReply() gives them, with a bar between them: German, French,
+// Spanish, Portuguese, Italian, Dutch, the northern and eastern languages of
+// Europe, Russian, Japanese, Chinese, Korean.
+
+constexpr std::string_view ClearHard =
+    "empfanger unbekannt|benutzer unbekannt|adresse unbekannt|unbekannter|unbekannte adresse|"
+    "existiert nicht|nicht vorhanden|nicht gefunden|nicht bekannt|kein postfach|kein solcher|keine solche|"
+    "ungultige|ungueltige|adresse ungultig|adresse ungueltig|ist ungultig|ist ungueltig|nicht mehr gultig|"
+    "nicht mehr gueltig|nicht mehr aktuell|gibt es nicht|nicht verzeichnet|wurde geloscht|wurde geloescht|"
+    "falsche adresse|"
+    "introuvable|n'existe pas|n'existe plus|inexistant|inconnu|adresse invalide|destinataire invalide|"
+    "adresse incorrecte|n'a pas ete trouve|n'est plus valide|n'est pas valide|compte supprime|"
+    "n'est plus utilise|"
+    "no existe|desconocid|inexistente|no se encontro|no se ha encontrado|no encontrad|no se encuentra|"
+    "no es valida|no es valido|direccion no valida|direccion invalida|direccion incorrecta|"
+    "destinatario invalido|cuenta eliminada|"
+    "nao existe|nao foi encontrad|nao encontrad|nao localizad|desconhecid|endereco invalido|nao e valido|"
+    "usuario invalido|foi excluida|"
+    "non esiste|sconosciut|inesistente|non e stato trovato|impossibile trovare|non trovat|non valido|"
+    "non valida|non e piu attiv|non e stata trovata|"
+    "bestaat niet|onbekend|niet gevonden|kan niet worden gevonden|ongeldig adres|ongeldige|niet geldig|"
+    "finns inte|finns ej|okand|hittades inte|kunde inte hittas|kan inte hittas|gick inte att hitta|"
+    "findes ikke|ukendt|blev ikke fundet|ikke fundet|finnes ikke|ukjent|ble ikke funnet|ikke funnet|"
+    "kan ikke findes|tuntematon|ei loydy|ei ole olemassa|"
+    "nie istnieje|nieznany|nie mozna odnalezc|nie znaleziono|nie odnaleziono|nie zostal odnaleziony|"
+    "brak takiego|nie ma takiego|nieprawidlowy adres|niepoprawny adres|"
+    "neexistuje|neznam|nenalezen|nebyla nalezena|nebyl nalezen|nelze najit|neplatna adresa|nem letezik|"
+    "ismeretlen|nem talalhato|nu exista|necunoscut|nu a fost gasit|bulunamadi|mevcut degil|bilinmeyen|"
+    "gecersiz|"
+    "не найден|не существует|неизвестн|несуществующ|"
+    "такого пользователя нет|нет такого|нет такой|"
+    "недействител|неверный адрес|пользователь удален|"
+    "не удается найти|не удалось найти|не зарегистрирован|"
+    "не знайдено|не існує|невідом|"
+    "見つかりません|見つからない|見つかりませんでした|存在しません|"
+    "存在しない|宛先不明|宛先が不明|不明なユーザ|ユーザ不明|ユーザー不明|"
+    "該当するユーザ|無効なアドレス|アドレスが無効|アドレスに誤り|"
+    "アドレスが間違|登録されていません|使われていません|"
+    "使用されていません|"
+    "不存在|找不到|无此用户|無此使用者|查无此人|查無此人|用户未知|未知用户|"
+    "地址无效|無效的收件|无效的收件|未找到|无法找到|無法找到|地址错误|"
+    "已注销|"
+    "존재하지 않|찾을 수 없|없는 사용자|알 수 없는 사용자|알 수 없는 수신자|"
+    "유효하지 않|없는 계정|없는 주소|잘못된 주소";
+
+constexpr std::string_view ClearSoft =
+    "postfach ist voll|postfach voll|postfach des empfangers ist voll|uberfullt|ueberfuellt|ist voll|"
+    "speicherplatz|zu viele nachrichten|zuviele nachrichten|zuviele mails|zu viele mails|"
+    "zeituberschreitung|zeitueberschreitung|konto ist gesperrt|konto ist deaktiviert|"
+    "postfach ist deaktiviert|postfach ist gesperrt|hat die maximale grosse|"
+    "boite pleine|est pleine|boite aux lettres pleine|destinataire pleine|est plein|saturee|quota depasse|"
+    "quota est depasse|delai d'attente|delai depasse|espace insuffisant|compte desactive|compte suspendu|"
+    "compte est desactive|"
+    "buzon lleno|esta lleno|lleno|llena|cuota|excedido su|tiempo de espera|espacio insuficiente|"
+    "cuenta suspendida|cuenta desactivada|cuenta deshabilitada|buzon deshabilitado|"
+    "esta cheia|cheia|cheio|cota excedida|lotada|tempo limite|espaco insuficiente|conta desativada|"
+    "conta suspensa|"
+    "piena|pieno|quota superata|spazio esaurito|tempo scaduto|casella disabilitata|account sospeso|"
+    "casella disattivata|"
+    "is vol|mailbox vol|postvak vol|postbus vol|quotum|opslaglimiet|"
+    "pelna|pelny|przepelnion|przekroczono limit|przekroczyl limit|konto zablokowane|"
+    "konto jest zablokowane|skrzynka zablokowana|"
+    "inkorgen ar full|ar full|er fuld|er full|on taynna|schranka je plna|prekrocen|prekrocena|megtelt|"
+    "betelt|kutusu dolu|kotasi|"
+    "переполнен|квота|квоту|квоты|заполнен|"
+    "ящик заблокирован|почтовый ящик отключен|"
+    "приостановлен|время ожидания|тайм-аут|"
+    "一杯|いっぱい|容量|満杯|クォータ|タイムアウト|保存領域|"
+    "アカウントが無効|アカウントは停止|利用停止|接続できません|"
+    "接続できなかった|応答がありません|"
+    "已满|已滿|满了|空间不足|空間不足|配额|配額|超时|逾時|帐号被冻结|"
+    "账号被冻结|已停用|被禁用|无法连接|連線逾時|连接失败|"
+    "꽉 찼|꽉 찬|가득|용량|할당량|시간 초과|휴면|사용 중지|정지된|"
+    "연결할 수 없|응답이 없";
+
+constexpr std::string_view ClearBlocked =
+    "spamverdacht|als spam|unerwunscht|unerwuenscht|richtlinie|nicht berechtigt|keine berechtigung|"
+    "nicht autorisiert|schwarzen liste|schwarze liste|blackliste|"
+    "comme spam|comme indesirable|pourriel|liste noire|strategie de|non autorise|pas autorise|"
+    "politique de|"
+    "como spam|como correo no deseado|correo no deseado|lista negra|politica de|no autorizad|"
+    "no tiene permiso|"
+    "lixo eletronico|nao autorizad|sem permissao|nao tem permissao|lista de bloqueio|"
+    "come spam|posta indesiderata|lista nera|criteri di|non autorizzat|non e autorizzat|"
+    "non dispone dell'autorizzazione|politiche|"
+    "als ongewenst|ongewenste|zwarte lijst|beleid|niet gemachtigd|geen toestemming|"
+    "jako spam|czarnej lis|brak uprawnien|nie ma uprawnien|zasady|nevyzadan|istenmeyen|"
+    "спам|нежелательн|черном списке|черный список|вирус|"
+    "политик|не имеет прав|нет разрешения|не авторизован|"
+    "迷惑メール|スパム|ブラックリスト|ウイルス|ポリシー|"
+    "許可されていません|権限が|"
+    "垃圾邮件|垃圾郵件|反垃圾|黑名单|黑名單|病毒|权限|權限|策略|信誉|"
+    "스팸|블랙리스트|바이러스|정책|권한";
+
+constexpr std::string_view LikelySoft =
+    "kontingent|nicht erreichbar|vorubergehend|voruebergehend|antwortet nicht|deaktiviert|verbindung|"
+    "zu gross|inaktiv|grenze|uberschritten|ueberschritten|"
+    "pleine|depasse|temporairement|injoignable|ne repond pas|desactive|suspendu|trop volumineux|connexion|"
+    "excedid|excede|temporalmente|temporariamente|no responde|nao responde|deshabilitad|desactivad|"
+    "desativad|suspendid|suspensa|suspenso|demasiado grande|muito grande|inactiva|inativ|esgotad|conexion|"
+    "conexao|"
+    "superato|superata|temporaneamente|non risponde|disabilitat|disattivat|sospes|troppo grande|scaduto|"
+    "connessione|overschreden|tijdelijk|uitgeschakeld|te groot|verbinding|przekroczon|tymczasow|"
+    "limit czasu|nie odpowiada|zbyt duz|wylaczon|polaczeni|"
+    "tillfallig|midlertidig|docasne|docasna|"
+    "превыш|временно|истекло|не отвечает|отключен|"
+    "слишком больш|неактив|соединени|"
+    "超過|一時的|停止|サイズが|期限切れ|大きすぎ|接続|"
+    "超过|超出|暂时|暫時|停用|禁用|冻结|过大|過大|连接|連線|稍后|"
+    "초과|일시적|정지|너무 큽|너무 커|연결";
+
+constexpr std::string_view LikelyBlocked =
+    "abgelehnt|blockiert|gesperrt|zuruckgewiesen|zurueckgewiesen|verweigert|nicht erlaubt|"
+    "refuse par|a ete refuse|est refuse|message refuse|bloque|rejete|"
+    "rechazad|bloquead|no permitid|rejeitad|recusad|nao permitid|rifiutat|respint|bloccat|non consentit|"
+    "geweigerd|geblokkeerd|odrzucon|zablokowan|odmitnut|zamitnut|"
+    "отклонен|отвергнут|отказано|заблокирован|запрещен|"
+    "拒否|受信拒否|ブロック|"
+    "拒收|拒绝|拒絕|封锁|屏蔽|拦截|"
+    "거부|차단|수신 거부";
+
+}  // namespace
+
+std::span<const CPhraseTable> LocalPhrases() noexcept {
+    using enum BounceClass;
+    static constexpr std::array<CPhraseTable, 5> Tables = {{{ClearHard, Hard, ReplyWeight::Clear},
+                                                            {ClearSoft, Soft, ReplyWeight::Clear},
+                                                            {ClearBlocked, Blocked, ReplyWeight::Clear},
+                                                            {LikelySoft, Soft, ReplyWeight::Likely},
+                                                            {LikelyBlocked, Blocked, ReplyWeight::Likely}}};
+    return Tables;
+}

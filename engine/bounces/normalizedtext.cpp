@@ -1,0 +1,136 @@
+#include "engine/bounces/normalizedtext.h"
+
+#include <algorithm>
+
+#include "utility/text.h"
+
+namespace {
+
+unsigned ByteAt(std::string_view text, std::size_t at) noexcept {
+    return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
+}
+
+bool IsContinuation(unsigned byte) noexcept {
+    return (byte & 0xC0U) == 0x80;
+}
+
+// U+00C0 to U+00FF and U+0100 to U+017F without their accents; "." stays as it is.
+constexpr std::string_view Latin1Letters = "aaaaaa.ceeeeiiiidnooooo.ouuuuy..aaaaaa.ceeeeiiiidnooooo.ouuuuy.y";
+constexpr std::string_view LatinExtendedLetters =
+    "aaaaaaccccccccddddeeeeeeeeeegggggggghhhhiiiiiiiiiiiijjkkkllllllllllnnnnnnnnnoooooooorrrrrrssssssssttttttuuuuuuuuuu"
+    "uu"
+    "wwyyyzzzzzzs";
+static_assert(Latin1Letters.size() == 64 && LatinExtendedLetters.size() == 128);
+
+// Whether a letter of two bytes has been added without its accent.
+bool AddLatin(std::string& to, unsigned first, unsigned second) {
+    if (first == 0xC3) {
+        const char plain = Latin1Letters[second & 0x3FU];
+        if (plain != '.')
+            to += plain;
+        else if (second == 0x86 || second == 0xA6)
+            to += "ae";
+        else if (second == 0x9F)
+            to += "ss";
+        else
+            return false;
+        return true;
+    }
+    if (first != 0xC4 && first != 0xC5) return false;
+    to += LatinExtendedLetters[(first - 0xC4U) * 64 + (second & 0x3FU)];
+    return true;
+}
+
+// In lower case, the letter io as ie.
+void AddCyrillic(std::string& to, unsigned first, unsigned second) {
+    if (first == 0xD0 && second >= 0x90 && second <= 0x9F) {
+        second += 0x20;
+    } else if (first == 0xD0 && second >= 0xA0 && second <= 0xAF) {
+        first = 0xD1;
+        second -= 0x20;
+    } else if ((first == 0xD0 && second == 0x81) || (first == 0xD1 && second == 0x91)) {
+        first = 0xD0;
+        second = 0xB5;
+    } else if (first == 0xD0 && second >= 0x82 && second <= 0x8F) {
+        first = 0xD1;
+        second += 0x10;
+    }
+    to += static_cast<char>(first);
+    to += static_cast<char>(second);
+}
+
+void AddFolded(std::string& to, std::string_view word) {
+    for (std::size_t at = 0; at < word.size(); ++at) {
+        const unsigned first = ByteAt(word, at);
+        const unsigned second = ByteAt(word, at + 1);
+        if (first < 0x80 || !IsContinuation(second)) {
+            to += ToLowerAscii(word[at]);
+        } else if (first == 0xE2 && second == 0x80 && ByteAt(word, at + 2) == 0x99) {
+            to += '\'';
+            at += 2;
+        } else if (first == 0xD0 || first == 0xD1) {
+            AddCyrillic(to, first, second);
+            ++at;
+        } else if (AddLatin(to, first, second)) {
+            ++at;
+        } else {
+            to += word[at];
+        }
+    }
+}
+
+// A Chinese or Japanese character, U+3000 to U+9FFF: three bytes.
+bool StartsIdeograph(std::string_view text) noexcept {
+    return ByteAt(text, 0) >= 0xE3 && ByteAt(text, 0) <= 0xE9 && IsContinuation(ByteAt(text, 1));
+}
+
+bool EndsInIdeograph(std::string_view text) noexcept {
+    return text.size() >= 3 && StartsIdeograph(text.substr(text.size() - 3));
+}
+
+// What of a word with an "@" is no part of the address: languages that write
+// without blanks put it in the middle.
+std::string WithoutAddress(std::string_view word) {
+    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    std::string rest;
+    for (std::size_t at = 0; at < word.size();) {
+        const auto begin = word.begin() + static_cast<std::ptrdiff_t>(at);
+        const bool isPlain = isAscii(*begin);
+        const auto end = std::find_if(begin, word.end(), [&](char c) { return isAscii(c) != isPlain; });
+        if (!isPlain || std::find(begin, end, '@') == end) rest.append(begin, end);
+        at = static_cast<std::size_t>(end - word.begin());
+    }
+    return rest;
+}
+
+}  // namespace
+
+std::string NormalizeReply(std::string_view text) {
+    const auto isBlank = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
+    std::string spaced;
+    constexpr std::string_view NoBreakSpace = "\xC2\xA0";
+    if (text.find(NoBreakSpace) != std::string_view::npos) {
+        spaced = text;
+        ReplaceAll(spaced, NoBreakSpace, " ");
+        text = spaced;
+    }
+    std::string result;
+    result.reserve(text.size());
+    for (auto at = std::find_if_not(text.begin(), text.end(), isBlank); at != text.end();) {
+        const auto end = std::find_if(at, text.end(), isBlank);
+        std::string_view word(at, end);
+        std::string rest;
+        if (word.find('@') != std::string_view::npos) {
+            const bool hasIdeographs =
+                std::any_of(at, end, [](char c) { return static_cast<unsigned char>(c) >= 0xE3; });
+            rest = hasIdeographs ? WithoutAddress(word) : std::string();
+            word = rest;
+        }
+        if (!word.empty()) {
+            if (!result.empty() && !(StartsIdeograph(word) && EndsInIdeograph(result))) result += ' ';
+            AddFolded(result, word);
+        }
+        at = std::find_if_not(end, text.end(), isBlank);
+    }
+    return result;
+}
