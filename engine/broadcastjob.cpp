@@ -250,14 +250,18 @@ bool CBroadcastJobs::Get(std::string_view id, BroadcastInfo& info) const {
     return true;
 }
 
-bool CBroadcastJobs::List(std::vector<BroadcastInfo>& jobs) const {
-    jobs.clear();
+bool CBroadcastJobs::ForEach(const std::function<void(const BroadcastInfo& job)>& visit) const {
     if (!Platform::FolderIsThere(m_root)) return true;
-    const bool isListed = ListFolder(m_root, "*", [&](const std::string& name, bool isFolder) {
+    return ListFolder(m_root, "*", [&](const std::string& name, bool isFolder) {
         BroadcastInfo info;
-        if (isFolder && IsJobId(name) && Get(name, info)) jobs.push_back(std::move(info));
+        if (isFolder && IsJobId(name) && Get(name, info)) visit(info);
         return true;
     });
+}
+
+bool CBroadcastJobs::List(std::vector<BroadcastInfo>& jobs) const {
+    jobs.clear();
+    const bool isListed = ForEach([&](const BroadcastInfo& job) { jobs.push_back(job); });
     std::sort(jobs.begin(), jobs.end(), [](const BroadcastInfo& a, const BroadcastInfo& b) {
         return std::tie(a.started, a.id) < std::tie(b.started, b.id);
     });

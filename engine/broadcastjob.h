@@ -88,6 +88,8 @@ public:
 
     bool Get(std::string_view id, BroadcastInfo& info) const;
     bool List(std::vector<BroadcastInfo>& jobs) const;  // oldest first
+    // In no order; there may be very many.  visit must not remove any.
+    bool ForEach(const std::function<void(const BroadcastInfo& job)>& visit) const;
 
     // Ends a job for good; copies that are visible stay.  One that another
     // process runs ends before its next member.  Fails for one that is done.

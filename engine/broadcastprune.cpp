@@ -18,12 +18,14 @@ bool RemoveJob(const std::string& folder) {
 
 bool CBroadcastJobs::PruneDone(std::int64_t before, std::size_t& pruned) {
     pruned = 0;
-    std::vector<BroadcastInfo> jobs;
-    if (!List(jobs)) return false;
+    std::vector<std::string> ended;
+    const bool isListed = ForEach([&](const BroadcastInfo& job) {
+        if (job.state == BroadcastState::Done || job.state == BroadcastState::Cancelled) ended.push_back(job.id);
+    });
+    if (!isListed) return false;
     std::string reason;
-    for (const BroadcastInfo& job : jobs) {
-        if (job.state != BroadcastState::Done && job.state != BroadcastState::Cancelled) continue;
-        const std::string folder = JoinPath(m_root, job.id);
+    for (const std::string& id : ended) {
+        const std::string folder = JoinPath(m_root, id);
         Platform::FileStatus status;  // its settings are written once more when it ends
         if (!Platform::GetFileStatus(BroadcastFile(folder, BroadcastSettingsFile), status)) continue;
         if (status.times.modified / 1'000'000'000 >= before) continue;

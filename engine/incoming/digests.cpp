@@ -1,6 +1,7 @@
 #include "engine/incoming/digests.h"
 
 #include <algorithm>
+#include <functional>
 #include <span>
 #include <string_view>
 #include <tuple>
@@ -41,6 +42,35 @@ std::string StatePath(std::uint32_t list) {
     return JoinPath(DigestFolder(list), StateFile);
 }
 
+bool ForEachEntry(std::uint32_t list,
+                  const std::function<void(const std::string& path, const Platform::FileStatus& status)>& visit) {
+    const std::string folder = GetDigestEntryFolder(list);
+    if (!Platform::FolderIsThere(folder)) return true;
+    return ListFolder(folder, "*", [&](const std::string& batch, bool isFolder) {
+        if (!isFolder || batch.front() == '.') return true;
+        const std::string batchFolder = JoinPath(folder, batch);
+        return ListFolder(batchFolder, "*.eml", [&](const std::string& name, bool isSubFolder) {
+            const std::string path = JoinPath(batchFolder, name);
+            Platform::FileStatus status;
+            if (!isSubFolder && Platform::GetFileStatus(path, status)) visit(path, status);
+            return true;
+        });
+    });
+}
+
+// All that wait, which can be very many.
+struct CCollected {
+    std::uint64_t count = 0;
+    std::int64_t first = 0;  // nanoseconds since 1970
+
+    bool Find(std::uint32_t list) {
+        return ForEachEntry(list, [this](const std::string&, const Platform::FileStatus& status) {
+            first = count == 0 ? status.times.modified : std::min(first, status.times.modified);
+            ++count;
+        });
+    }
+};
+
 struct CEntry {
     std::string path;
     std::int64_t collected = 0;  // nanoseconds since 1970
@@ -49,20 +79,8 @@ struct CEntry {
 
 // In the order in which they were collected.
 bool FindEntries(std::uint32_t list, std::vector<CEntry>& entries) {
-    const std::string folder = GetDigestEntryFolder(list);
-    if (!Platform::FolderIsThere(folder)) return true;
-    const bool isListed = ListFolder(folder, "*", [&](const std::string& batch, bool isFolder) {
-        if (!isFolder || batch.front() == '.') return true;
-        const std::string batchFolder = JoinPath(folder, batch);
-        return ListFolder(batchFolder, "*.eml", [&](const std::string& name, bool isSubFolder) {
-            CEntry entry{JoinPath(batchFolder, name), 0, 0};
-            Platform::FileStatus status;
-            if (isSubFolder || !Platform::GetFileStatus(entry.path, status)) return true;
-            entry.collected = status.times.modified;
-            entry.size = status.size;
-            entries.push_back(std::move(entry));
-            return true;
-        });
+    const bool isListed = ForEachEntry(list, [&](const std::string& path, const Platform::FileStatus& status) {
+        entries.push_back({path, status.times.modified, status.size});
     });
     std::sort(entries.begin(), entries.end(), [](const CEntry& a, const CEntry& b) {
         return std::tie(a.collected, a.path) < std::tie(b.collected, b.path);
@@ -292,10 +310,9 @@ bool ReadRule(std::uint32_t list, CDigestRule& rule) {
     return true;
 }
 
-std::int64_t NextDue(const CDigestRule& rule, std::int64_t lastSent, const std::vector<CEntry>& entries,
-                     std::int64_t now) {
-    if (!rule.byTime || entries.empty()) return 0;
-    const std::int64_t first = entries.front().collected / 1'000'000'000;
+std::int64_t NextDue(const CDigestRule& rule, std::int64_t lastSent, const CCollected& collected, std::int64_t now) {
+    if (!rule.byTime || collected.count == 0) return 0;
+    const std::int64_t first = collected.first / 1'000'000'000;
     const std::int64_t since = lastSent > 0 && lastSent <= now ? lastSent : first;
     return since > now ? now : since + rule.hours * Hour;  // what the clock says of later is not believed
 }
@@ -323,7 +340,8 @@ bool ReadDigestState(std::uint32_t listNumber, CDigestState& state) {
         std::vector<CEntry> entries;
         if (!ReadRule(listNumber, rule) || !FindEntries(listNumber, entries)) return false;
         if (!ReadState(listNumber, state)) return false;
-        state.nextDue = NextDue(rule, state.lastSent, entries, Platform::SecondsSince1970());
+        const CCollected collected{entries.size(), entries.empty() ? 0 : entries.front().collected};
+        state.nextDue = NextDue(rule, state.lastSent, collected, Platform::SecondsSince1970());
         state.isAutomatic = rule.byTime || rule.byCount;
         state.entries.clear();
         for (CEntry& entry : entries)
@@ -353,16 +371,17 @@ bool SendDigestIfDue(std::uint32_t listNumber, std::int64_t now, bool& sent) {
     sent = false;
     return Try([&] {
         CDigestRule rule;
-        std::vector<CEntry> entries;
+        CCollected collected;
         if (!FinishInterrupted(listNumber, now, sent)) return false;
-        if (!ReadRule(listNumber, rule) || !FindEntries(listNumber, entries)) return false;
-        if (entries.empty()) return true;
+        if (!ReadRule(listNumber, rule) || !collected.Find(listNumber)) return false;
+        if (collected.count == 0) return true;
         CDigestState state;
         if (!ReadState(listNumber, state)) return false;
-        const bool isFull = rule.byCount && entries.size() >= static_cast<std::uint64_t>(rule.count);
-        const std::int64_t due = NextDue(rule, state.lastSent, entries, now);
+        const bool isFull = rule.byCount && collected.count >= static_cast<std::uint64_t>(rule.count);
+        const std::int64_t due = NextDue(rule, state.lastSent, collected, now);
         if (!isFull && (!rule.byTime || now < due)) return true;
-        return SendCollected(listNumber, std::move(entries), now, sent);
+        std::vector<CEntry> entries;
+        return FindEntries(listNumber, entries) && SendCollected(listNumber, std::move(entries), now, sent);
     });
 }
 

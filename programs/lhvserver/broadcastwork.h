@@ -20,16 +20,18 @@
 class CBroadcastWork {
 public:
     // Until there is nothing to do now, or stop says so; asked before each copy.
-    void Run(std::int64_t now, const std::function<bool()>& stop);
+    // Whether there was anything to do.
+    bool Run(std::int64_t now, const std::function<bool()>& stop);
     bool HasMore() const noexcept { return m_wasStopped; }
 
 private:
     struct COwn {
         std::int64_t nextTry = 0;
         std::int64_t pause = 0;  // seconds, behind the next failure
+        bool isThere = true;
     };
     bool IsOurs(const BroadcastInfo& info);
-    void RunOne(const BroadcastInfo& job, std::int64_t now, const std::function<bool()>& stop);
+    void RunOne(const std::string& id, std::int64_t now, const std::function<bool()>& stop);
 
     CBroadcastJobs m_jobs;
     std::map<std::string, COwn> m_own;
