@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/faultplan.h"
+#include "platform/posix/renamebylink.h"
 #include "platform/posix/systempath.h"
 
 namespace Platform {
@@ -71,18 +72,6 @@ bool MoveAll(std::size_t size, std::size_t& done, F step) {
         done += static_cast<std::size_t>(moved);
     }
     return true;
-}
-
-bool RenameNewWithoutFlag(const char* from, const char* to) {
-    if (link(from, to) == 0) return unlink(from) == 0;
-    if (errno != EPERM && errno != EOPNOTSUPP) return false;
-    // A folder, or a file system without hard links: look first.
-    struct stat there;
-    if (lstat(to, &there) == 0) {
-        errno = EEXIST;
-        return false;
-    }
-    return rename(from, to) == 0;
 }
 
 }  // namespace
@@ -227,7 +216,7 @@ bool RenameNew(std::string_view from, std::string_view to) {
     const std::string target = SystemPath(to);
     if (renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0) return true;
     if (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) return false;
-    return RenameNewWithoutFlag(source.c_str(), target.c_str());
+    return RenameByLink(source.c_str(), target.c_str());
 }
 
 bool LinkFile(std::string_view from, std::string_view to) {

@@ -9,10 +9,33 @@
 #include "platform/file.h"
 #include "platform/mailslot.h"
 #include "platform/namedmutex.h"
+#include "platform/posix/renamebylink.h"
 #include "platform/profilefile.h"
+#include "platform/systemerror.h"
 #include "temporaryfolder.h"
 
 using namespace Platform;
+
+// A kill in between must not leave a message twice, nor a name that is written in two ways take it away.
+TEST(PosixFiles, AFileWithBothNamesIsMoved) {
+    const CTemporaryFolder folder;
+    Put(folder / "first", "text");
+    Put(folder / "other", "other");
+    ASSERT_TRUE(LinkFile(folder / "first", folder / "third"));
+    const auto move = [&](const std::string& from, const std::string& to) {
+        return RenameByLink((folder / from).c_str(), (folder / to).c_str());
+    };
+    for (const char* to : {"first", "./first", "../", "other"}) {
+        EXPECT_FALSE(move("first", to)) << to;
+        EXPECT_TRUE(IsAlreadyThere(LastSystemError())) << to;
+    }
+    EXPECT_EQ(Get(folder / "first") + Get(folder / "other"), "textother");
+    EXPECT_TRUE(move("first", "third"));
+    EXPECT_FALSE(move("first", "third"));
+    EXPECT_TRUE(IsNotFound(LastSystemError()));
+    EXPECT_TRUE(move("third", "last"));
+    EXPECT_EQ(Get(folder / "last"), "text");
+}
 
 TEST(PosixModes, FilesAreForOwnerAndGroupOnly) {
     const CTemporaryFolder folder;
