@@ -189,9 +189,10 @@ run_members() {
   done
 }
 
-memory_of() { awk -v what="$2:" '$1 == what { printf "%.1f\n", $2 / 1024 }' "/proc/$1/status"; }
+memory_of() { awk -v what="$2:" '$1 == what { printf "%.2f\n", $2 / 1024 }' "/proc/$1/status"; }
 
-# Of the server with its send daemon, when mailbox, inbox and queues are empty.
+# Of the server with its send daemon at rest: mailbox, inbox and queues are empty,
+# all broadcasts are done, and nothing has happened for a while.
 run_memory() {
   local next=0 total
   make_list 10
@@ -203,11 +204,12 @@ run_memory() {
     deliver fill "$work/mail/crew/new" $((total - next)) "$bytes" mixed "$next"
     next=$total
     until is_mailbox_empty && [ -z "$(find "$work/data/Inbox" -name '*.eml' -print -quit)" ] &&
-      lhv queue ls --json | grep -q '"waiting":0,"claimed":0'; do
+      lhv queue ls --json | grep -q '"waiting":0,"claimed":0' &&
+      ! lhv broadcast ls --json | grep -qE '"state":"(running|interrupted)"'; do
       kill -0 $server_pid 2>/dev/null || die "the server has ended: $(cat "$work/server")"
       sleep 1
     done
-    sleep 5
+    sleep 25
     note "memory-$total" "$(memory_of $server_pid VmRSS)"
     note "own-memory-$total" "$(memory_of $server_pid RssAnon)"
   done

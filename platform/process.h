@@ -31,6 +31,9 @@ void SignalStop() noexcept;  // sets that flag: for a service manager's request
 // writes output bytes as they are.  Arguments become UTF-8 where they are not.
 void PrepareProcess(int argumentCount = 0, char** arguments = nullptr);
 
+// For a process that lives long, before its second thread begins: all threads
+// get memory from one place, so that what is free can go back as a whole.
+void KeepMemoryTogether() noexcept;
 void ReturnFreeMemory() noexcept;  // to the system, where that does not happen by itself
 std::uint64_t ResidentMemory();    // bytes; 0 when the system does not tell
 

@@ -38,6 +38,8 @@ struct CDispatchTotals {
     std::uint64_t parked = 0;  // each time a message is held back
     std::uint64_t expired = 0;
     std::uint64_t deferred = 0;  // each time it failed for now
+
+    std::uint64_t CountAll() const noexcept { return sent + failed + parked + expired + deferred; }
 };
 
 // What one step did.

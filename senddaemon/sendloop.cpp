@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/process.h"
 #include "senddaemon/senddaemon.h"
 #include "utility/formattext.h"
 
@@ -47,7 +46,6 @@ private:
     std::uint64_t m_failed = 0;
     std::uint32_t m_fruitless = 0;  // passes in a row
     bool m_wasSending = true;       // before this round
-    bool m_hasGrown = false;        // queues were read since memory was given back
     std::chrono::steady_clock::time_point m_nextHousekeeping = std::chrono::steady_clock::now();
 };
 
@@ -105,7 +103,6 @@ void CSendLoop::KeepHouse() {
 bool CSendLoop::EndPass(bool isSending) {
     const bool isFruitless = m_handedOn == 0 && m_failed > 0;
     const bool isEmpty = m_handedOn == 0 && m_failed == 0;
-    m_hasGrown = m_hasGrown || m_handedOn != 0;
     m_handedOn = 0;
     m_failed = 0;
     if (isSending) return true;
@@ -113,7 +110,7 @@ bool CSendLoop::EndPass(bool isSending) {
     if (m_kind == LoopKind::OnePass) return false;
     if (isEmpty) {
         if (m_kind == LoopKind::UntilEmpty) return false;
-        if (std::exchange(m_hasGrown, false)) Platform::ReturnFreeMemory();  // the names of a long queue
+        if (m_options.resting) m_options.resting();
         Pause(m_options.idlePause);
     }
     if (isFruitless) {

@@ -43,6 +43,7 @@ struct CSendLoopOptions {
     std::function<bool()> handOver;
     std::function<void(const CSendResult&)> progress;  // after a round that changed something; {}: none
     std::function<void()> housekeeping;                // about once a second; may add and remove accounts; {}: none
+    std::function<void()> resting;                     // before each pause with empty queues; {}: none
     std::chrono::milliseconds failurePause{50};        // the first one; doubled each time, at most a second
     std::uint32_t failureLimit = 6;
     std::chrono::milliseconds idlePause{500};  // between two looks at empty queues

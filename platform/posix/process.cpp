@@ -69,6 +69,12 @@ void SignalStop() noexcept {
     g_stopSignalled.store(true, std::memory_order_relaxed);
 }
 
+void KeepMemoryTogether() noexcept {
+#ifdef M_ARENA_MAX
+    mallopt(M_ARENA_MAX, 1);
+#endif
+}
+
 void ReturnFreeMemory() noexcept {
     malloc_trim(0);
 }

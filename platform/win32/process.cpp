@@ -131,6 +131,8 @@ bool StopSignalled() noexcept {
     return g_stopSignalled.load(std::memory_order_relaxed);
 }
 
+void KeepMemoryTogether() noexcept {}  // one heap is what a process has
+
 void ReturnFreeMemory() noexcept {
     _heapmin();
     HeapCompact(GetProcessHeap(), 0);

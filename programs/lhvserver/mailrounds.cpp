@@ -12,7 +12,6 @@
 #include "engine/incoming/cycletransaction.h"
 #include "engine/incoming/digests.h"
 #include "platform/filestatus.h"
-#include "platform/process.h"
 #include "senddaemon/messageiterator.h"
 #include "senddaemon/notificationlistener.h"
 #include "utility/lasterror.h"
@@ -49,11 +48,13 @@ void Notify(std::uint32_t list, const CCycleTotals& totals) {
 CMailRounds::CMailRounds(std::function<bool()> stop, CCycleControl& control)
     : m_stop(std::move(stop)), m_control(control) {}
 
-void CMailRounds::Look() {
+bool CMailRounds::Look() {
+    m_hasWorked = false;
     Guard("look", "Looking after the lists' mail", [&] {
         Round(Which::Due);
         return true;
     });
+    return m_hasWorked;
 }
 
 void CMailRounds::RunOnce() {
@@ -97,6 +98,7 @@ void CMailRounds::Round(Which which) {
     if (!m_stop() && (isMinute || m_hasNew || m_broadcasts.HasMore())) RunBroadcasts(which);
     if (!m_stop() && (now >= m_nextPruning || now < m_nextPruning - PruningInterval)) {
         m_nextPruning = now + PruningInterval;
+        m_hasWorked = true;
         Prune();
         WarnOfDigests();
     }
@@ -157,7 +159,7 @@ void CMailRounds::RunCycle(const CList& list) {
         m_hasNew = m_hasNew || totals.processed != 0 || totals.posted != 0;
         hasCome = totals.fetched > 0;
         Notify(list.number, totals);
-        if (totals.fetched > 0) Platform::ReturnFreeMemory();  // a full mailbox makes a long list
+        m_hasWorked = m_hasWorked || hasCome || totals.processed + totals.failed > 0;
         if (result != CycleResult::Cut || hasCome) return result != CycleResult::Failed;
         SetLastErrorText("The POP3 server is so slow that no message has come whole in the time for one mailbox.");
         return false;
@@ -175,6 +177,7 @@ void CMailRounds::TakeUpAccepted(const CList& list) {
     if (!HoldsMessage(GetAcceptedFolder(list.number))) return;
     m_acceptedTries[list.number] = now + Minute;
     m_hasNew = true;
+    m_hasWorked = true;
     Guard("accepted " + std::to_string(list.number), "Processing what was accepted for the list \"" + list.name + "\"",
           [&] {
               CCycleTotals totals;
@@ -193,6 +196,7 @@ void CMailRounds::MakeDigest(const CList& list) {
         bool sent = false;
         const bool succeeded = SendDigestIfDue(list.number, Now(), sent);
         m_hasNew = m_hasNew || sent;
+        m_hasWorked = m_hasWorked || sent;
         return succeeded;
     });
 }
@@ -210,7 +214,8 @@ void CMailRounds::RunBroadcasts(Which which) {
     };
     m_isBroadcasting = true;
     Guard("broadcasts", "Running the broadcasts", [&] {
-        m_broadcasts.Run(Now(), stop);
+        const bool hasWorked = m_broadcasts.Run(Now(), stop);
+        m_hasWorked = m_hasWorked || hasWorked;
         return true;
     });
     m_isBroadcasting = false;

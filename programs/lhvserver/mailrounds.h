@@ -30,7 +30,7 @@ class CMailRounds {
 public:
     CMailRounds(std::function<bool()> stop, CCycleControl& control);
 
-    void Look();     // whatever is due now
+    bool Look();     // whatever is due now; whether anything was done
     void RunOnce();  // a cycle of every list within its hours, digests that are due, every broadcast
 
 private:
@@ -65,6 +65,7 @@ private:
     std::map<std::uint32_t, std::int64_t> m_acceptedTries;  // list: when what was accepted is looked at again
     std::set<std::uint32_t> m_warnedOf;                     // lists whose digest is never due
     bool m_hasNew = true;                                   // broadcasts may have been made
+    bool m_hasWorked = false;                               // in this look
     std::int64_t m_nextMinute = 0;                          // for what is looked at once a minute
     std::int64_t m_nextPruning = 0;
 };

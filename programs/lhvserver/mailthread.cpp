@@ -1,6 +1,7 @@
 #include "programs/lhvserver/mailthread.h"
 
 #include <chrono>
+#include <system_error>
 
 #include "app/logcontext.h"
 #include "programs/lhvserver/mailrounds.h"
@@ -43,8 +44,25 @@ void CMailThread::Work(const std::stop_token& stop, Mode mode) {
     CMailRounds rounds(isToStop, m_control);
     if (mode == Mode::Once) return rounds.RunOnce();
     while (!isToStop()) {
-        rounds.Look();
+        LookOnce(rounds);
         std::unique_lock lock(m_mutex);
         m_wake.wait_for(lock, LookInterval, [&stop] { return stop.stop_requested(); });
     }
+}
+
+// On a thread of its own: what the C library keeps for a thread, and which holds
+// pages all over what a long look has used, goes back when it ends.
+void CMailThread::LookOnce(CMailRounds& rounds) {
+    const auto look = [this, &rounds] {
+        const CLogContext context("Mail");
+        m_heartbeat.BeOfThisThread();
+        if (rounds.Look()) ++m_work;
+    };
+    m_isLooking = true;
+    try {
+        std::thread(look).join();
+    } catch (const std::system_error&) {  // the system has no thread to give
+        look();
+    }
+    m_isLooking = false;
 }

@@ -8,11 +8,14 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <thread>
 
 #include "app/heartbeat.h"
 #include "engine/incoming/mailcycle.h"
+
+class CMailRounds;
 
 class CMailThread {
 public:
@@ -25,16 +28,21 @@ public:
 
     bool IsDone() const noexcept { return m_isDone; }
     const CHeartbeat& GetHeartbeat() const noexcept { return m_heartbeat; }
+    bool IsResting() const noexcept { return !m_isLooking; }
+    std::uint64_t GetWork() const noexcept { return m_work; }  // grows with each look that has done anything
     // Ends a conversation with a POP3 server where it stands, everything else
     // behind the message or the copy that is being dealt with; waits for that.
     void Stop();
 
 private:
     void Work(const std::stop_token& stop, Mode mode);
+    void LookOnce(CMailRounds& rounds);
 
     CHeartbeat m_heartbeat;
     CCycleControl m_control;
     std::atomic<bool> m_isDone{false};
+    std::atomic<bool> m_isLooking{false};
+    std::atomic<std::uint64_t> m_work{0};
     std::mutex m_mutex;
     std::condition_variable m_wake;  // not "_any": see Stop()
     std::jthread m_thread;

@@ -6,6 +6,7 @@
 #include <exception>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "app/datafolder.h"
 #include "app/productname.h"
@@ -19,6 +20,7 @@
 #include "platform/process.h"
 #include "platform/service.h"
 #include "programs/lhvserver/mailthread.h"
+#include "programs/lhvserver/sending.h"
 #include "programs/lhvserver/servicecommands.h"
 #include "programs/lhvserver/servicelog.h"
 #include "programs/lhvserver/servicewatch.h"
@@ -107,7 +109,7 @@ void CServer::ServeUntilStopped() {
     if (!host.StartWhenFree(stop) && !stop()) throw CLhvException("Nothing can be sent: " + DescribeLastError());
     SendDaemon::CSendLoopOptions options = MakeOptions(host);
     options.stopRequested = stop;
-    if (!stop()) RunUntilStopped(host.GetDaemon(), options);
+    if (!stop()) SendUntilStopped(host.GetDaemon(), std::move(options), mail);
     Platform::NotifyServiceStopping();
     mail.Stop();
     Log(LogInfo, "The server has ended.");
@@ -186,6 +188,7 @@ int Run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     Platform::PrepareProcess(argc, argv);
+    Platform::KeepMemoryTogether();
     try {
         return Run(argc, argv);
     } catch (const std::exception& exception) {

@@ -1,6 +1,7 @@
 // The loops: they neither lose a message nor end early, whatever fails.
 
 #include "platform/faultplan.h"
+#include "senddaemon/threadregistry.h"
 #include "tests/senddaemon/daemonfixture.h"
 
 namespace SendDaemon {
@@ -25,6 +26,24 @@ TEST_F(SendLoop, OnePassTriesEachMessageOnce) {
     EXPECT_EQ(result.failed, 1U);
     EXPECT_EQ(Counts(), "0 0 4 1 0 0");
     EXPECT_EQ(RunOnce(*m_daemon, m_options).sent, 0U);
+}
+
+// A server ends the loop when it rests, and begins it anew.
+TEST_F(SendLoop, EndedAtRestItLeavesNoThreadsAndGoesOn) {
+    const auto gate = RegisterGatedKind("Gate");
+    gate->Open();
+    Set("SendMethod", "Gate");
+    ASSERT_TRUE(Start());
+    bool isAtRest = false;
+    m_options.stopRequested = [&] { return isAtRest; };
+    m_options.resting = [&] { isAtRest = true; };
+    for (const char* expected : {"0 0 3 0 0 0", "0 0 6 0 0 0"}) {
+        isAtRest = false;
+        Queue(3);
+        EXPECT_TRUE(RunUntilStopped(*m_daemon, m_options).wasStopped);
+        EXPECT_EQ(Counts(), expected);
+        EXPECT_TRUE(GetRegisteredThreads().empty());
+    }
 }
 
 // The n-th operation fails, for every n until none is left to fail: at the end
