@@ -191,6 +191,10 @@ CInboxProcessing::Handled CInboxProcessing::Handle(const CInboxMessage& waiting,
         title = TitleOf(message);
         message.isAccepted =
             !waiting.IsInMemory() && SamePath(ParentFolder(ParentFolder(waiting.path)), GetAcceptedFolder(m_list));
+        // Neither its loop marks nor whether a program wrote it can be known.
+        if (message.hasHugeHeader) throw CLhvException("Its header is larger than 1 MiB.");
+        const BroadcastList& list = m_view.GetList();
+        if (EqualNoCase(message.directList, list.guid)) message.to.push_back({list.name, list.address});
         effects.Say(title + ": " + (message.isAccepted ? "accepted by the moderator" : "processed"));
         Plan(message, effects);
     } catch (const std::exception& exception) {

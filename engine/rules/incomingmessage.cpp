@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "engine/messagetemplate.h"
 #include "engine/signature.h"
 #include "engine/utf8text.h"
 #include "mime/createentity.h"
@@ -87,6 +88,7 @@ void ReadControlFields(const CRawHeader& header, CIncomingMessage& message) {
     message.received = std::max<std::int64_t>(0, ParseNumber(Trim(header.Get("X-Lhv-Received"))).value_or(0));
     message.serverId = Trim(header.Get("X-Lhv-Server-Id"));
     const std::int64_t size = ParseNumber(Trim(header.Get("X-Lhv-Too-Large"))).value_or(0);
+    message.directList = Trim(header.Get(ControlHeader::DirectMessageListGuid));
     message.tooLarge = static_cast<std::uint64_t>(std::max<std::int64_t>(0, size));
 }
 
@@ -201,8 +203,10 @@ bool LoadText(const CMimeSource& source, CMimeMessage& message) {
 bool ReadSource(const CMimeSource& source, const std::vector<std::string>& ownAddresses, CIncomingMessage& message) {
     const CMimeHead head = ReadMimeHead(source.View());
     const std::size_t headEnd = source.View().starts_with('\n') ? 0 : source.View().find("\n\n");
-    const bool hasHeader = head.header.GetFieldCount() > 0;
-    const CRawHeader header(hasHeader ? source.View().substr(0, headEnd) : std::string_view());
+    message.hasHugeHeader = head.isTooLarge;
+    const bool hasHeader = head.header.GetFieldCount() > 0 || head.isTooLarge;
+    const CRawHeader header(hasHeader ? source.View().substr(0, std::min(headEnd, CMimeEntity::MaxHeaderSize))
+                                      : std::string_view());
     if (!message.message.LoadText(source)) return false;
     message.source = source;
     UseOwnHeader(head.header, ControlFields::Dropped, message.message.GetRoot()->GetHeader());

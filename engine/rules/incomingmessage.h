@@ -43,6 +43,8 @@ struct CIncomingMessage {
     std::int64_t received = 0;   // X-Lhv-Received
     std::string serverId;        // X-Lhv-Server-Id: key of the message on the POP3 server; "" without
     std::uint64_t tooLarge = 0;  // X-Lhv-Too-Large: size of a message of which only the header was fetched
+    std::string directList;      // X-Lhv-Direct-Msg-List-Guid: of the list that it was composed for; "" without
+    bool hasHugeHeader = false;  // larger than CMimeEntity::MaxHeaderSize; only what is within that was read of it
     bool isAccepted = false;     // by the moderator: set by who knows the folder
     Automatic automatic = Automatic::No;
     std::string automaticReason;  // "Auto-Submitted: auto-replied"

@@ -107,6 +107,27 @@ TEST_F(ProcessingTest, WhatBecomesOfMessages) {
     }
 }
 
+// What a front end has put into the inbox has no To.
+TEST_F(ProcessingTest, AComposedMessageIsForTheListThatItNames) {
+    MakeClub(ListKind::Discussion, {"ann@x.example", "bob@x.example"});
+    const std::string guid = GetCatalogue().GetText(GetCatalogue().FindByNumber(m_list), ListColumn::Guid);
+    for (const std::string& named : {std::string("{another}"), guid, std::string()}) {
+        PutIntoInbox("From: ann@x.example\nSubject: Hi\nX-Lhv-Direct-Msg-List-Guid: " + named + "\n\nHello\n");
+        EXPECT_EQ(Process().find("1 posted") != std::string::npos, named == guid) << named;
+    }
+}
+
+// It may come from a program, or be one of the list's own: nobody is answered, and it is not lost.
+TEST_F(ProcessingTest, WhatHasAHugeHeaderIsSetAside) {
+    MakeClub(ListKind::Autoresponder, {});
+    const std::string fold(1 << 20, 'x');
+    PutIntoInbox("From: eve@x.example\nX-Long: " + fold + "\n y\nX-Loop: " + ListAddress + "\n\nHello\n");
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(Process(), "0 fetched, 1 failed");
+    EXPECT_EQ(QueuedFiles(GetFailedFolder(m_list)).size(), 1U);
+    EXPECT_TRUE(TakeQueue().empty());
+}
+
 // A member who came, one who went or changed in the same transaction: as the tables have them afterwards.
 TEST_F(ProcessingTest, FewRecipientsGetTheCopiesThatABroadcastMakes) {
     MakeClub(ListKind::Discussion, {"ann@x.example", "bob@x.example", "dan@x.example"});
