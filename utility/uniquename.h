@@ -32,6 +32,7 @@ public:
     bool Create(std::string_view folder, std::string_view extension);
     bool Write(std::string_view bytes);
     bool Overwrite(std::uint64_t offset, std::string_view bytes);  // of what was written
+    void StartFlush() noexcept { m_file.StartFlush(); }            // so that FinishWriting() has less to wait for
     bool FinishWriting();                                          // flushes and closes; the name stays NUMBER.tmp
     bool CloseUnflushed();  // for FlushTogether(): before anything names the file, or it is published
     bool Publish();         // renames; FinishWriting() first if need be

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <set>
 #include <string>
 #include <string_view>
@@ -24,11 +25,12 @@
 class CPreparingList {
 public:
     bool Open(const std::string& path);
-    bool Add(const std::string& temporaryPath);
+    bool Add(const std::string& temporaryPath);  // from any thread
     bool Clear();
     bool RemoveFiles();  // that are named, then the names
 
 private:
+    std::mutex m_lock;
     Platform::CFile m_file;
     std::string m_path;
 };

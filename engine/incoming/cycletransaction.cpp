@@ -8,6 +8,7 @@
 
 #include "engine/broadcastjob.h"
 #include "engine/incoming/cycleparts.h"
+#include "engine/incoming/preparedfiles.h"
 #include "platform/file.h"
 #include "platform/filestatus.h"
 #include "platform/guid.h"
@@ -56,7 +57,7 @@ std::string HeaderLines(std::string_view lines) {
 }  // namespace
 
 struct CCycleTransaction::CState {
-    explicit CState(CCycleState::CState& owner) : cycle(owner) {}
+    explicit CState(CCycleState::CState& owner) : cycle(owner), written(owner.preparing) {}
 
     // By address, without regard to case: what is to become of the member.
     struct CMemberChange {
@@ -68,11 +69,16 @@ struct CCycleTransaction::CState {
     CycleRecord record;
     std::map<std::string, CMemberChange, CLessNoCase> members;
     Marks marks;
-    bool isCounted = false;  // among those that have prepared something
-    bool isSpoilt = false;   // a flush that failed is not tried again: the system may have dropped the bytes
+    CPreparedFiles written;              // by others than the caller, and not in the record yet
+    std::vector<std::string> unflushed;  // that the caller wrote
+    std::int64_t nextTime = 0;           // of the next file, unless 0
+    bool isCounted = false;              // among those that have prepared something
+    bool isSpoilt = false;  // a flush that failed is not tried again: the system may have dropped the bytes
 
     bool Begin(std::string_view queueFolder, CNewFile& file);
+    bool Add(std::string_view queueFolder, std::string text);
     bool Note(const CNewFile& file);
+    bool TakeWritten();
     bool FlushPrepared();
     void RemovePrepared();
     void Forget(bool isFinished);
@@ -90,28 +96,48 @@ bool CCycleTransaction::CState::Note(const CNewFile& file) {
     return cycle.preparing.Add(file.GetTemporaryPath());
 }
 
+// Others write it while the caller goes on.
+bool CCycleTransaction::CState::Add(std::string_view queueFolder, std::string text) {
+    if (!cycle.IsReady()) return false;
+    CBatchFolder* const queue = cycle.work.GetQueues().Open(WithoutSeparator(queueFolder));
+    if (!queue) return false;
+    if (!std::exchange(isCounted, true)) ++cycle.transactions;
+    return written.Add(*queue, std::move(text), std::exchange(nextTime, 0));
+}
+
+// Waits until they are on the disk.
+bool CCycleTransaction::CState::TakeWritten() {
+    if (written.IsEmpty()) return true;
+    std::vector<CNewFile> files;
+    isSpoilt = !written.Finish(files);
+    for (CNewFile& file : files) {
+        record.files.push_back({file.GetTemporaryPath(), file.GetFinalPath()});
+        file.Keep();
+    }
+    return !isSpoilt;
+}
+
 // The record must not name a file that a power failure takes away.
 bool CCycleTransaction::CState::FlushPrepared() {
     if (isSpoilt) {
         SetLastErrorText("What was prepared did not get onto the disk.");
         return false;
     }
-    std::vector<std::string> files;
-    for (const CycleRecord::CFile& file : record.files)
-        files.push_back(file.temporaryPath);
-    for (const CycleRecord::CBroadcast& broadcast : record.broadcasts)
-        files.push_back(broadcast.messagePath);
+    if (!TakeWritten()) return false;
     std::set<std::string> folders;
-    for (const std::string& file : files)
-        folders.insert(ParentFolder(file));
+    for (const CycleRecord::CFile& file : record.files)
+        folders.insert(ParentFolder(file.temporaryPath));
+    for (const CycleRecord::CBroadcast& broadcast : record.broadcasts)
+        folders.insert(ParentFolder(broadcast.messagePath));
     for (const CycleRecord::CTwin& twin : record.twins)  // of which the name alone counts
         folders.insert(ParentFolder(twin.temporaryPath));
-    isSpoilt = !FlushTogether(files, std::vector<std::string>(folders.begin(), folders.end()));
+    isSpoilt = !FlushTogether(unflushed, std::vector<std::string>(folders.begin(), folders.end()));
     return !isSpoilt;
 }
 
 void CCycleTransaction::CState::RemovePrepared() {
     const std::string reason = GetLastErrorText();
+    written.Abandon();
     for (const CycleRecord::CFile& file : record.files)
         Platform::RemoveFile(file.temporaryPath);
     for (const CycleRecord::CTwin& twin : record.twins)
@@ -124,6 +150,7 @@ void CCycleTransaction::CState::RemovePrepared() {
 // The list of names is emptied when nobody needs it any more.
 void CCycleTransaction::CState::Forget(bool isFinished) {
     record = {};
+    unflushed.clear();
     members.clear();
     marks.clear();
     if (std::exchange(isCounted, false) && --cycle.transactions == 0 && isFinished) {
@@ -145,14 +172,23 @@ bool CCycleTransaction::BeginMessage(std::string_view queueFolder, CNewFile& fil
 }
 
 bool CCycleTransaction::FinishMessage(CNewFile& file, std::string* newPath) {
-    if (!file.CloseUnflushed()) return false;
+    // Those that others write come first: a twin is of the last one.
+    if (!m_state->TakeWritten() || !file.CloseUnflushed()) return false;
+    if (const std::int64_t time = std::exchange(m_state->nextTime, 0); time != 0) {
+        if (!Platform::SetFileTimes(file.GetTemporaryPath(), {.created = time, .modified = time})) {
+            SetLastErrorFromSystem();
+            return false;
+        }
+    }
     m_state->record.files.push_back({file.GetTemporaryPath(), file.GetFinalPath()});
+    m_state->unflushed.push_back(file.GetTemporaryPath());
     if (newPath) *newPath = file.GetFinalPath();
     file.Keep();
     return true;
 }
 
 bool CCycleTransaction::AddMessage(std::string_view queueFolder, std::string_view text, std::string* newPath) {
+    if (newPath == nullptr) return m_state->Add(queueFolder, std::string(text));
     CNewFile file;
     return BeginMessage(queueFolder, file) && file.Write(text) && FinishMessage(file, newPath);
 }
@@ -165,23 +201,19 @@ bool CCycleTransaction::AddCopy(std::string_view queueFolder, std::string_view s
 }
 
 bool CCycleTransaction::AddCopyOf(std::string_view queueFolder, std::string_view text, std::string_view extraHeaders) {
-    CNewFile file;
-    return BeginMessage(queueFolder, file) && file.Write(HeaderLines(extraHeaders)) && file.Write(text) &&
-           FinishMessage(file);
+    return m_state->Add(queueFolder, HeaderLines(extraHeaders).append(text));
 }
 
 // The clock that stamps files stands still for some milliseconds at a time.
-bool CCycleTransaction::KeepOrder() {
+void CCycleTransaction::KeepOrder() {
     constexpr std::int64_t Step = 1000;  // nanoseconds; file systems know a tenth of it
     std::int64_t& last = m_state->cycle.lastInOrder;
     last = std::max(Platform::NanosecondsSince1970(), last + Step);
-    const std::string& path = m_state->record.files.back().temporaryPath;
-    if (Platform::SetFileTimes(path, {.created = last, .modified = last})) return true;
-    SetLastErrorFromSystem();
-    return false;
+    m_state->nextTime = last;
 }
 
 bool CCycleTransaction::AddTwin(std::string_view queueFolder) {
+    if (!m_state->TakeWritten()) return false;
     CycleRecord& record = m_state->record;
     if (record.files.empty()) {
         SetLastErrorText("There is no message that could lie in another folder too.");
@@ -221,6 +253,7 @@ bool CCycleTransaction::AddBroadcast(std::string_view text, const BroadcastModes
         return false;
     }
     identifier = CBroadcastJobs().NewIdentifier();
+    s.unflushed.push_back(file.GetTemporaryPath());
     s.record.broadcasts.push_back({identifier, file.GetTemporaryPath(), modes});
     file.Keep();
     return true;
@@ -239,17 +272,19 @@ bool CCycleTransaction::GetMark(MarkKind kind, std::string_view key, std::string
 }
 
 bool CCycleTransaction::IsEmpty() const noexcept {
-    return m_state->record.IsEmpty() && m_state->members.empty() && m_state->marks.empty();
+    return m_state->record.IsEmpty() && m_state->written.IsEmpty() && m_state->members.empty() &&
+           m_state->marks.empty();
 }
 
 std::size_t CCycleTransaction::CountFiles() const noexcept {
     const CycleRecord& record = m_state->record;
-    return record.files.size() + record.twins.size() + record.broadcasts.size();
+    return m_state->written.GetCount() + record.files.size() + record.twins.size() + record.broadcasts.size();
 }
 
 bool CCycleTransaction::Commit() {
     if (IsEmpty()) return true;
     CState& s = *m_state;
+    if (!s.cycle.IsReady() || !s.FlushPrepared()) return false;
     CycleRecord& record = s.record;
     record.id = NewRecordId();
     record.members.clear();
@@ -260,7 +295,6 @@ bool CCycleTransaction::Commit() {
         else
             record.members.push_back(change.member);
     }
-    if (!s.cycle.IsReady() || !s.FlushPrepared()) return false;
     const auto result = s.cycle.Commit(record, s.marks);
     using Result = CCycleState::CState::Result;
     if (result == Result::Nothing) return false;

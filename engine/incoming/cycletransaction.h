@@ -102,7 +102,7 @@ public:
     ~CCycleTransaction();  // without Commit(): what was prepared is removed
 
     // text (CR LF) becomes a message of the queue folder at that path; its final path in newPath.
-    // None of it is visible before Commit().
+    // None of it is visible before Commit(), which also tells what goes wrong with a text without newPath.
     bool AddMessage(std::string_view queueFolder, std::string_view text, std::string* newPath = nullptr);
     // Likewise a copy of a file, with header lines (LF) put in front of its own.
     bool AddCopy(std::string_view queueFolder, std::string_view source, std::string_view extraHeaders = {},
@@ -111,9 +111,9 @@ public:
     // For a message that comes piece by piece: the first makes the file, the second takes it over.
     bool BeginMessage(std::string_view queueFolder, CNewFile& file);
     bool FinishMessage(CNewFile& file, std::string* newPath = nullptr);
-    // The file of the message added last gets a later time than those of all before
-    // it: for folders that are read in that order.
-    bool KeepOrder();
+    // The file of the message that is added next gets a later time than those of all
+    // before it: for folders that are read in that order.
+    void KeepOrder();
     // The message added last also lies in another queue folder; where the file system can, as the same file.
     bool AddTwin(std::string_view queueFolder);
     void MoveMessage(std::string_view source, std::string_view queueFolder);  // one rename

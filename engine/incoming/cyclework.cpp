@@ -52,6 +52,7 @@ bool CPreparingList::Open(const std::string& path) {
 }
 
 bool CPreparingList::Add(const std::string& temporaryPath) {
+    const std::lock_guard guard(m_lock);
     return m_file.Write(ToStoredPath(temporaryPath) + '\n') || FailFromSystem();
 }
 

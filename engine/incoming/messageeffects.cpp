@@ -48,17 +48,17 @@ void CMessageEffects::MarkPost(CCycleTransaction& transaction, const CListView& 
 }
 
 bool CMessageEffects::AddTo(CCycleTransaction& transaction, CListView& view, const CIncomingMessage& message) {
+    const auto addMessage = [&](const CNewMessage& added) {
+        if (added.inOrder) transaction.KeepOrder();
+        return transaction.AddMessage(added.queueFolder, added.text);
+    };
+    const auto addCopy = [&](const CCopyOfIt& copy) {
+        transaction.KeepOrder();
+        return message.text ? transaction.AddCopyOf(copy.queueFolder, *message.text, copy.extraHeaders)
+                            : transaction.AddCopy(copy.queueFolder, message.path, copy.extraHeaders);
+    };
     const bool isPrepared =
-        std::all_of(messages.begin(), messages.end(),
-                    [&](const CNewMessage& added) {
-                        return transaction.AddMessage(added.queueFolder, added.text) &&
-                               (!added.inOrder || transaction.KeepOrder());
-                    }) &&
-        std::all_of(copies.begin(), copies.end(), [&](const CCopyOfIt& copy) {
-            return (message.text ? transaction.AddCopyOf(copy.queueFolder, *message.text, copy.extraHeaders)
-                                 : transaction.AddCopy(copy.queueFolder, message.path, copy.extraHeaders)) &&
-                   transaction.KeepOrder();
-        });
+        std::all_of(messages.begin(), messages.end(), addMessage) && std::all_of(copies.begin(), copies.end(), addCopy);
     if (!isPrepared || !AddPosts(transaction, view)) return false;
     AddMembers(transaction, view);
     if (view.GetReplyInterval() > 0) {

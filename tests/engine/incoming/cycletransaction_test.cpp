@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <set>
 
 #include "engine/broadcastjob.h"
 #include "engine/eventlog.h"
@@ -181,6 +182,46 @@ TEST_F(CycleTransaction, ARecoveryThatFailsAnywhereIsMadeAgain) {
             CheckAll(list, where);
             CheckTemporaryFiles(where);
         }
+    }
+    Platform::SetFlushEnabled(true);
+}
+
+// So many that other threads write them; the larger ones make the caller wait.
+TEST_F(CycleTransaction, OfManyFilesAllAreThereOrNone) {
+    constexpr std::size_t Count = 600;
+    const auto textOf = [](std::size_t i) { return std::to_string(i) + std::string(i % 50 == 0 ? 900'000 : i, 'x'); };
+    const std::pair<Operation, unsigned> rows[] = {
+        {Operation::Open, 1},    {Operation::Open, 300},  {Operation::Write, 2},    {Operation::Write, 700},
+        {Operation::Flush, 1},   {Operation::Flush, 150}, {Operation::Flush, 599},  {Operation::FlushFolder, 6},
+        {Operation::Rename, 10}, {Operation::Write, 9},   {Operation::Rename, 601},
+    };
+    for (const auto& [operation, n] : rows) {
+        const CTemporaryDataFolder folder;
+        const std::string where = std::to_string(static_cast<int>(operation)) + " at " + std::to_string(n);
+        const std::string queues[] = {JoinPath(GetDataFolder(), "First"), JoinPath(GetDataFolder(), "Second")};
+        CCycleState state;
+        ASSERT_TRUE(state.Open(7) && state.Recover());
+        Platform::SetFlushEnabled(operation == Operation::Flush || operation == Operation::FlushFolder);
+        bool isDone = true;
+        {
+            const Platform::CFaultPlan plan(operation, n);
+            CCycleTransaction transaction(state);
+            for (std::size_t i = 0; i < Count && isDone; ++i)
+                isDone = transaction.AddMessage(queues[i % 2], textOf(i));
+            isDone = isDone && transaction.Commit();
+            EXPECT_EQ(isDone, !plan.WasHit()) << where;
+        }
+        Platform::SetFlushEnabled(false);
+        ASSERT_TRUE(state.Recover()) << where;
+        std::multiset<std::string> expected;
+        std::multiset<std::string> found;
+        for (std::size_t i = 0; i < Count && (isDone || operation == Operation::Rename); ++i)
+            expected.insert(textOf(i));
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(GetDataFolder())) {
+            if (entry.path().extension() == ".tmp") ADD_FAILURE() << where << ": " << entry.path().string();
+            if (entry.path().extension() == ".eml") found.insert(Get(entry.path().string()));
+        }
+        EXPECT_TRUE(found == expected) << where << ": " << found.size();
     }
     Platform::SetFlushEnabled(true);
 }

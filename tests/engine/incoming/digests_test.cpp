@@ -70,8 +70,10 @@ TEST_F(Digests, KeepTheOrderOfThePosts) {
     CCycleState cycle;
     ASSERT_TRUE(cycle.Open(m_list) && cycle.Recover());
     CCycleTransaction transaction(cycle);
-    for (int i = 0; i < 20; ++i)
-        ASSERT_TRUE(transaction.AddMessage(GetDigestEntryFolder(m_list), std::to_string(i)) && transaction.KeepOrder());
+    for (int i = 0; i < 20; ++i) {
+        transaction.KeepOrder();
+        ASSERT_TRUE(transaction.AddMessage(GetDigestEntryFolder(m_list), std::to_string(i)));
+    }
     ASSERT_TRUE(transaction.Commit());
     CDigestState state;
     ASSERT_TRUE(ReadDigestState(m_list, state));
