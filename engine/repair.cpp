@@ -42,7 +42,8 @@ private:
     void Tell(RepairFinding finding, const std::string& text);
     void Guard(const std::string& what, const std::function<void()>& step);
     std::vector<std::string> FilesOf(std::string_view pattern);
-    bool RepairOne(const std::string& name, std::span<const CColumnDescription> columns);
+    bool RepairOne(const std::string& name, std::span<const CColumnDescription> columns,
+                   HalfRecord half = HalfRecord::Crash);
     void RepairMembers(const std::string& name);
     void RemoveAbandoned(const std::string& folder, int depth);
     bool IsBroadcastUnfinished();
@@ -62,12 +63,14 @@ bool CRepair::Run() {
         RepairMembers(name);
     for (const std::string& name : FilesOf("*.CFD"))
         RepairOne(name, CCustomFields::Columns());
+    for (const std::string& name : FilesOf("*.RUL"))
+        RepairOne(name, RuleColumns(), HalfRecord::Cut);
     const struct {
         const char* pattern;
         std::span<const CColumnDescription> columns;
-    } tables[] = {{"*.RUL", RuleColumns()},     {"*.suw", RuleListColumns()},   {"*.bow", RuleListColumns()},
-                  {"*.toa", RuleListColumns()}, {"*.fra", RuleListColumns()},   {"*.foa", RuleListColumns()},
-                  {"*.sma", RuleListColumns()}, {"*.rpf", ParseFieldColumns()}, {"*.ACL", AccessColumns()}};
+    } tables[] = {{"*.suw", RuleListColumns()},   {"*.bow", RuleListColumns()}, {"*.toa", RuleListColumns()},
+                  {"*.fra", RuleListColumns()},   {"*.foa", RuleListColumns()}, {"*.sma", RuleListColumns()},
+                  {"*.rpf", ParseFieldColumns()}, {"*.ACL", AccessColumns()}};
     for (const auto& table : tables) {
         for (const std::string& name : FilesOf(table.pattern))
             RepairOne(name, table.columns);
@@ -107,14 +110,14 @@ std::vector<std::string> CRepair::FilesOf(std::string_view pattern) {
     return names;
 }
 
-bool CRepair::RepairOne(const std::string& name, std::span<const CColumnDescription> columns) {
+bool CRepair::RepairOne(const std::string& name, std::span<const CColumnDescription> columns, HalfRecord half) {
     const std::string path = m_folder + name;
     bool fit = false;
     Guard(path, [&] {
         Platform::CNamedMutex mutex(TableMutexName(path));
         const CMutexGuard lock(mutex);
-        fit =
-            RepairTable(path, columns, [this](RepairFinding finding, const std::string& text) { Tell(finding, text); });
+        fit = RepairTable(
+            path, columns, [this](RepairFinding finding, const std::string& text) { Tell(finding, text); }, half);
     });
     return fit;
 }

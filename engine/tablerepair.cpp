@@ -61,8 +61,9 @@ std::vector<Layout> KnownLayouts(std::span<const CColumnDescription> columns) {
 
 class CTableRepair {
 public:
-    CTableRepair(const std::string& path, std::span<const CColumnDescription> columns, const RepairReport& report)
-        : m_path(path), m_columns(columns), m_report(report) {}
+    CTableRepair(const std::string& path, std::span<const CColumnDescription> columns, const RepairReport& report,
+                 HalfRecord half)
+        : m_path(path), m_columns(columns), m_report(report), m_half(half) {}
 
     bool Run();
 
@@ -93,6 +94,7 @@ private:
     const std::string& m_path;
     std::span<const CColumnDescription> m_columns;
     const RepairReport& m_report;
+    const HalfRecord m_half;
     Platform::CFile m_file;
     std::uint64_t m_size = 0;
 };
@@ -202,6 +204,10 @@ void CTableRepair::DropRecord(std::uint32_t version, std::uint64_t offset) {
 bool CTableRepair::RepairRecords(std::uint32_t version) {
     const std::uint64_t recordSize = RecordSizeAt(m_columns, version);
     const std::uint64_t records = m_size / recordSize;
+    const std::uint64_t half = m_size % recordSize;
+    if (half > 0 && m_half == HalfRecord::Cut) {
+        return Remains("It was cut. Put a whole one back, or make the standard rules with \"rule reset\".");
+    }
     const std::uint64_t bad = CountBadFlags(recordSize);
     // A few torn records are a crash; many are a file that is something else.
     if (bad > 2 && bad * 2 > records) {
@@ -215,7 +221,6 @@ bool CTableRepair::RepairRecords(std::uint32_t version) {
                               static_cast<unsigned long long>(offset / recordSize)));
         });
     }
-    const std::uint64_t half = m_size % recordSize;
     if (half > 0) {
         if (!m_file.SetSize(records * recordSize)) Fail();
         m_size = records * recordSize;
@@ -314,6 +319,7 @@ void CTableRepair::RepairTexts(CSTable& table) {
 
 }  // namespace
 
-bool RepairTable(const std::string& path, std::span<const CColumnDescription> columns, const RepairReport& report) {
-    return CTableRepair(path, columns, report).Run();
+bool RepairTable(const std::string& path, std::span<const CColumnDescription> columns, const RepairReport& report,
+                 HalfRecord half) {
+    return CTableRepair(path, columns, report, half).Run();
 }

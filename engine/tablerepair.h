@@ -20,7 +20,14 @@ enum class RepairFinding {
 };
 using RepairReport = std::function<void(RepairFinding finding, const std::string& text)>;
 
+// What half a record at the end of the table means.
+enum class HalfRecord {
+    Crash,  // it was being appended: it is dropped
+    Cut,    // the table is only ever replaced as a whole: others are missing too, and nothing is changed
+};
+
 // False when the table is not fit to be opened.
-bool RepairTable(const std::string& path, std::span<const CColumnDescription> columns, const RepairReport& report);
+bool RepairTable(const std::string& path, std::span<const CColumnDescription> columns, const RepairReport& report,
+                 HalfRecord half = HalfRecord::Crash);
 
 #endif  // LISTHAVEN_ENGINE_TABLEREPAIR_H

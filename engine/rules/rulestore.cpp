@@ -167,7 +167,8 @@ void CRuleStore::Store(std::span<CMessageRule> rules, bool replaceAll) {
     Platform::CNamedMutex mutex(TableMutexName(m_path));
     const CMutexGuard guard(mutex);
     CRuleTable table(m_path);
-    std::vector<CRuleRow> rows = ReadRows();
+    std::vector<CRuleRow> rows =
+        WithoutGone(table.Read(replaceAll ? CRuleTable::Cut::PassedOver : CRuleTable::Cut::Refused));
     if (rules.empty() && rows.empty()) return;
     const std::uint32_t first = table.NextId(rows);
     if (replaceAll) {
@@ -307,10 +308,13 @@ void CRuleStore::RemoveSideFilesOfDeleted(const std::vector<CRuleRow>& rows) noe
     }
 }
 
+std::vector<CRuleRow> CRuleStore::ReadRows() {
+    return WithoutGone(CRuleTable(m_path).Read());
+}
+
 // A deleted record stays until its files are gone, whatever came between.  The
 // one with the greatest identifier stays beyond that.
-std::vector<CRuleRow> CRuleStore::ReadRows() {
-    std::vector<CRuleRow> rows = CRuleTable(m_path).Read();
+std::vector<CRuleRow> CRuleStore::WithoutGone(std::vector<CRuleRow> rows) {
     const std::uint32_t next = CRuleTable::NextId(rows);
     std::erase_if(rows,
                   [&](const CRuleRow& row) { return !row.isLive && TryRemoveSideFiles(row.id) && row.id + 1 != next; });

@@ -57,6 +57,7 @@ private:
     bool TryRemoveSideFiles(std::uint32_t id) noexcept;
     void RemoveSideFilesOfDeleted(const std::vector<CRuleRow>& rows) noexcept;
     std::vector<CRuleRow> ReadRows();
+    std::vector<CRuleRow> WithoutGone(std::vector<CRuleRow> rows);
 
     std::string m_path;
 };

@@ -91,7 +91,7 @@ CRuleRow RowOf(std::vector<std::byte> record) {
 
 }  // namespace
 
-std::vector<CRuleRow> CRuleTable::Read() {
+std::vector<CRuleRow> CRuleTable::Read(Cut cut) {
     std::vector<CRuleRow> rows;
     if (!Platform::FileIsThere(m_path)) return rows;
     CSTable table;
@@ -99,7 +99,8 @@ std::vector<CRuleRow> CRuleTable::Read() {
     if (static_cast<std::size_t>(table.GetRecordSize()) != RuleLayout().size) Fail(m_path, "has unknown records.");
     Platform::FileStatus status;  // it is replaced as a whole, so no crash leaves half a rule
     if (!Platform::GetFileStatus(m_path, status)) Fail(m_path, "cannot be read.");
-    if (status.size % RuleLayout().size != 0) throw CLhvException("The rules file \"" + m_path + "\" was cut.");
+    if (status.size % RuleLayout().size != 0 && cut == Cut::Refused)
+        throw CLhvException("The rules file \"" + m_path + "\" was cut.");
     const std::int32_t count = table.GetRecordCount();
     for (std::int32_t index = 0; index < count; ++index) {
         std::vector<std::byte> record(RuleLayout().size);

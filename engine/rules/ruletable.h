@@ -30,9 +30,11 @@ struct CRuleRow {
 
 class CRuleTable {
 public:
+    enum class Cut { Refused, PassedOver };  // a file that ends within a rule
+
     explicit CRuleTable(std::string path) : m_path(std::move(path)) {}
 
-    std::vector<CRuleRow> Read();  // none when there is no file
+    std::vector<CRuleRow> Read(Cut cut = Cut::Refused);  // none when there is no file
 
     static std::uint32_t NextId(const std::vector<CRuleRow>& rows) noexcept;
     CRuleRow MakeRow(std::uint32_t id, const RuleFields& rule, const std::string& directory) const;
