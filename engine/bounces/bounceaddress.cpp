@@ -239,6 +239,10 @@ std::vector<CFailedAddress> FindFailedAddresses(const CNoticeParts& parts,
         AddOnce(found, {recipients.front(), std::string::npos});
         return found;
     }
+    for (const CCandidate& one : ScanCandidates(parts.header.GetField("Subject")))
+        if (!ContainsAddress(others, one.address) && !IsSystemAddress(one.address))
+            AddOnce(found, {one.address, std::string::npos});
+    if (!found.empty()) return found;
     // Who wrote to himself: only where the place leaves no doubt.
     std::erase_if(candidates, [&](const CCandidate& one) {
         return one.place != Place::Listed || ContainsAddress(ownAddresses, one.address);

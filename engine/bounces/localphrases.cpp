@@ -116,23 +116,33 @@ constexpr std::string_view LikelySoft =
     "초과|일시적|정지|너무 큽|너무 커|연결";
 
 constexpr std::string_view LikelyBlocked =
-    "abgelehnt|blockiert|gesperrt|zuruckgewiesen|zurueckgewiesen|verweigert|nicht erlaubt|"
-    "refuse par|a ete refuse|est refuse|message refuse|bloque|rejete|"
-    "rechazad|bloquead|no permitid|rejeitad|recusad|nao permitid|rifiutat|respint|bloccat|non consentit|"
-    "geweigerd|geblokkeerd|odrzucon|zablokowan|odmitnut|zamitnut|"
-    "отклонен|отвергнут|отказано|заблокирован|запрещен|"
-    "拒否|受信拒否|ブロック|"
-    "拒收|拒绝|拒絕|封锁|屏蔽|拦截|"
-    "거부|차단|수신 거부";
+    "blockiert|gesperrt|nicht erlaubt|nicht erlaubten|"
+    "bloque|bloquead|no permitid|nao permitid|bloccat|non consentit|"
+    "geblokkeerd|zablokowan|"
+    "заблокирован|запрещен|"
+    "ブロック|受信拒否|"
+    "封锁|屏蔽|拦截|"
+    "차단|수신 거부";
+
+constexpr std::string_view VagueBlocked =
+    "abgelehnt|zuruckgewiesen|zurueckgewiesen|verweigert|"
+    "refuse par|a ete refuse|est refuse|message refuse|rejete|"
+    "rechazad|rejeitad|recusad|rifiutat|respint|"
+    "geweigerd|odrzucon|odmitnut|zamitnut|"
+    "отклонен|отвергнут|отказано|"
+    "拒否|"
+    "拒收|拒绝|拒絕|"
+    "거부";
 
 }  // namespace
 
 std::span<const CPhraseTable> LocalPhrases() noexcept {
     using enum BounceClass;
-    static constexpr std::array<CPhraseTable, 5> Tables = {{{ClearHard, Hard, ReplyWeight::Clear},
+    static constexpr std::array<CPhraseTable, 6> Tables = {{{ClearHard, Hard, ReplyWeight::Clear},
                                                             {ClearSoft, Soft, ReplyWeight::Clear},
                                                             {ClearBlocked, Blocked, ReplyWeight::Clear},
                                                             {LikelySoft, Soft, ReplyWeight::Likely},
-                                                            {LikelyBlocked, Blocked, ReplyWeight::Likely}}};
+                                                            {LikelyBlocked, Blocked, ReplyWeight::Likely},
+                                                            {VagueBlocked, Blocked, ReplyWeight::Vague}}};
     return Tables;
 }

@@ -88,15 +88,30 @@ bool EndsInIdeograph(std::string_view text) noexcept {
     return text.size() >= 3 && StartsIdeograph(text.substr(text.size() - 3));
 }
 
+bool IsAscii(char c) noexcept {
+    return static_cast<unsigned char>(c) < 0x80;
+}
+
+// What of a word follows the address in it: "<a@b>:blocked" says something.
+std::string_view BehindAddress(std::string_view word) noexcept {
+    constexpr std::size_t MinWord = 4;
+    const auto isLetter = [](char c) { return ToLowerAscii(c) >= 'a' && ToLowerAscii(c) <= 'z'; };
+    const auto isDomain = [&](char c) { return isLetter(c) || (c >= '0' && c <= '9') || c == '.' || c == '-'; };
+    const auto end =
+        std::find_if_not(word.begin() + static_cast<std::ptrdiff_t>(word.rfind('@')) + 1, word.end(), isDomain);
+    const std::string_view rest(std::find_if(end, word.end(), isLetter), word.end());
+    return rest.size() < MinWord ? std::string_view() : rest;
+}
+
 // What of a word with an "@" is no part of the address: languages that write
 // without blanks put it in the middle.
 std::string WithoutAddress(std::string_view word) {
-    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    if (std::all_of(word.begin(), word.end(), IsAscii)) return std::string(BehindAddress(word));
     std::string rest;
     for (std::size_t at = 0; at < word.size();) {
         const auto begin = word.begin() + static_cast<std::ptrdiff_t>(at);
-        const bool isPlain = isAscii(*begin);
-        const auto end = std::find_if(begin, word.end(), [&](char c) { return isAscii(c) != isPlain; });
+        const bool isPlain = IsAscii(*begin);
+        const auto end = std::find_if(begin, word.end(), [&](char c) { return IsAscii(c) != isPlain; });
         if (!isPlain || std::find(begin, end, '@') == end) rest.append(begin, end);
         at = static_cast<std::size_t>(end - word.begin());
     }
@@ -121,9 +136,7 @@ std::string NormalizeReply(std::string_view text) {
         std::string_view word(at, end);
         std::string rest;
         if (word.find('@') != std::string_view::npos) {
-            const bool hasIdeographs =
-                std::any_of(at, end, [](char c) { return static_cast<unsigned char>(c) >= 0xE3; });
-            rest = hasIdeographs ? WithoutAddress(word) : std::string();
+            rest = WithoutAddress(word);
             word = rest;
         }
         if (!word.empty()) {

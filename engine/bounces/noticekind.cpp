@@ -113,7 +113,7 @@ bool IsOfMail(const CNoticeParts& parts) {
 bool Speaks(const CNoticeParts& parts, const CNoticeWords& words, Speaker speaker) {
     if (speaker == Speaker::System || parts.reportType == "delivery-status") return true;
     if (HasNullReturnPath(parts) && words.hasSubject && !SaysAutomaticReply(parts)) return IsOfMail(parts);
-    return speaker == Speaker::Machine && (parts.hasReturned || (HasNullReturnPath(parts) && IsOfMail(parts)));
+    return speaker == Speaker::Machine && (parts.hasReturned || !parts.reportType.empty());
 }
 
 // A postmaster is a person too: without one of these it may be he who writes.
@@ -131,6 +131,12 @@ bool SaysFailure(const CNoticeParts& parts, const CNoticeWords& words) {
         return hasWords && hasReply && weight == ReplyWeight::Clear && parts.text.find("\n> ") == std::string::npos;
     if (hasWords || words.hasSubject) return true;
     if (hasReply) return weight >= ReplyWeight::Likely;
+    // A daemon that names an address and a reason, whatever its words for a failure are.
+    const std::string_view from = parts.header.FindStored("From");
+    const bool isDaemon = FindNoCase(from, "mailer-daemon") != std::string_view::npos ||
+                          FindNoCase(from, "mail delivery") != std::string_view::npos;
+    if (isDaemon && HasNullReturnPath(parts) && weight >= ReplyWeight::Likely && !words.isAnswer)
+        return IsOfMail(parts);
     return weight == ReplyWeight::Clear && (parts.hasReturned || !parts.reportType.empty());
 }
 

@@ -95,7 +95,7 @@ constexpr std::string_view LocalFailures =
 constexpr std::string_view Warnings =
     "being delayed|delay notification|delivery attempts will continue|delivery delayed|delivery is delayed|"
     "delivery of your message has been delayed|do not need to re-send|do not need to resend|"
-    "don't need to resend|has been delayed|have not been reached yet|is a warning only|is delayed|"
+    "don't need to resend|has been delayed|have not been reached yet|is a warning only|delivered yet|is delayed|"
     "message is delayed for|no action is required on your part|not been delivered yet|"
     "not need to send your message again|not yet been delivered|notification of a delay|"
     "only a temporary failure|still in the queue|temporary failure report|this is a warning message only|"
@@ -105,7 +105,8 @@ constexpr std::string_view Warnings =
     "you'll be notified if the delivery|you'll be notified if the message";
 
 constexpr std::string_view LocalWarnings =
-    "verzogert sich|verzogerte zustellung|zustellung verzogert|verzogerung bei der zustellung|"
+    "versuchen es weiter|en attente|continuerons a essayer|verzogert sich|verzogerte zustellung|zustellung "
+    "verzogert|verzogerung bei der zustellung|"
     "noch nicht zugestellt|weiterhin versucht|weiterhin versuchen|zustellversuche werden|nur eine warnung|"
     "verspatete zustellung|zustellung ist verzogert|remise retardee|remise est retardee|pas encore ete remis|"
     "pas encore ete delivre|continuer a essayer|continuera a essayer|distribution retardee|"
@@ -127,7 +128,8 @@ constexpr std::string_view LocalWarnings =
     "다시 시도합니다";
 
 constexpr std::string_view Retries =
-    "attempts to deliver will continue|automatically retr|be tried again|continue to be attempted|"
+    "go on trying|keep on trying|more days|more hours|waiting in the queue|waits in our queue|will try for|attempts to "
+    "deliver will continue|automatically retr|be tried again|continue to be attempted|"
     "continue to try|continue trying|could not send mail for past|could not send message for past|"
     "delivery incomplete|further attempts will|has not been delivered yet|is still in the queue|keep trying|"
     "keep trying until|next attempt|next retry|retry until|retrying delivery|still attempting|"
@@ -136,7 +138,8 @@ constexpr std::string_view Retries =
     "will retry|will try again|will try to deliver|you do not need to resend";
 
 constexpr std::string_view DelaySubjects =
-    "(delay)|delay in delivery|delay notice|delay notification|delayed|delayed delivery|delivery delay|"
+    "temporary delivery|(delay)|delay in delivery|delay notice|delay notification|delayed|delayed delivery|delivery "
+    "delay|"
     "delivery incomplete|mail delay|message delay|notification (delay|status notification: warning|"
     "temporarily undeliver|warning--could not send|warning: could not send|warning: message";
 

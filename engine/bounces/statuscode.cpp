@@ -129,7 +129,9 @@ CReplyMeaning MeaningOfStatus(const CStatusCode& status) noexcept {
             return {Soft, ReplyWeight::Vague};
         case 6:  // content
             return {Blocked, General};
-        case 7:  // policy
+        case 7:  // policy; the registry of codes has some that are about the recipient
+            if (status.detail == 13) return {Soft, Precise};                            // his account is disabled
+            if (status.detail == 17 || status.detail == 18) return {byClass, Precise};  // it is somebody else's now
             return {Blocked, General};
         default:
             return {byClass, ReplyWeight::Vague};

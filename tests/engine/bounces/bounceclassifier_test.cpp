@@ -89,7 +89,15 @@ TEST(BounceClassifier, WhoSaysWhat) {
         {"Return-Path: <>\nFrom: shop@example.com\nSubject: Your parcel could not be delivered\n\nReturned to "
          "sender.\n",
          "ordinary"},
-        {Daemon + "Subject: Quarantine\n\nBlocked as spam:\n\n  eve@example.com  Cheap pills\n", "ordinary"},
+        {Daemon + "Subject: Hiba\n\nann@example.com: ismeretlen.\n", "bounce hard:ann@example.com"},
+        {Daemon + "Subject: Trouble\n\nMail to ann@example.com could not be delivered yet: 421 busy.\n", "delay"},
+        {"Return-Path: <>\nFrom: noreply@example.com\nSubject: Invoice\n\nRejected for ann@example.com: 550 5.1.1\n",
+         "ordinary"},
+        {Daemon + "Subject: Delivery failure (ann@example.com)\n\nInvalid user\n", "bounce hard:ann@example.com"},
+        {Daemon + "Subject: Failure\n\nNot delivered: (ann@example.com:blocked)\n", "bounce blocked:ann@example.com"},
+        {"Return-Path: <>\nFrom: postmaster@example.com\nSubject: Quarantine\n\nBlocked as spam:\n\n  eve@example.com  "
+         "Cheap pills\n",
+         "ordinary"},
         {Daemon + Words + "\n_____\nnews mailing list\nnews@example.net\nTo unsubscribe: news-leave@example.net\n",
          "bounce hard:ann@example.com"},
         // Bare line ends within base64, and no charset.
