@@ -105,7 +105,9 @@ constexpr std::string_view Warnings =
     "you'll be notified if the delivery|you'll be notified if the message";
 
 constexpr std::string_view LocalWarnings =
-    "versuchen es weiter|en attente|continuerons a essayer|verzogert sich|verzogerte zustellung|zustellung "
+    "bisher nicht zugestellt|weitere versuche|weitere zustellversuche|entregar aun|ainda nao pode|novas tentativas "
+    "serao|nouvelles tentatives seront|kolejne proby|повторит попытку|повторим попытку|до сих пор не|versuchen es "
+    "weiter|en attente|continuerons a essayer|verzogert sich|verzogerte zustellung|zustellung "
     "verzogert|verzogerung bei der zustellung|"
     "noch nicht zugestellt|weiterhin versucht|weiterhin versuchen|zustellversuche werden|nur eine warnung|"
     "verspatete zustellung|zustellung ist verzogert|remise retardee|remise est retardee|pas encore ete remis|"
@@ -128,7 +130,8 @@ constexpr std::string_view LocalWarnings =
     "다시 시도합니다";
 
 constexpr std::string_view Retries =
-    "go on trying|keep on trying|more days|more hours|waiting in the queue|waits in our queue|will try for|attempts to "
+    "queued for|remains in the queue|remain in the queue|later delivery|will be sent later|se volvera a intentar|go on "
+    "trying|keep on trying|more days|more hours|waiting in the queue|waits in our queue|will try for|attempts to "
     "deliver will continue|automatically retr|be tried again|continue to be attempted|"
     "continue to try|continue trying|could not send mail for past|could not send message for past|"
     "delivery incomplete|further attempts will|has not been delivered yet|is still in the queue|keep trying|"
@@ -144,7 +147,8 @@ constexpr std::string_view DelaySubjects =
     "temporarily undeliver|warning--could not send|warning: could not send|warning: message";
 
 constexpr std::string_view Finals =
-    "being returned|could not be delivered to|deleted from queue|deleted from the queue|delivery failed|"
+    "no se volvera a|being returned|could not be delivered to|deleted from queue|deleted from the queue|delivery "
+    "failed|"
     "delivery to the following recipients failed|failed permanently|gave up|given up|giving up|"
     "i'm not going to try again|no further attempts|no longer be retried|not be retried|not continue trying|"
     "not keep trying|permanent error|permanent fatal error|removed from the queue|returned to sender|"

@@ -58,6 +58,8 @@ public:
             m_current.otherRecipient = AddressOfRecipientField(value);
         } else if (EqualNoCase(name, "Action")) {
             m_current.action = ActionOf(value);
+        } else if (EqualNoCase(name, "Will-Retry-Until")) {
+            if (m_current.action == DeliveryAction::Unknown) m_current.action = DeliveryAction::Delayed;
         } else if (EqualNoCase(name, "Status")) {
             m_current.status = FindStatusCode(value);
         } else if (EqualNoCase(name, "Diagnostic-Code") || EqualNoCase(name, "X-Supplementary-Info")) {

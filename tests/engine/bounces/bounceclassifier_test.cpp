@@ -78,6 +78,8 @@ TEST(BounceClassifier, WhoSaysWhat) {
              Of("bob@example.com", "failed", "550 5.7.1 "),
          "bounce blocked:bob@example.com"},
         {Daemon + Report + Of("ann@example.com", "delayed", "450 4.4.1 user unknown"), "delay"},
+        {Daemon + Report + "Final-Recipient: rfc822; ann@example.com\nStatus: 4.2.2\nWill-Retry-Until: tomorrow\n",
+         "delay"},
         {Daemon + Report + Of("ann@example.com", "relayed", "250 2.0.0 "), "success"},
         {Daemon + Report + Of("list@example.org", "failed", "550 5.1.1 user unknown"), "bounce"},
         {"Return-Path: <>\nFrom: ann@example.com\nAuto-Submitted: auto-replied\nSubject: Out of office: your mail\n\n"
