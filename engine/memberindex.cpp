@@ -1,11 +1,10 @@
 #include "engine/memberindex.h"
 
-#include <lmdb.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
 
+#include "engine/lmdbfile.h"
 #include "platform/faultplan.h"
 #include "platform/file.h"
 #include "platform/filestatus.h"
@@ -18,29 +17,11 @@ constexpr std::uint32_t StateLayout = 1;
 constexpr std::size_t StateSize = 24;
 constexpr char StateKey[] = "state";
 
-bool IsDamage(int code) {
-    switch (code) {
-        case MDB_INVALID:
-        case MDB_CORRUPTED:
-        case MDB_PAGE_NOTFOUND:
-        case MDB_VERSION_MISMATCH:
-        case MDB_INCOMPATIBLE:
-        case MDB_BAD_DBI:
-        case MDB_BAD_TXN:
-        case MDB_PANIC:
-        case MDB_CURSOR_FULL:
-        case MDB_PAGE_FULL:
-            return true;
-        default:
-            return false;
-    }
-}
-
 [[noreturn]] void Fail(const std::string& path, int code) {
     // Codes of the system are positive, the library's own negative.
     const auto systemCode = static_cast<std::uint32_t>(code > 0 ? code : 0);
     const std::string text = "The index " + path + " cannot be used: " + mdb_strerror(code);
-    if (IsDamage(code)) throw CIndexDamaged(text, systemCode);
+    if (IsLmdbDamage(code)) throw CIndexDamaged(text, systemCode);
     throw CLhvException(text, systemCode);
 }
 
@@ -74,9 +55,6 @@ std::int32_t FromRecordBytes(const std::uint8_t* bytes) {
                                      std::uint32_t{bytes[2]} << 8 | bytes[3]);
 }
 
-MDB_val ToValue(std::string_view text) {
-    return {text.size(), const_cast<char*>(text.data())};
-}
 MDB_val ToValue(RecordBytes& bytes) {
     return {bytes.size(), bytes.data()};
 }
@@ -119,59 +97,38 @@ bool CCompareEmail::operator()(std::string_view a, std::string_view b) const noe
     return CompareNoCase(a, b) < 0;
 }
 
-struct CSSIndex::CFileState {
+struct CSSIndex::CFileState : CLmdbEnvironment {
     std::string path;
-    MDB_env* environment = nullptr;
     MDB_dbi entries = 0;
     MDB_dbi state = 0;
     bool hasTables = false;
     Access access = Access::ReadWrite;
     std::uint64_t identity = 0;
-    std::uint64_t pageSize = 0;
-
-    ~CFileState() {
-        if (environment) mdb_env_close(environment);
-    }
 
     void OpenEnvironment();
     void MakeRoom();
     std::uint64_t GetLength() const;
     void OpenTables();
-    std::uint64_t SizeItSays() const;
-    bool IsLongEnough(std::uint64_t size) const;
     void KeepLongEnough();
     void Grow();
     int TryApply(const IndexChange& change);
 };
 
-struct CSSIndex::CTransaction {
-    MDB_txn* handle = nullptr;
-
+struct CSSIndex::CTransaction : CLmdbTransaction {
     CTransaction(CFileState& file, unsigned flags) {
-        int code = mdb_txn_begin(file.environment, nullptr, flags, &handle);
+        int code = Begin(file.environment, flags);
         if (code == MDB_MAP_RESIZED) {  // another process has made it grow
             Check(file.path, mdb_env_set_mapsize(file.environment, file.GetLength()));
-            code = mdb_txn_begin(file.environment, nullptr, flags, &handle);
+            code = Begin(file.environment, flags);
         }
         Check(file.path, code);
-    }
-    CTransaction(const CTransaction&) = delete;
-    CTransaction& operator=(const CTransaction&) = delete;
-    ~CTransaction() {
-        if (handle) mdb_txn_abort(handle);
-    }
-
-    int Commit() {
-        MDB_txn* const committed = handle;
-        handle = nullptr;  // freed by the call, whatever it returns
-        return mdb_txn_commit(committed);
     }
 };
 
 // The named mutex keeps everyone else out, so the library's own lock file, its
 // table of readers and its rule of one environment per process are not needed.
 void CSSIndex::CFileState::OpenEnvironment() {
-    Check(path, mdb_env_create(&environment));
+    Check(path, Create());
     Check(path, mdb_env_set_maxdbs(environment, 2));
     Platform::FileStatus status;
     const std::uint64_t size = GetLength();
@@ -179,14 +136,9 @@ void CSSIndex::CFileState::OpenEnvironment() {
     const bool reads = access == Access::ReadOnly;
     // Where a map cannot be longer than the file, opening gives the file the length of the map.
     Check(path, mdb_env_set_mapsize(environment, reads && !isNew ? size : std::max(FirstMapSize, size)));
-    unsigned flags = MDB_NOSUBDIR | MDB_NOTLS | MDB_NOLOCK | MDB_NOMETASYNC | MDB_NORDAHEAD;
-    if (reads) flags |= MDB_RDONLY;
-    Check(path, mdb_env_open(environment, Platform::NameForLibraries(path).c_str(), flags, 0660));
+    Check(path, OpenFile(path, MDB_NOMETASYNC | (reads ? MDB_RDONLY : 0U)));
     if (!Platform::GetFileStatus(path, status)) throw CLhvException("The index " + path + " has vanished.");
     identity = status.identity;
-    MDB_stat statistics{};
-    Check(path, mdb_env_stat(environment, &statistics));
-    pageSize = statistics.ms_psize;
     if (!isNew && !IsLongEnough(size)) throw CIndexDamaged("The index " + path + " is shorter than it says.");
     if (!reads) MakeRoom();
 }
@@ -220,18 +172,6 @@ void CSSIndex::CFileState::OpenTables() {
     if (writes) KeepLongEnough();
 }
 
-std::uint64_t CSSIndex::CFileState::SizeItSays() const {
-    MDB_envinfo info{};
-    Check(path, mdb_env_info(environment, &info));
-    return (std::uint64_t{info.me_last_pgno} + 1) * pageSize;
-}
-
-// Reading a mapped page behind the end of the file would end the process, and
-// the first two pages say how many there are.
-bool CSSIndex::CFileState::IsLongEnough(std::uint64_t size) const {
-    return size >= 2 * pageSize && size >= SizeItSays();
-}
-
 // The library leaves out pages at the end that a change took and gave back.
 void CSSIndex::CFileState::KeepLongEnough() {
     Platform::FileStatus status;
@@ -252,7 +192,7 @@ int CSSIndex::CFileState::TryApply(const IndexChange& change) {
         if (const int code = mdb_drop(transaction.handle, entries, 0)) return code;
     }
     for (const IndexEntry& entry : change.removed) {
-        MDB_val key = ToValue(entry.key);
+        MDB_val key = ToLmdbValue(entry.key);
         RecordBytes bytes = ToRecordBytes(entry.record);
         MDB_val value = ToValue(bytes);
         const int code = entry.key.empty() ? MDB_SUCCESS : mdb_del(transaction.handle, entries, &key, &value);
@@ -260,13 +200,13 @@ int CSSIndex::CFileState::TryApply(const IndexChange& change) {
     }
     for (const IndexEntry& entry : change.added) {
         if (entry.key.empty()) continue;  // nobody looks for it
-        MDB_val key = ToValue(entry.key);
+        MDB_val key = ToLmdbValue(entry.key);
         RecordBytes bytes = ToRecordBytes(entry.record);
         MDB_val value = ToValue(bytes);
         const int code = mdb_put(transaction.handle, entries, &key, &value, MDB_NODUPDATA);
         if (code != MDB_SUCCESS && code != MDB_KEYEXIST) return code;
     }
-    MDB_val key = ToValue(StateKey);
+    MDB_val key = ToLmdbValue(StateKey);
     auto bytes = EncodeState(change.state);
     MDB_val value{bytes.size(), bytes.data()};
     if (const int code = mdb_put(transaction.handle, state, &key, &value, 0)) return code;
@@ -308,7 +248,7 @@ bool CSSIndex::IsCurrent() {
 bool CSSIndex::ReadState(IndexState& state) {
     if (!m_file->hasTables) return false;
     CTransaction transaction(*m_file, MDB_RDONLY);
-    MDB_val key = ToValue(StateKey);
+    MDB_val key = ToLmdbValue(StateKey);
     MDB_val value{};
     const int code = mdb_get(transaction.handle, m_file->state, &key, &value);
     if (code == MDB_NOTFOUND) return false;
@@ -324,7 +264,7 @@ void CSSIndex::Find(std::string_view key, std::vector<std::int32_t>& records) {
     MDB_cursor* cursor = nullptr;
     Check(m_file->path, mdb_cursor_open(transaction.handle, m_file->entries, &cursor));
     const std::unique_ptr<MDB_cursor, void (*)(MDB_cursor*)> owner(cursor, mdb_cursor_close);
-    MDB_val wanted = ToValue(key);
+    MDB_val wanted = ToLmdbValue(key);
     MDB_val value{};
     int code = mdb_cursor_get(cursor, &wanted, &value, MDB_SET);
     while (code == MDB_SUCCESS) {

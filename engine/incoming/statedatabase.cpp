@@ -1,11 +1,10 @@
 #include "engine/incoming/statedatabase.h"
 
-#include <lmdb.h>
-
 #include <algorithm>
 #include <cstdint>
 
 #include "engine/eventlog.h"
+#include "engine/lmdbfile.h"
 #include "platform/faultplan.h"
 #include "platform/file.h"
 #include "platform/filestatus.h"
@@ -20,104 +19,33 @@ constexpr std::uint64_t SpareRoom = std::uint64_t{1} << 20;
 constexpr std::uint64_t ChangeCost = 16384;  // pages that one change may rewrite
 constexpr int MostSetAside = 1000;
 
-bool IsDamage(int code) {
-    switch (code) {
-        case MDB_INVALID:
-        case MDB_CORRUPTED:
-        case MDB_PAGE_NOTFOUND:
-        case MDB_VERSION_MISMATCH:
-        case MDB_INCOMPATIBLE:
-        case MDB_BAD_DBI:
-        case MDB_PANIC:
-        case MDB_CURSOR_FULL:
-        case MDB_PAGE_FULL:
-            return true;
-        default:
-            return false;
-    }
-}
-
-MDB_val ToValue(std::string_view text) {
-    return {text.size(), const_cast<char*>(text.data())};
-}
-std::string_view ToText(const MDB_val& value) {
-    return {static_cast<const char*>(value.mv_data), value.mv_size};
-}
-
-class CTransaction {
-public:
-    CTransaction() = default;
-    CTransaction(const CTransaction&) = delete;
-    CTransaction& operator=(const CTransaction&) = delete;
-    ~CTransaction() { Abort(); }
-    void Abort() {
-        if (handle) mdb_txn_abort(handle);
-        handle = nullptr;
-    }
-    int Begin(MDB_env* environment, unsigned flags) { return mdb_txn_begin(environment, nullptr, flags, &handle); }
-    int Commit() {
-        MDB_txn* const committed = handle;
-        handle = nullptr;  // freed by the call, whatever it returns
-        return mdb_txn_commit(committed);
-    }
-
-    MDB_txn* handle = nullptr;
-};
-
 }  // namespace
 
-struct CStateDatabase::CFileState {
-    MDB_env* environment = nullptr;
+struct CStateDatabase::CFileState : CLmdbEnvironment {
     MDB_dbi entries = 0;
-    std::uint64_t pageSize = 0;
-
-    CFileState() = default;
-    CFileState(const CFileState&) = delete;
-    CFileState& operator=(const CFileState&) = delete;
-    ~CFileState() {
-        if (environment) mdb_env_close(environment);
-    }
 
     int Open(const std::string& path);
     int OpenEntries();
-    std::uint64_t SizeItSays() const;
-    bool IsLongEnough(std::uint64_t size) const;
     int Grow();
 };
 
 // The caller keeps everyone else out, so the library's lock file and its table
 // of readers are not needed.
 int CStateDatabase::CFileState::Open(const std::string& path) {
-    if (const int code = mdb_env_create(&environment)) return code;
+    if (const int code = Create()) return code;
     Platform::FileStatus status;
     const std::uint64_t size = Platform::GetFileStatus(path, status) ? status.size : 0;
     // Where a map cannot be longer than the file, opening gives the file the length of the map.
     if (const int code = mdb_env_set_mapsize(environment, std::max(FirstMapSize, size))) return code;
-    const unsigned flags = MDB_NOSUBDIR | MDB_NOTLS | MDB_NOLOCK | MDB_NORDAHEAD;
-    const std::string name = Platform::NameForLibraries(path);
-    if (const int code = mdb_env_open(environment, name.c_str(), flags, 0660)) return code;
-    MDB_stat statistics{};
-    if (const int code = mdb_env_stat(environment, &statistics)) return code;
-    pageSize = statistics.ms_psize;
-    // Reading a mapped page behind the end of the file would end the process.
+    if (const int code = OpenFile(path, 0)) return code;
     return size == 0 || IsLongEnough(size) ? OpenEntries() : MDB_CORRUPTED;
 }
 
 int CStateDatabase::CFileState::OpenEntries() {
-    CTransaction transaction;
+    CLmdbTransaction transaction;
     if (const int code = transaction.Begin(environment, 0)) return code;
     if (const int code = mdb_dbi_open(transaction.handle, nullptr, 0, &entries)) return code;
     return transaction.Commit();
-}
-
-std::uint64_t CStateDatabase::CFileState::SizeItSays() const {
-    MDB_envinfo info{};
-    mdb_env_info(environment, &info);
-    return (std::uint64_t{info.me_last_pgno} + 1) * pageSize;
-}
-
-bool CStateDatabase::CFileState::IsLongEnough(std::uint64_t size) const {
-    return size >= 2 * pageSize && size >= SizeItSays();
 }
 
 int CStateDatabase::CFileState::Grow() {
@@ -160,7 +88,7 @@ bool CStateDatabase::OpenFile() {
 
 bool CStateDatabase::SetAside(int code) {
     SetLastErrorFormat("The state \"%s\" cannot be used: %s", m_path.c_str(), mdb_strerror(code));
-    if (!IsDamage(code)) return false;
+    if (!IsLmdbDamage(code)) return false;
     m_file.reset();
     std::string aside;
     bool isMoved = false;
@@ -201,8 +129,8 @@ bool CStateDatabase::Find(std::string_view key, std::string& value, bool& isTher
         SetLastErrorFromSystem();
         return false;
     }
-    CTransaction transaction;
-    MDB_val wanted = ToValue(key);
+    CLmdbTransaction transaction;
+    MDB_val wanted = ToLmdbValue(key);
     MDB_val found{};
     int code = transaction.Begin(m_file->environment, MDB_RDONLY);
     if (code == MDB_SUCCESS) code = mdb_get(transaction.handle, m_file->entries, &wanted, &found);
@@ -236,7 +164,7 @@ int Walk(MDB_txn* transaction, MDB_dbi entries, std::string_view prefix, bool dr
     MDB_cursor* cursor = nullptr;
     if (const int code = mdb_cursor_open(transaction, entries, &cursor)) return code;
     const CursorOwner owner(cursor, mdb_cursor_close);
-    MDB_val key = ToValue(prefix);
+    MDB_val key = ToLmdbValue(prefix);
     MDB_val value{};
     int code = mdb_cursor_get(cursor, &key, &value, MDB_SET_RANGE);
     for (; code == MDB_SUCCESS && ToText(key).starts_with(prefix);
@@ -258,7 +186,7 @@ bool CStateDatabase::ForEach(std::string_view prefix, const Visit& visit) {
     }
     int code = MDB_SUCCESS;
     {
-        CTransaction transaction;
+        CLmdbTransaction transaction;
         const CVisit guard(m_visits);
         code = transaction.Begin(m_file->environment, MDB_RDONLY);
         if (code == MDB_SUCCESS) code = Walk(transaction.handle, m_file->entries, prefix, false, visit);
@@ -273,7 +201,7 @@ int CStateDatabase::Write(const std::function<int(void* transaction)>& work, Wri
     mdb_env_set_flags(environment, MDB_NOSYNC, Platform::IsFlushEnabled() ? 0 : 1);
     mdb_env_set_flags(environment, MDB_NOMETASYNC, written == Written::Later ? 1 : 0);
     for (;;) {
-        CTransaction transaction;
+        CLmdbTransaction transaction;
         int code = transaction.Begin(environment, 0);
         if (code == MDB_SUCCESS) code = work(transaction.handle);
         if (code == MDB_SUCCESS) {
@@ -298,8 +226,8 @@ CStateDatabase::Outcome CStateDatabase::Apply(std::span<const CStateChange> chan
     const auto put = [&](void* handle) {
         auto* const transaction = static_cast<MDB_txn*>(handle);
         for (const CStateChange& change : changes) {
-            MDB_val key = ToValue(change.key);
-            MDB_val value = ToValue(change.value);
+            MDB_val key = ToLmdbValue(change.key);
+            MDB_val value = ToLmdbValue(change.value);
             const int code = change.value.empty() ? mdb_del(transaction, m_file->entries, &key, nullptr)
                                                   : mdb_put(transaction, m_file->entries, &key, &value, 0);
             if (code != MDB_SUCCESS && (code != MDB_NOTFOUND || !change.value.empty())) return code;
@@ -312,7 +240,7 @@ CStateDatabase::Outcome CStateDatabase::Apply(std::span<const CStateChange> chan
     if (!EnsureRoom(bytes)) return Outcome::Nothing;
     bool isUnknown = false;
     int code = Write(put, written, isUnknown);
-    if (IsDamage(code) && SetAside(code)) code = Write(put, written, isUnknown);
+    if (IsLmdbDamage(code) && SetAside(code)) code = Write(put, written, isUnknown);
     if (code == MDB_SUCCESS && Platform::HitsFault(Platform::Operation::Flush)) {
         SetLastErrorFromSystem();
         return Outcome::Unknown;
