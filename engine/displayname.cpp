@@ -194,3 +194,8 @@ std::string CapitalizeNamePart(std::string_view part) {
     }
     return result;
 }
+
+void CapitalizeParts(CDisplayName& name) {
+    for (std::string* part : {&name.first, &name.middle, &name.last})
+        *part = CapitalizeNamePart(*part);
+}

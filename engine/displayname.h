@@ -31,5 +31,6 @@ std::string JoinDisplayName(const CDisplayName& parts);
 // lower case unless written otherwise; mixed case stays.  Only a-z and A-Z are
 // changed: of a word with other letters at most the first.
 std::string CapitalizeNamePart(std::string_view part);
+void CapitalizeParts(CDisplayName& name);
 
 #endif  // LISTHAVEN_ENGINE_DISPLAYNAME_H

@@ -26,11 +26,7 @@ constexpr PersonFields RecipientFields = {DataField::ToName, DataField::ToFirstN
                                           DataField::ToLastName};
 
 void SetNameFields(const PersonFields& fields, CDisplayName name, NameCase nameCase) {
-    if (nameCase == NameCase::Capitalized) {
-        name.first = CapitalizeNamePart(name.first);
-        name.middle = CapitalizeNamePart(name.middle);
-        name.last = CapitalizeNamePart(name.last);
-    }
+    if (nameCase == NameCase::Capitalized) CapitalizeParts(name);
     SetDataField(fields.name, JoinDisplayName(name));
     SetDataField(fields.first, name.first);
     SetDataField(fields.middle, name.middle);

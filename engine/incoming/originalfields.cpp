@@ -37,11 +37,7 @@ void SetLine(DataField field, std::string_view value) {
 
 void SetPerson(const PersonFields& fields, const CMailbox& person, NameCase nameCase) {
     CDisplayName name = SplitDisplayName(person.displayName);
-    if (nameCase == NameCase::Capitalized) {
-        name.first = CapitalizeNamePart(name.first);
-        name.middle = CapitalizeNamePart(name.middle);
-        name.last = CapitalizeNamePart(name.last);
-    }
+    if (nameCase == NameCase::Capitalized) CapitalizeParts(name);
     SetLine(fields.name, JoinDisplayName(name));
     SetLine(fields.first, name.first);
     SetLine(fields.middle, name.middle);
