@@ -9,6 +9,7 @@
 # With demo_system=windows it is the programs for Windows, under Wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/wait-for.sh
 . scripts/demo-servers.sh
 data=${1:-demo-data/lists}
 

@@ -12,15 +12,6 @@ free_port() {
   while port=$((20000 + RANDOM % 10000)); answers "$port"; do :; done
   echo "$port"
 }
-# until COMMAND... succeeds, at most half a minute
-wait_for() {
-  local tries=300
-  until "$@" >/dev/null 2>&1; do
-    tries=$((tries - 1))
-    [ $tries -gt 0 ] || { echo "demo: waited in vain for: $*" >&2; return 1; }
-    sleep 0.1
-  done
-}
 
 # start_dovecot MAILBOX...
 start_dovecot() {

@@ -5,6 +5,7 @@
 # Each works in a folder of its own, which is removed at the end.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+. "$here/scripts/wait-for.sh"
 linux=$(cd "$1" && pwd)
 windows=$(cd "$2" && pwd)
 work=$(mktemp -d)
@@ -56,15 +57,6 @@ end_server() {
 server_runs() { lhv "$1" status --json | grep -q '"server":true'; }
 lhv() { local system=$1; shift; on "$system" listhaven "$@"; }
 
-# until COMMAND... succeeds, at most half a minute
-wait_for() {
-  local tries=300
-  until "$@" >/dev/null 2>&1; do
-    tries=$((tries - 1))
-    [ $tries -gt 0 ] || { echo "waited in vain for: $*" >&2; return 1; }
-    sleep 0.1
-  done
-}
 
 # files FOLDER PATTERN: how many there are, at any depth
 files() { [ -d "$1" ] || { echo 0; return; }; find "$1" -type f -name "$2" | wc -l; }
