@@ -142,9 +142,13 @@ bool SaysFailure(const CNoticeParts& parts, const CNoticeWords& words) {
 
 // Nothing has failed: it arrived, or somebody is asked whether he is one.
 NoticeKind HarmlessKind(const CNoticeParts& parts, const CNoticeWords& words) {
-    const bool hasFailure = HasWords(words.opening, NoticeWords::FailureText) ||
-                            FindReplyCodes(std::string_view(parts.text).substr(0, MaxOpening)).reply >= 400;
-    if (hasFailure) return NoticeKind::Ordinary;
+    if (FindReplyCodes(std::string_view(parts.text).substr(0, MaxOpening)).reply >= 400) return NoticeKind::Ordinary;
+    // Notices of success may go on to say what a failure would look like.
+    constexpr std::array<std::string_view, 4> Certain = {
+        "was successfully", "were successfully", "successful delivery not", "delivery report that you requested"};
+    if (HasAny(words.opening, Certain) && words.opening.find("fatal error") == std::string_view::npos)
+        return NoticeKind::Success;
+    if (HasWords(words.opening, NoticeWords::FailureText)) return NoticeKind::Ordinary;
     if (HasWords(words.opening, NoticeWords::Success)) return NoticeKind::Success;
     if (!words.hasSubject && HasWords(words.opening, NoticeWords::Challenge)) return NoticeKind::Challenge;
     return NoticeKind::Ordinary;

@@ -193,7 +193,7 @@ constexpr std::string_view LikelyBlocked =
     "permission denied|permission to post|permits|policy|privilege|privileges|prohibited|quarantine|rate limit|"
     "rate limited|rate that|recipient preferences|refused by|refused due|refused for|refused mail|refused to talk|"
     "rejected by|rejected due|rejected for|rejected your message|relay access denied|relay denied|"
-    "relay not permitted|relay operation rejected|relaying|relaying denied|relaying is|relaying mail|relaying not|"
+    "relay not permitted|relay operation rejected|relaying denied|relaying is|relaying mail|relaying not|"
     "requires tls|restricted|rfc 2822|rfc 5321|rfc 5322|security|sender address|senderbase|sending limit|"
     "starttls command first|starttls failed|starttls is required|starttls required|subscribers only|throttl|tls|"
     "tls handshake|tls is required|tls negotiation|tls required|too many recipients|transaction failed: message|"

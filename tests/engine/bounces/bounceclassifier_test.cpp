@@ -87,7 +87,9 @@ TEST(BounceClassifier, WhoSaysWhat) {
          "vacation"},
         {Daemon + "\nWARNING ONLY. It could not be delivered for 4 hours.\n<ann@example.com>: 450 try later\n",
          "delay"},
-        {Daemon + "Subject: Return receipt\n\nTranscript:\n<ann@example.com>... Successfully delivered\n", "success"},
+        {Daemon + "Subject: Delivery report\n\nIt was successfully delivered to <ann@example.com>; other systems may "
+                  "still report delivery errors.\n",
+         "success"},
         {"Return-Path: <>\nFrom: shop@example.com\nSubject: Your parcel could not be delivered\n\nReturned to "
          "sender.\n",
          "ordinary"},
