@@ -3,6 +3,7 @@
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <set>
 #include <vector>
 
 #include "app/datafolder.h"
@@ -73,6 +74,8 @@ struct CConfiguration::CState {
     void Refresh();
 };
 
+// What has not changed stays where it is: made anew ten times a second, the
+// values would end up all over the memory of a busy hour.
 void CConfiguration::CState::Refresh() {
     const std::uint64_t current = GetGeneration();
     const std::uint32_t now = Platform::ClockMilliseconds();
@@ -81,10 +84,14 @@ void CConfiguration::CState::Refresh() {
     readClock = now;
     const std::vector<std::string> keys = Platform::ReadProfileKeys(path, SectionName);
     if (keys.empty() && Platform::FileIsThere(path)) return;  // it cannot be read just now
-    values.clear();
     for (const std::string& key : keys) {
-        values.try_emplace(key, Unescape(Platform::ReadProfileText(path, SectionName, key, {}, MaxStoredValue)));
+        const std::string value = Unescape(Platform::ReadProfileText(path, SectionName, key, {}, MaxStoredValue));
+        const auto [kept, isNew] = values.try_emplace(key, value);
+        if (!isNew && kept->second != value) kept->second = value;
     }
+    if (values.size() == keys.size()) return;
+    const std::set<std::string_view, CLessNoCase> there(keys.begin(), keys.end());
+    std::erase_if(values, [&](const auto& value) { return !there.contains(value.first); });
 }
 
 CConfiguration::CConfiguration(std::string_view path) : m_state(std::make_unique<CState>()) {

@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "app/logcontext.h"
+#include "engine/datafields.h"
 #include "programs/lhvserver/mailrounds.h"
 
 namespace {
@@ -41,6 +42,9 @@ void CMailThread::Work(const std::stop_token& stop, Mode mode) {
         Beat();
         return stop.stop_requested();
     };
+    // The table keeps them for good: made now they lie together, not all over what a full mailbox takes.
+    for (std::size_t i = 0; i < static_cast<std::size_t>(DataField::Count); ++i)
+        CDataFieldName(DataFieldName(static_cast<DataField>(i)));
     CMailRounds rounds(isToStop, m_control);
     if (mode == Mode::Once) return rounds.RunOnce();
     while (!isToStop()) {
