@@ -90,7 +90,10 @@ function(lhv_test name)
   endif()
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE ${T_DEPENDS} lhv_warnings GTest::gtest_main)
-  target_compile_definitions(${name} PRIVATE LISTHAVEN_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+  # A header, not an option: what has a path in its options is compiled anew for each copy of the sources.
+  file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/tests/generated/sourcefolder.h
+    CONTENT "#define LISTHAVEN_SOURCE_DIR \"${PROJECT_SOURCE_DIR}\"\n")
+  target_include_directories(${name} PRIVATE ${PROJECT_BINARY_DIR}/tests/generated)
   target_compile_options(${name} PRIVATE ${LISTHAVEN_TEST_OPTIONS})
   lhv_precompile(${name} test <algorithm> <cstdint> <filesystem> <fstream> <functional> <map> <memory> <optional> <sstream>
     <string> <string_view> <thread> <vector> <gtest/gtest.h>)

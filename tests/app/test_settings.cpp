@@ -7,6 +7,7 @@
 #include "app/settingslist.h"
 #include "platform/faultplan.h"
 #include "platform/filestatus.h"
+#include "sourcefolder.h"
 #include "tests/platform/temporaryfolder.h"
 #include "utility/files.h"
 #include "utility/lasterror.h"

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "mime/htmlconversion.h"
+#include "sourcefolder.h"
 #include "utility/text.h"
 
 namespace {

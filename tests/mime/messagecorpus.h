@@ -10,6 +10,7 @@
 
 #include "mime/mimemessage.h"
 #include "mime/mimewalk.h"
+#include "sourcefolder.h"
 #include "utility/files.h"
 #include "utility/paths.h"
 #include "utility/text.h"

@@ -7,6 +7,7 @@
 
 #include "senddaemon/accountkeys.h"
 #include "senddaemon/configuration.h"
+#include "sourcefolder.h"
 #include "utility/files.h"
 #include "utility/text.h"
 

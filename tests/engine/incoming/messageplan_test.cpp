@@ -11,6 +11,7 @@
 #include "engine/rules/listcreation.h"
 #include "engine/rules/rulestore.h"
 #include "engine/signature.h"
+#include "sourcefolder.h"
 #include "tests/engine/messagefixture.h"
 #include "utility/text.h"
 
