@@ -25,6 +25,7 @@ using MarkState = CServerMark::State;
 using Clock = std::chrono::steady_clock;
 
 constexpr int MostReconnects = 100;
+constexpr int MostBroken = 3;
 constexpr std::uint64_t MostLogged = 10;  // vanished messages in a session
 constexpr std::int64_t KeptFor = 7 * 86400;
 constexpr std::int64_t KeptLongFor = 90 * 86400;
@@ -41,7 +42,7 @@ struct CMailFetch::CState {
     bool FailBySession() { return Fail(Session().GetFailure().text); }
     Net::CPop3Session& Session() { return client.GetSession(); }
 
-    bool IsToStop() const { return (stop && stop()) || Clock::now() >= lastBegin; }
+    bool IsToStop() const { return (stop && stop()) || Clock::now() >= lastBegin || broken > MostBroken; }
     void EndIn(Clock::duration time);
     bool WasEndedByTime();
     bool Connect();
@@ -86,6 +87,8 @@ struct CMailFetch::CState {
     bool hasUids = true;
     bool hasTop = true;
     int reconnects = 0;
+    int broken = 0;  // messages that have ended the session; they are tried again the next time
+    std::string whyBroken;
     std::atomic<bool> isCancelled = false;
 };
 
@@ -173,9 +176,9 @@ bool CMailFetch::CState::FetchOne(CCycleTransaction& transaction, std::int64_t n
     if (!Session().IsOpen() && !Reconnect()) return false;
     if (next >= messages.GetCount()) return true;
     const Pop3Message message = messages.Get(next);
-    messages.NoteKey(next, message.uid);
     const CServerMark mark = message.uid.empty() ? CServerMark() : GetMark(transaction, message.uid);
     if (IsSurelyKnown(mark, next)) {
+        messages.NoteKey(next, message.uid);
         contents.Forget(mark.content);
         ++totals.known;
         ++next;
@@ -184,9 +187,16 @@ bool CMailFetch::CState::FetchOne(CCycleTransaction& transaction, std::int64_t n
     return message.size > limit ? FetchTooLarge(transaction, now) : FetchWhole(transaction, now);
 }
 
-// A refusal says that the message has vanished since it was listed.
+// A refusal says that the message has vanished since it was listed.  One that
+// breaks the session each time must not keep all behind it on the server.
 bool CMailFetch::CState::FailRetrieval(const Net::Failure& why) {
-    if (why.kind != FailureKind::Reply) return Fail(why.text);
+    const bool isOurs = isCancelled || why.kind == FailureKind::Cancelled || why.kind == FailureKind::Local;
+    if (isOurs || WasEndedByTime()) return Fail(why.text);
+    if (why.kind != FailureKind::Reply) {
+        if (broken++ == 0) whyBroken = "Message " + std::to_string(messages.Get(next).number) + ": " + why.text;
+        ++next;
+        return true;
+    }
     if (++totals.vanished <= MostLogged)
         Log(LogWarning, "Message %u is left out: %s\n", static_cast<unsigned>(messages.Get(next).number),
             why.text.c_str());
@@ -461,7 +471,7 @@ bool CMailFetch::Finish(std::int64_t now) {
     if (s.totals.vanished > MostLogged)
         Log(LogWarning, "%llu messages in all were left out.\n", static_cast<unsigned long long>(s.totals.vanished));
     const bool isTidy = s.TidyMarks(now, isConfirmed) || s.Fail(GetLastErrorText());
-    return isConfirmed && isTidy;
+    return isConfirmed && isTidy && (s.broken == 0 || s.Fail(s.whyBroken));
 }
 
 const CFetchTotals& CMailFetch::GetTotals() const noexcept {

@@ -19,7 +19,8 @@
 // make everything come twice.
 //
 // Errors   false or Failed, with the reason in the last-error text; what was
-//          fetched by then stays.
+//          fetched by then stays.  A message within which the connection breaks is
+//          left out; Finish() says so when all else is done.
 // Threads  One; Cancel() from any other at any moment, also before Open(): then
 //          nothing goes on any more.
 // Memory   What LIST and UIDL say, at most 500,000 messages; two groups of messages.

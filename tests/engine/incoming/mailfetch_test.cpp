@@ -122,6 +122,18 @@ TEST_F(MailFetch, AfterAnyMisbehaviourEachMessageHasComeOnce) {
     }
 }
 
+// Those behind it come, those before it are deleted, and the failure is told.
+TEST_F(MailFetch, AMessageThatBreaksEverySessionIsInNobodysWay) {
+    m_server.Set({Message("one"), Message("two"), Message("three")}, Answer("RETR 2", "+OK\r\nFrom: a", true));
+    EXPECT_EQ(Fetch(Options()), CMailFetch::Step::Failed);
+    EXPECT_EQ(Subjects(), (Counts{{"one", 1}, {"three", 1}}));
+    EXPECT_EQ(m_server.Count(), 1u);
+    m_server.SetTurn({});
+    EXPECT_EQ(Fetch(Options()), CMailFetch::Step::End) << m_reason;
+    EXPECT_EQ(Subjects(), (Counts{{"one", 1}, {"three", 1}, {"two", 1}}));
+    EXPECT_EQ(m_server.Count(), 0u);
+}
+
 TEST_F(MailFetch, KnownMessagesStayKnownWhateverTheIds) {
     auto doubled = Message("two");
     doubled.uid = "id-one";
