@@ -295,8 +295,21 @@ void CMemberFiles::PrepareIndex() {
     RebuildIndex();
 }
 
+// A few that lie evenly: of a file that is zeros or another's bytes hardly one can be right.
+bool CMemberFiles::HasForeignRecords() {
+    constexpr std::int32_t Looked = 16;
+    std::vector<std::byte> record;
+    for (std::int32_t i = 0; i < std::min(Looked, m_recordCount); ++i) {
+        const std::int32_t step = std::max(m_recordCount / Looked, 1);
+        ReadBlock(i * step, 1, record);
+        if (!CMemberRecord(record).IsRecord()) return true;
+    }
+    return false;
+}
+
 // A table that was packed is another file, and then has some left.
 bool CMemberFiles::HasLostRecords() {
+    if (HasForeignRecords()) return true;
     IndexState state;
     try {
         CSSIndex index;

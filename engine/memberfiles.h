@@ -62,7 +62,7 @@ public:
     void ApplyIndex(IndexChange& change);        // on the disk when it returns
     void ApplyIndexInBulk(IndexChange& change);  // on the disk when the list is closed, or changed otherwise
     void RebuildIndex();
-    bool HasLostRecords();      // the index knows of more than there are
+    bool HasLostRecords();      // the index knows of more than there are, or some are none
     void DropIndex() noexcept;  // closes it; it is looked at anew when it is next needed
     bool EmptyIndex() noexcept;
     void RemoveIndex() noexcept;  // with its file
@@ -70,6 +70,7 @@ public:
     void Pack();
 
 private:
+    bool HasForeignRecords();
     friend class CMemberHold;
 
     void NoteIdentity();

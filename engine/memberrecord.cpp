@@ -42,6 +42,9 @@ void CMemberRecord::Clear() {
         SetText(text, NoText);
 }
 
+bool CMemberRecord::IsRecord() const noexcept {
+    return m_bytes[0] == std::byte{'N'} || m_bytes[0] == std::byte{'Y'};
+}
 bool CMemberRecord::IsMember() const noexcept {
     return m_bytes[0] == std::byte{'N'} && m_bytes[Address.offset] != std::byte{0};
 }

@@ -27,6 +27,7 @@ public:
     explicit CMemberRecord(std::span<std::byte> bytes) noexcept : m_bytes(bytes) {}
 
     void Clear();                    // live, empty, without texts
+    bool IsRecord() const noexcept;  // live or removed, not any bytes
     bool IsMember() const noexcept;  // live, and with an address
     void MarkRemoved() noexcept;
 

@@ -111,7 +111,7 @@ public:
                                        const MemberParts& updated = {});
 
     void Pack();  // drops the records of removed members: indexes change
-    // The table was cut, emptied or taken away behind the store's back; so until
+    // The table was cut, emptied, overwritten or taken away behind the store's back; so until
     // the next change of members or RebuildIndex().
     bool HasLostRecords();
     void RebuildIndex();  // from the table, whatever is there

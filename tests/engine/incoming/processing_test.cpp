@@ -364,10 +364,12 @@ TEST_F(ProcessingTest, WhatCannotBeProcessedIsKept) {
         const std::string path = GetCatalogue().GetListFile(m_list, type);
         std::string whole;
         ASSERT_TRUE(ReadWholeFile(path, whole));
-        ASSERT_TRUE(WriteFileAtomically(path, ""));
-        for (int i = 0; i < 4; ++i)
-            EXPECT_EQ(Process().substr(0, 6), "failed");
-        ASSERT_TRUE(WriteFileAtomically(path, whole));
+        for (const std::string& damaged : {std::string(), std::string(whole.size(), '\0')}) {
+            ASSERT_TRUE(WriteFileAtomically(path, damaged));
+            for (int i = 0; i < 4; ++i)
+                EXPECT_EQ(Process().substr(0, 6), "failed") << path << " " << damaged.size();
+            ASSERT_TRUE(WriteFileAtomically(path, whole));
+        }
     }
     // The message is to blame for nothing, and its attempts were not counted.
     GetCatalogue().SetText(GetCatalogue().FindByNumber(m_list), ListColumn::ListAddresses, "");
