@@ -188,7 +188,8 @@ bool CCycleTransaction::FinishMessage(CNewFile& file, std::string* newPath) {
 }
 
 bool CCycleTransaction::AddMessage(std::string_view queueFolder, std::string_view text, std::string* newPath) {
-    if (newPath == nullptr) return m_state->Add(queueFolder, std::string(text));
+    constexpr std::size_t LargestGiven = 1u << 20;  // to others: more is not to be in memory twice
+    if (newPath == nullptr && text.size() <= LargestGiven) return m_state->Add(queueFolder, std::string(text));
     CNewFile file;
     return BeginMessage(queueFolder, file) && file.Write(text) && FinishMessage(file, newPath);
 }
