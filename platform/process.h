@@ -3,6 +3,7 @@
 #ifndef LISTHAVEN_PLATFORM_PROCESS_H
 #define LISTHAVEN_PLATFORM_PROCESS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -36,6 +37,7 @@ void PrepareProcess(int argumentCount = 0, char** arguments = nullptr);
 void KeepMemoryTogether() noexcept;
 void ReturnFreeMemory() noexcept;  // to the system, where that does not happen by itself
 std::uint64_t ResidentMemory();    // bytes; 0 when the system does not tell
+std::size_t OpenFileLimit();       // files, connections and the like that this process may have open
 
 }  // namespace Platform
 

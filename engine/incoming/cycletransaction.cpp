@@ -109,7 +109,7 @@ bool CCycleTransaction::CState::Add(std::string_view queueFolder, std::string te
 bool CCycleTransaction::CState::TakeWritten() {
     if (written.IsEmpty()) return true;
     std::vector<CNewFile> files;
-    isSpoilt = !written.Finish(files);
+    if (!written.Finish(files)) isSpoilt = true;
     for (CNewFile& file : files) {
         record.files.push_back({file.GetTemporaryPath(), file.GetFinalPath()});
         file.Keep();

@@ -6,20 +6,29 @@
 
 #include "engine/incoming/cycleparts.h"
 #include "platform/filestatus.h"
+#include "platform/process.h"
 #include "senddaemon/batchfolder.h"
 #include "utility/lasterror.h"
 
 namespace {
 
 constexpr std::size_t FilesInARow = 32;  // that are written before their writing to the disk is begun
-constexpr std::size_t FilesOfAWave = 128;
+constexpr std::size_t MostOpen = 256;    // half of them go to the disk at a time
 constexpr std::size_t MostBytes = 4 * 1024 * 1024;
 
 // They wait for the disk, not for a processor.
 constexpr std::size_t MostThreads = 16;
 constexpr std::size_t FilesPerThread = 8;
 
+// The rest is for connections, locks and what else the process has.
+std::size_t MostOpenHere() {
+    return std::clamp<std::size_t>(Platform::OpenFileLimit() / 4, 2, MostOpen);
+}
+
 }  // namespace
+
+CPreparedFiles::CPreparedFiles(CPreparingList& preparing, std::size_t mostOpen)
+    : m_preparing(preparing), m_mostOpen(mostOpen != 0 ? mostOpen : MostOpenHere()) {}
 
 CPreparedFiles::~CPreparedFiles() {
     Abandon();
@@ -76,7 +85,7 @@ bool CPreparedFiles::TellFailure() const {
 }
 
 bool CPreparedFiles::HasRoom() const {
-    return m_files.size() - m_flushed < MostOpen + 2 * FilesInARow && m_waiting < MostBytes;
+    return m_files.size() - m_flushed < m_mostOpen + 2 * FilesInARow && m_waiting < MostBytes;
 }
 
 bool CPreparedFiles::IsDone() const {
@@ -102,7 +111,7 @@ void CPreparedFiles::Serve() {
 // False: there is nothing to do now.
 bool CPreparedFiles::Work(Lock& lock) {
     if (m_hasFailed) return false;
-    const bool isWaveDue = m_isFinishing || m_written - m_taken >= FilesOfAWave;
+    const bool isWaveDue = m_isFinishing || m_written - m_taken >= m_mostOpen / 2;
     if (m_taken == m_wave && m_written > m_wave && isWaveDue) {
         m_wave = m_written;
         m_work.notify_all();
@@ -155,7 +164,7 @@ bool CPreparedFiles::FinishFile(CFile& it) {
 bool CPreparedFiles::TakeRow(std::vector<CFile*>& row) {
     const std::size_t count = std::min(m_files.size() - m_written, FilesInARow);
     const bool isDue = m_isFinishing || count == FilesInARow || m_waiting >= MostBytes;
-    if (m_isWriting || count == 0 || !isDue || m_written - m_flushed >= MostOpen) return false;
+    if (m_isWriting || count == 0 || !isDue || m_written - m_flushed >= m_mostOpen) return false;
     for (std::size_t i = 0; i < count; ++i) {
         row.push_back(&m_files[m_written + i]);
         m_waiting -= row.back()->text.size();

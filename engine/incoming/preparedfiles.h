@@ -9,7 +9,7 @@
 // Errors   false, with the reason of the first failure in the last-error text
 //          and in Platform::LastSystemError(); nothing more is written then.
 // Threads  One at a time calls; its own end with the object.  It waits for
-//          them where more than a few megabytes, or MostOpen files, wait.
+//          them where more than a few megabytes, or the files that may be open, wait.
 // Crash    The names are .tmp names, in the list of what is being prepared.
 //          Finish() true: the bytes survive a power failure, the names do once
 //          their folders are flushed.
@@ -34,9 +34,9 @@ class CPreparingList;
 
 class CPreparedFiles {
 public:
-    static constexpr std::size_t MostOpen = 256;  // files
-
-    explicit CPreparedFiles(CPreparingList& preparing) : m_preparing(preparing) {}
+    // mostOpen: files that wait for the disk, each open; 0: as many as are good for its speed, where the system
+    // lets this process have so many.
+    explicit CPreparedFiles(CPreparingList& preparing, std::size_t mostOpen = 0);
     CPreparedFiles(const CPreparedFiles&) = delete;
     CPreparedFiles& operator=(const CPreparedFiles&) = delete;
     ~CPreparedFiles();
@@ -69,6 +69,7 @@ private:
     void Serve();
 
     CPreparingList& m_preparing;
+    const std::size_t m_mostOpen;
     std::mutex m_lock;
     std::condition_variable m_work;      // there is some
     std::condition_variable m_progress;  // some was done

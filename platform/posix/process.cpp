@@ -3,10 +3,12 @@
 #include <malloc.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -88,6 +90,7 @@ void PrepareProcess(int, char**) {
     mallopt(M_TRIM_THRESHOLD, Kept);
 #endif
     signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);  // writing fails where a file may not grow
 }
 
 std::uint64_t ResidentMemory() {
@@ -98,6 +101,12 @@ std::uint64_t ResidentMemory() {
     const int fields = std::fscanf(file, "%llu %llu", &total, &resident);
     std::fclose(file);
     return fields == 2 ? resident * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)) : 0;
+}
+
+std::size_t OpenFileLimit() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return SIZE_MAX;
+    return static_cast<std::size_t>(limit.rlim_cur);
 }
 
 }  // namespace Platform

@@ -9,6 +9,7 @@
 #include <shellapi.h>
 
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -154,6 +155,10 @@ std::uint64_t ResidentMemory() {
     PROCESS_MEMORY_COUNTERS counters{};
     counters.cb = sizeof counters;
     return GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters) ? counters.WorkingSetSize : 0;
+}
+
+std::size_t OpenFileLimit() {
+    return SIZE_MAX;
 }
 
 }  // namespace Platform

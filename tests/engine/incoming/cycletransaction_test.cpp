@@ -7,8 +7,11 @@
 
 #include "engine/broadcastjob.h"
 #include "engine/eventlog.h"
+#include "engine/incoming/cycleparts.h"
+#include "engine/incoming/preparedfiles.h"
 #include "engine/listaccount.h"
 #include "platform/faultplan.h"
+#include "senddaemon/batchfolder.h"
 #include "tests/engine/messagefixture.h"
 #include "tests/platform/filespeed.h"
 #include "utility/text.h"
@@ -222,6 +225,26 @@ TEST_F(CycleTransaction, OfManyFilesAllAreThereOrNone) {
             if (entry.path().extension() == ".eml") found.insert(Get(entry.path().string()));
         }
         EXPECT_TRUE(found == expected) << where << ": " << found.size();
+    }
+    Platform::SetFlushEnabled(true);
+}
+
+TEST_F(CycleTransaction, HoweverFewFilesMayBeOpenAllAreWritten) {
+    constexpr std::size_t Count = 300;
+    Platform::SetFlushEnabled(false);
+    for (const std::size_t mostOpen : {1, 2, 5, 40}) {
+        const CTemporaryDataFolder folder;
+        CPreparingList preparing;
+        CBatchFolder queue;
+        ASSERT_TRUE(preparing.Open(JoinPath(GetDataFolder(), "names")));
+        ASSERT_TRUE(queue.Open(JoinPath(GetDataFolder(), "Queue")));
+        CPreparedFiles files(preparing, mostOpen);
+        for (std::size_t i = 0; i < Count; ++i)
+            ASSERT_TRUE(files.Add(queue, std::to_string(i))) << DescribeLastError();
+        std::vector<CNewFile> written;
+        ASSERT_TRUE(files.Finish(written)) << DescribeLastError();
+        for (std::size_t i = 0; i < Count; ++i)
+            ASSERT_EQ(Get(written.at(i).GetTemporaryPath()), std::to_string(i)) << mostOpen;
     }
     Platform::SetFlushEnabled(true);
 }
