@@ -12,6 +12,7 @@ namespace Platform {
 // time included: 300 in New York in winter, -60 in Berlin in winter.
 int TimeZoneBias(std::int64_t secondsSince1970);
 
+// A changed zone of the system is seen within a minute.
 std::tm LocalTime(std::int64_t secondsSince1970);
 std::tm UtcTime(std::int64_t secondsSince1970);
 

@@ -3,15 +3,43 @@
 #include <time.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <mutex>
+#include <string>
+#include <string_view>
 
 namespace Platform {
+
+namespace {
+
+// tzset() looks at the file of the zone each time, and localtime_r() need not:
+// a zone that the operator changes is seen within this time.
+constexpr std::uint32_t ZoneStay = 60'000;  // milliseconds
+
+void SetZone() {
+    static std::mutex lock;
+    static std::string name;
+    static std::uint32_t setAt = 0;
+    static bool isSet = false;
+    const char* const variable = std::getenv("TZ");
+    const std::string_view wanted = variable ? variable : "";
+    const std::uint32_t now = ClockMilliseconds();
+    const std::lock_guard guard(lock);
+    if (isSet && now - setAt < ZoneStay && name == wanted) return;
+    tzset();
+    name = wanted;
+    setAt = now;
+    isSet = true;
+}
+
+}  // namespace
 
 int TimeZoneBias(std::int64_t secondsSince1970) {
     return static_cast<int>(-LocalTime(secondsSince1970).tm_gmtoff / 60);
 }
 
 std::tm LocalTime(std::int64_t secondsSince1970) {
-    tzset();  // localtime_r() alone may not look at the environment again
+    SetZone();
     std::tm result{};
     const std::time_t time = secondsSince1970;
     localtime_r(&time, &result);
