@@ -16,20 +16,24 @@ namespace {
 // a zone that the operator changes is seen within this time.
 constexpr std::uint32_t ZoneStay = 60'000;  // milliseconds
 
+struct CZone {
+    std::mutex lock;
+    std::string name;
+    std::uint32_t setAt = 0;
+    bool isSet = false;
+};
+
 void SetZone() {
-    static std::mutex lock;
-    static std::string name;
-    static std::uint32_t setAt = 0;
-    static bool isSet = false;
+    static CZone& zone = *new CZone;  // outlives every thread, and what logs when the process ends
     const char* const variable = std::getenv("TZ");
     const std::string_view wanted = variable ? variable : "";
     const std::uint32_t now = ClockMilliseconds();
-    const std::lock_guard guard(lock);
-    if (isSet && now - setAt < ZoneStay && name == wanted) return;
+    const std::lock_guard guard(zone.lock);
+    if (zone.isSet && now - zone.setAt < ZoneStay && zone.name == wanted) return;
     tzset();
-    name = wanted;
-    setAt = now;
-    isSet = true;
+    zone.name = wanted;
+    zone.setAt = now;
+    zone.isSet = true;
 }
 
 }  // namespace
