@@ -8,8 +8,10 @@
 #include "engine/catalogue.h"
 #include "engine/datafields.h"
 #include "engine/eventlog.h"
+#include "engine/filelook.h"
 #include "engine/incoming/originalfields.h"
 #include "engine/rules/addressmatch.h"
+#include "platform/clock.h"
 #include "platform/filestatus.h"
 #include "platform/profilefile.h"
 #include "platform/systemerror.h"
@@ -37,6 +39,37 @@ public:
 
 private:
     CListView& m_view;
+};
+
+// The list stays as it is while messages are looked at one after the other, and
+// nothing of it is looked at anew; but not for longer than a moment: other
+// programs wait.
+class CListHold {
+public:
+    explicit CListHold(CListView& view) : m_view(view) {}
+
+    void Take(bool isLong) {
+        if (m_held && (isLong || Platform::ClockMilliseconds() - m_since >= LongestHold)) m_held.reset();
+        if (isLong || m_held) return;
+        m_held.emplace(m_view);
+        m_since = Platform::ClockMilliseconds();
+    }
+    void Release() noexcept { m_held.reset(); }
+
+private:
+    static constexpr std::uint32_t LongestHold = 10;  // milliseconds, and a message
+
+    struct CHeld {
+        explicit CHeld(CListView& view) : catalogue(GetCatalogue()), members(view.GetStore()) {}
+        CCatalogue::CKeep catalogue;
+        CMemberStore::CKeep members;
+        Platform::CProfileStay settings;
+        CFileLookStay files;
+    };
+
+    CListView& m_view;
+    std::optional<CHeld> m_held;
+    std::uint32_t m_since = 0;
 };
 
 std::string ForLog(std::string_view text) {
@@ -119,9 +152,11 @@ bool CInboxProcessing::ProcessGroup(std::span<const CInboxMessage> messages, std
     std::vector<std::string> lines;
     std::vector<std::string> warnings;
     bool hasBroadcasts = false;
+    CListHold hold(m_view);
     for (const CInboxMessage& waiting : messages.first(std::min(messages.size(), GroupSize))) {
         Beat();
         CMessageEffects effects;
+        hold.Take(!waiting.IsShort());
         const Handled handled = Handle(waiting, hasBroadcasts, transaction, effects);
         if (handled == Handled::Later) break;
         ++count;
@@ -135,6 +170,7 @@ bool CInboxProcessing::ProcessGroup(std::span<const CInboxMessage> messages, std
         hasBroadcasts = hasBroadcasts || effects.hasBroadcast;
         if (transaction.CountFiles() > GroupFiles) break;
     }
+    hold.Release();
     if (!transaction.IsEmpty() && !transaction.Commit()) return false;
     totals += done;
     const CLogGroup together;
@@ -165,20 +201,12 @@ bool CInboxProcessing::ProcessSingly(std::span<const CInboxMessage> messages, CC
     return true;
 }
 
-// The list stays as it is for as long as one message is looked at, but not for
-// seconds: other programs wait.
 // Taken also when the message failed by itself: then that is what goes into the
 // transaction.  A fault of the list's own tables is thrown: no message is to
 // blame for it.
 CInboxProcessing::Handled CInboxProcessing::Handle(const CInboxMessage& waiting, bool hasBroadcasts,
                                                    CCycleTransaction& transaction, CMessageEffects& effects) {
     const Platform::CProfileStay settings;
-    std::optional<CCatalogue::CKeep> catalogue;
-    std::optional<CMemberStore::CKeep> members;
-    if (waiting.IsShort()) {
-        catalogue.emplace(GetCatalogue());
-        members.emplace(m_view.GetStore());
-    }
     CIncomingMessage message;
     std::string title = waiting.GetName();
     try {
