@@ -95,10 +95,16 @@ struct CCatalogue::CState {
     CSTable table;
     int holds = 0;  // under the locks
 
+    // The list that was read last; nobody else changes it while there are holds.
+    std::int32_t readIndex = None;
+    std::vector<std::byte> read;
+
     explicit CState(std::string_view inFolder)
         : folder(WithSeparator(inFolder)), path(folder + "LISTS.CST"), mutex(TableMutexName(path)) {}
 
     void OpenTable(bool create);
+    bool IsList(std::int32_t index);
+    void ForgetRead() noexcept { readIndex = None; }
     std::int32_t FindName(std::string_view name);
     std::uint32_t NextNumber();
     void FillRecord(std::span<std::byte> record, const NewList& list) const;
@@ -110,6 +116,7 @@ public:
     explicit CHold(CState& state, bool create = false)
         : m_threads(state.threads), m_processes(state.mutex), m_state(state), m_table(state.table) {
         // Nobody else has changed it since the outer hold looked.
+        if (m_state.holds == 0) m_state.ForgetRead();
         if (m_state.holds == 0 && m_table.IsOpen() && !m_table.IsCurrent()) m_table.Close();
         if (!m_table.IsOpen()) state.OpenTable(create);
         ++m_state.holds;
@@ -118,15 +125,9 @@ public:
     CHold& operator=(const CHold&) = delete;
     ~CHold() { --m_state.holds; }
 
-    // Puts the cursor on a list.
+    // Reads a list and puts the cursor on it.
     CHold(CState& state, std::int32_t index) : CHold(state) {
-        if (!IsList(index)) throw CLhvException("There is no list with the index " + std::to_string(index) + ".");
-    }
-
-    bool IsList(std::int32_t index) {
-        if (index < 0 || index >= m_table.GetRecordCount()) return false;
-        m_table.Go(index);
-        return !m_table.IsDeleted();
+        if (!state.IsList(index)) throw CLhvException("There is no list with the index " + std::to_string(index) + ".");
     }
 
 private:
@@ -143,6 +144,20 @@ struct CCatalogue::CKeep::CHeld {
 
 CCatalogue::CKeep::CKeep(CCatalogue& catalogue) : m_held(std::make_unique<CHeld>(*catalogue.m_state)) {}
 CCatalogue::CKeep::~CKeep() = default;
+
+// Then it has been read, and the cursor is on it.
+bool CCatalogue::CState::IsList(std::int32_t index) {
+    if (index < 0) return false;
+    table.Go(index);
+    if (readIndex == index) return true;
+    if (index >= table.GetRecordCount()) return false;
+    ForgetRead();
+    read.resize(static_cast<std::size_t>(table.GetRecordSize()));
+    table.ReadRecord(read);
+    if (CSTable::IsDeletedRecord(read)) return false;
+    readIndex = index;
+    return true;
+}
 
 // A catalogue that is not there holds no lists; it is made with the first one.
 void CCatalogue::CState::OpenTable(bool create) {
@@ -224,7 +239,7 @@ std::vector<std::int32_t> CCatalogue::GetLists() {
     std::vector<std::int32_t> lists;
     const std::int32_t count = m_state->table.GetRecordCount();
     for (std::int32_t index = 0; index < count; ++index) {
-        if (hold.IsList(index)) lists.push_back(index);
+        if (m_state->IsList(index)) lists.push_back(index);
     }
     return lists;
 }
@@ -233,7 +248,7 @@ void CCatalogue::ForEach(const std::function<bool(std::int32_t index)>& visit) {
     for (const std::int32_t index : GetLists()) {
         {
             CState::CHold hold(*m_state);
-            if (!hold.IsList(index)) continue;  // deleted meanwhile
+            if (!m_state->IsList(index)) continue;  // deleted meanwhile
         }
         if (!visit(index)) return;
     }
@@ -243,7 +258,8 @@ std::int32_t CCatalogue::FindByNumber(std::uint32_t number) {
     CState::CHold hold(*m_state);
     const std::int32_t count = m_state->table.GetRecordCount();
     for (std::int32_t index = 0; index < count; ++index) {
-        if (hold.IsList(index) && m_state->table.ReadCounter(::Number(ListColumn::Number)) == number) return index;
+        if (m_state->IsList(index) && m_state->table.CounterOf(m_state->read, ::Number(ListColumn::Number)) == number)
+            return index;
     }
     return None;
 }
@@ -273,6 +289,7 @@ std::int32_t CCatalogue::Create(const NewList& list) {
     if (accepted.name != StartName && state.FindName(accepted.name) != None) {
         throw CLhvException("A list named \"" + accepted.name + "\" already exists.");
     }
+    state.ForgetRead();
     const std::uint32_t number = state.NextNumber();
     state.table.RaiseCounter(::Number(ListColumn::Number), number - 1);
     std::vector<std::byte> record = state.table.MakeRecord();
@@ -294,6 +311,7 @@ std::vector<std::string> CCatalogue::Delete(std::int32_t index) {
             if (setting.kind == SettingKind::Secret) table.PutText(record, ::Number(setting.column), "");
         }
         record[0] = std::byte{'Y'};
+        m_state->ForgetRead();
         table.WriteRecord(record);
         table.Flush();
     }
@@ -335,18 +353,18 @@ std::vector<std::string> CCatalogue::CState::RemoveListFiles(std::uint32_t numbe
 std::string CCatalogue::GetText(std::int32_t index, ListColumn column) {
     if (column == ListColumn::Number) return std::to_string(GetListNumber(index));
     CState::CHold hold(*m_state, index);
-    return m_state->table.ReadText(::Number(column));
+    return std::string(m_state->table.TextOf(m_state->read, ::Number(column)));
 }
 
 std::int64_t CCatalogue::GetNumber(std::int32_t index, ListColumn column) {
     if (column == ListColumn::Number) return GetListNumber(index);
     CState::CHold hold(*m_state, index);
-    return m_state->table.ReadNumber(::Number(column));
+    return m_state->table.NumberOf(m_state->read, ::Number(column));
 }
 
 std::uint32_t CCatalogue::GetListNumber(std::int32_t index) {
     CState::CHold hold(*m_state, index);
-    return m_state->table.ReadCounter(::Number(ListColumn::Number));
+    return m_state->table.CounterOf(m_state->read, ::Number(ListColumn::Number));
 }
 
 ListKind CCatalogue::GetKind(std::int32_t index) {
@@ -362,6 +380,7 @@ void CCatalogue::SetText(std::int32_t index, ListColumn column, std::string_view
         const bool isOwn = EqualNoCase(GetText(index, column), accepted);
         if (holder != None && !isOwn) throw CLhvException("A list named \"" + accepted + "\" already exists.");
     }
+    m_state->ForgetRead();
     m_state->table.Go(index);
     m_state->table.WriteTextInFull(::Number(column), accepted);
     m_state->table.Flush();
@@ -453,6 +472,7 @@ CCatalogue& GetCatalogue() {
 
 void CloseCatalogues() {
     COpenCatalogues& opened = GetOpenCatalogues();
+    std::vector<std::unique_ptr<CCatalogue>> closed;  // behind the lock: each waits for its own
     const std::lock_guard guard(opened.lock);
-    opened.all.clear();
+    closed.swap(opened.all);
 }

@@ -65,8 +65,15 @@ CMemberFiles::~CMemberFiles() {
     m_mutex.Unlock();
 }
 
+// What was found out under the mutex holds until it is given back, or this object changes something.
+void CMemberFiles::ForgetLooks() noexcept {
+    m_found = -1;
+    m_isIndexLooked = false;
+}
+
 // Another process may have added records, packed the table, or removed it.
 void CMemberFiles::Refresh() {
+    ForgetLooks();
     Platform::FileStatus status;
     if (!Platform::GetFileStatus(m_path, status)) {
         if (!Platform::IsNotFound(Platform::LastSystemError())) {
@@ -101,6 +108,7 @@ void CMemberFiles::NoteIdentity() {
 }
 
 void CMemberFiles::CloseTable() {
+    ForgetLooks();
     m_recordCount = 0;
     if (std::exchange(m_isClosedForOthers, false)) ++m_generation;
     if (!m_table) return;
@@ -148,6 +156,10 @@ std::size_t CMemberFiles::GetRecordSize() const noexcept {
 
 bool CMemberFiles::ReadMember(std::int32_t index, std::span<std::byte> record) {
     if (index < 0 || index >= m_recordCount) return false;
+    if (index == m_found && record.data() != m_record.data()) {
+        std::copy_n(m_record.begin(), GetRecordSize(), record.begin());
+        return true;
+    }
     m_table->Go(index);
     m_table->ReadRecord(record.first(GetRecordSize()));
     return CMemberRecord(record).IsMember();
@@ -161,11 +173,13 @@ void CMemberFiles::ReadBlock(std::int32_t first, std::int32_t count, std::vector
 }
 
 void CMemberFiles::WriteRecord(std::int32_t index, std::span<const std::byte> record) {
+    ForgetLooks();
     m_table->Go(index);
     m_table->WriteRecord(record);
 }
 
 void CMemberFiles::AppendRecords(std::span<std::byte> records) {
+    ForgetLooks();
     m_table->AppendRecords(records);
     m_recordCount = m_table->GetRecordCount();
 }
@@ -234,9 +248,10 @@ std::int32_t CMemberFiles::Find(std::string_view address) {
 
 std::int32_t CMemberFiles::FindInIndex(std::string_view key) {
     m_index.Find(key, m_hits);
+    m_found = -1;
     for (const std::int32_t index : m_hits) {
         if (ReadMember(index, m_record) && CCompareEmail::MakeKey(CMemberRecord(m_record).GetAddress()) == key) {
-            return index;
+            return m_found = index;
         }
     }
     return -1;
@@ -274,12 +289,14 @@ bool CMemberFiles::TryPrepareIndex() {
 }
 
 bool CMemberFiles::IndexFits() {
+    if (m_isIndexLooked && m_index.IsOpen()) return true;
     if (!m_index.IsOpen() || !m_index.IsCurrent()) {
         if (WasLeftUnsynced()) throw CIndexDamaged("The index " + m_indexPath + " was not written to its end.");
         m_index.Open(m_indexPath, m_readOnly ? CSSIndex::Access::ReadOnly : CSSIndex::Access::ReadWrite);
     }
-    return m_index.ReadState(m_state) && m_state.settled && m_state.recordCount == m_recordCount &&
-           m_state.tableIdentity == m_identity;
+    m_isIndexLooked = m_index.ReadState(m_state) && m_state.settled && m_state.recordCount == m_recordCount &&
+                      m_state.tableIdentity == m_identity;
+    return m_isIndexLooked;
 }
 
 void CMemberFiles::PrepareIndex() {
@@ -324,6 +341,7 @@ bool CMemberFiles::HasLostRecords() {
 }
 
 void CMemberFiles::RebuildIndex() {
+    ForgetLooks();
     if (!m_index.IsOpen() || !m_index.IsCurrent()) m_index.Open(m_indexPath, CSSIndex::Access::ReadWrite);
     BeginUnsynced();
     IndexChange change;
@@ -359,6 +377,7 @@ void CMemberFiles::ApplyIndexInBulk(IndexChange& change) {
 }
 
 void CMemberFiles::ApplyIndex(IndexChange& change, CSSIndex::Written written) {
+    ForgetLooks();
     try {
         m_index.Apply(change, written);
     } catch (const CIndexDamaged& e) {
@@ -399,6 +418,7 @@ bool CMemberFiles::WasLeftUnsynced() {
 }
 
 void CMemberFiles::DropIndex() noexcept {
+    ForgetLooks();
     m_index.Close();
 }
 
@@ -417,6 +437,7 @@ bool CMemberFiles::EmptyIndex() noexcept {
 }
 
 void CMemberFiles::RemoveIndex() noexcept {
+    ForgetLooks();
     m_index.Close();
     const bool isGone = Platform::RemoveFile(m_indexPath) || Platform::IsNotFound(Platform::LastSystemError());
     if (isGone || EmptyIndex()) Platform::RemoveFile(m_unsyncedPath);
@@ -425,6 +446,7 @@ void CMemberFiles::RemoveIndex() noexcept {
 }
 
 void CMemberFiles::Pack() {
+    ForgetLooks();
     m_table->Pack();
     if (m_table->GetRecordCount() == m_recordCount) return;
     m_recordCount = m_table->GetRecordCount();

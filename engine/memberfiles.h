@@ -73,6 +73,7 @@ private:
     bool HasForeignRecords();
     friend class CMemberHold;
 
+    void ForgetLooks() noexcept;
     void NoteIdentity();
     void Refresh();
     void OpenTable(bool create);
@@ -110,6 +111,8 @@ private:
     IndexState m_state;
     std::vector<std::int32_t> m_hits;
     std::vector<std::byte> m_record;
+    std::int32_t m_found = -1;     // the member that is in m_record, while nobody else can change it
+    bool m_isIndexLooked = false;  // the index fits, likewise
 };
 
 // Holds the mutex for one operation, or for several when others are within it.

@@ -63,7 +63,8 @@ public:
     static constexpr std::int32_t None = -1;
 
     // While it lives nobody else changes the members of the open store, and
-    // reading them costs no locks: for many reads in a moment.  CLhvException.
+    // reading them costs no locks: for many reads in a moment.  What this thread
+    // changes through another object is seen only afterwards.  CLhvException.
     class CKeep {
     public:
         explicit CKeep(CMemberStore& store);
