@@ -133,6 +133,22 @@ TEST_F(CCatalogueTest, PasswordsLeaveNoTrace) {
     EXPECT_EQ(Get(PathOf("LISTS.CST")).find("another"), std::string::npos);
 }
 
+TEST_F(CCatalogueTest, AKeepSeesItsOwnChanges) {
+    const std::int32_t one = Create("one");
+    const std::int32_t two = Create("two");
+    {
+        const CCatalogue::CKeep keep(m_lists);
+        EXPECT_EQ(m_lists.GetName(one), "one");
+        m_lists.SetText(one, ListColumn::Name, "first");
+        EXPECT_EQ(m_lists.GetName(one), "first");
+        EXPECT_EQ(m_lists.GetName(two), "two");
+        m_lists.Delete(two);
+        EXPECT_THROW(m_lists.GetName(two), CLhvException);
+    }
+    CCatalogue(PathOf("")).SetText(one, ListColumn::Name, "of another");
+    EXPECT_EQ(m_lists.GetName(one), "of another");
+}
+
 TEST_F(CCatalogueTest, DeletingRemovesTheFilesOfThatListOnly) {
     for (int i = 0; i < 11; ++i)
         m_lists.Create();

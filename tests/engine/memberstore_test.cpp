@@ -121,6 +121,28 @@ TEST_F(CMemberStoreTest, UpdatesOnlyTheGivenParts) {
     EXPECT_FALSE(store.Update(2, change, parts));
 }
 
+TEST_F(CMemberStoreTest, AKeepSeesItsOwnChanges) {
+    CMemberStore store;
+    store.Open(7);
+    CMember member = MakeMember("a@x.example");
+    store.Add(member);
+    {
+        const CMemberStore::CKeep keep(store);
+        const std::int32_t at = store.Find("a@x.example");
+        member.address = "b@x.example";
+        EXPECT_TRUE(store.Update(at, member));
+        EXPECT_EQ(store.Find("a@x.example"), CMemberStore::None);
+        EXPECT_EQ(store.Find("b@x.example"), at);
+        EXPECT_TRUE(store.Remove(at));
+        EXPECT_FALSE(store.Read(at, member));
+        EXPECT_EQ(store.Find("b@x.example"), CMemberStore::None);
+    }
+    CMemberStore other;
+    other.Open(7);
+    const std::int32_t added = other.Add(MakeMember("c@x.example"));
+    EXPECT_EQ(store.Find("c@x.example"), added);
+}
+
 TEST_F(CMemberStoreTest, LeavesNoFilesWithoutMembers) {
     CMemberStore one;
     CMemberStore other;
