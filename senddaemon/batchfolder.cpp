@@ -297,10 +297,10 @@ bool CBatchFolder::AddMessageText(std::string_view text, std::string& newPath) {
         [&](const std::string& batchPath) { return WriteMessageToFolder(text, batchPath, newPath); });
 }
 
-bool CBatchFolder::CreateMessage(CNewFile& file) {
+bool CBatchFolder::CreateMessage(CNewFile& file, const std::function<bool(const std::string& temporaryPath)>& note) {
     const std::lock_guard guard(m_state->lock);
     return m_state->PlaceInBatch(
-        [&](const std::string& batchPath) { return file.Create(batchPath, MessageExtension); });
+        [&](const std::string& batchPath) { return file.Create(batchPath, MessageExtension, note); });
 }
 
 bool CBatchFolder::PrepareMessage(std::string_view text, CPreparedMessage& prepared) {

@@ -20,6 +20,7 @@
 #define LISTHAVEN_SENDDAEMON_BATCHFOLDER_H
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -68,8 +69,8 @@ public:
     bool AddMessageText(std::string_view text, std::string& newPath);
 
     // Makes an empty message under its .tmp name, for the caller to write, keep
-    // and publish.  It counts as one of the batch.
-    bool CreateMessage(CNewFile& file);
+    // and publish.  It counts as one of the batch.  note: as for CNewFile::Create().
+    bool CreateMessage(CNewFile& file, const std::function<bool(const std::string& temporaryPath)>& note = {});
 
     // Writes the message under its .tmp name.  It counts as one of the batch, so
     // that a group of them fits.  The file outlives this object: the caller

@@ -62,7 +62,9 @@ bool CNewFile::Discard() {
     return false;
 }
 
-bool CNewFile::Create(std::string_view folder, std::string_view extension) {
+// What was noted may be removed later, so it must not be another's: nobody else
+// makes names while the mutex is held.
+bool CNewFile::Create(std::string_view folder, std::string_view extension, const Note& note) {
     Discard();
     Platform::CNamedMutex mutex(NameMutex);
     const CMutexGuard guard(mutex);
@@ -70,8 +72,12 @@ bool CNewFile::Create(std::string_view folder, std::string_view extension) {
         const std::string number = NewNumber();
         m_finalPath = NamedFile(folder, number, extension);
         m_temporaryPath = JoinPath(folder, number + TemporaryExtension);
+        if (note) {
+            if (Platform::FileIsThere(m_temporaryPath) || Platform::FileIsThere(m_finalPath)) continue;
+            if (!note(m_temporaryPath)) return false;
+        }
         if (!m_file.Open(m_temporaryPath, Platform::FileMode::CreateNew)) {
-            if (Platform::IsAlreadyThere(Platform::LastSystemError())) continue;
+            if (!note && Platform::IsAlreadyThere(Platform::LastSystemError())) continue;
             return FailOn(folder);
         }
         m_owned = true;

@@ -16,6 +16,7 @@
 #define LISTHAVEN_UTILITY_UNIQUENAME_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -29,7 +30,10 @@ public:
     ~CNewFile();  // removes what was not published, unless Keep() was called
 
     // After a failure of any of these nothing is left of the file.
-    bool Create(std::string_view folder, std::string_view extension);
+    // note is told the temporary path before anything has that name: whoever
+    // keeps a list of such files then has each that is there.  False ends it.
+    using Note = std::function<bool(const std::string& temporaryPath)>;
+    bool Create(std::string_view folder, std::string_view extension, const Note& note = {});
     bool Write(std::string_view bytes);
     bool Overwrite(std::uint64_t offset, std::string_view bytes);  // of what was written
     void StartFlush() noexcept { m_file.StartFlush(); }            // so that FinishWriting() has less to wait for

@@ -77,23 +77,23 @@ struct CCycleTransaction::CState {
 
     bool Begin(std::string_view queueFolder, CNewFile& file);
     bool Add(std::string_view queueFolder, std::string text);
-    bool Note(const CNewFile& file);
+    bool Note(const std::string& temporaryPath);
     bool TakeWritten();
     bool FlushPrepared();
     void RemovePrepared();
     void Forget(bool isFinished);
 };
 
-// The file's name is noted before there is anything in it.
+// The file's name is noted before it is there.
 bool CCycleTransaction::CState::Begin(std::string_view queueFolder, CNewFile& file) {
     if (!cycle.IsReady()) return false;
     CBatchFolder* const queue = cycle.work.GetQueues().Open(WithoutSeparator(queueFolder));
-    return queue && queue->CreateMessage(file) && Note(file);
+    return queue && queue->CreateMessage(file, [this](const std::string& path) { return Note(path); });
 }
 
-bool CCycleTransaction::CState::Note(const CNewFile& file) {
+bool CCycleTransaction::CState::Note(const std::string& temporaryPath) {
     if (!std::exchange(isCounted, true)) ++cycle.transactions;
-    return cycle.preparing.Add(file.GetTemporaryPath());
+    return cycle.preparing.Add(temporaryPath);
 }
 
 // Others write it while the caller goes on.
@@ -248,9 +248,9 @@ bool CCycleTransaction::AddBroadcast(std::string_view text, const BroadcastModes
     CState& s = *m_state;
     const std::string folder = GetPostsFolder(s.cycle.list);
     CNewFile file;
-    if (!s.cycle.IsReady() || !EnsureFolder(folder) || !file.Create(folder, "eml") || !s.Note(file) ||
-        !file.Write(text) || !file.CloseUnflushed() ||
-        !CBroadcastJobs::Check(file.GetTemporaryPath(), {s.cycle.list}, modes)) {
+    const auto note = [&](const std::string& path) { return s.Note(path); };
+    if (!s.cycle.IsReady() || !EnsureFolder(folder) || !file.Create(folder, "eml", note) || !file.Write(text) ||
+        !file.CloseUnflushed() || !CBroadcastJobs::Check(file.GetTemporaryPath(), {s.cycle.list}, modes)) {
         return false;
     }
     identifier = CBroadcastJobs().NewIdentifier();

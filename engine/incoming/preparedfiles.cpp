@@ -173,14 +173,12 @@ bool CPreparedFiles::TakeRow(std::vector<CFile*>& row) {
     return true;
 }
 
-// Each name is noted before there is anything in the file.
+// Each name is noted before the file is there.
 bool CPreparedFiles::WriteRow(const std::vector<CFile*>& row) {
+    const auto note = [this](const std::string& path) { return m_preparing.Add(path); };
     for (CFile* it : row) {
         const std::string text = std::move(it->text);
-        if (!it->queue->CreateMessage(it->file) || !m_preparing.Add(it->file.GetTemporaryPath()) ||
-            !it->file.Write(text) || !SetTime(*it)) {
-            return false;
-        }
+        if (!it->queue->CreateMessage(it->file, note) || !it->file.Write(text) || !SetTime(*it)) return false;
     }
     for (CFile* it : row)
         it->file.StartFlush();
