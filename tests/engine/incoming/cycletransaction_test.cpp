@@ -230,7 +230,7 @@ TEST_F(CycleTransaction, OfManyFilesAllAreThereOrNone) {
 TEST_F(CycleTransaction, HoweverFewFilesMayBeOpenAllAreWritten) {
     constexpr std::size_t Count = 300;
     Platform::SetFlushEnabled(false);
-    for (const std::size_t mostOpen : {1, 2, 5, 40}) {
+    for (const std::size_t mostOpen : {1U, 2U, 5U, 40U}) {
         const CTemporaryDataFolder folder;
         CPreparingList preparing;
         CBatchFolder queue;
