@@ -8,6 +8,7 @@
 #include "engine/eventlog.h"
 #include "engine/incoming/cycletransaction.h"
 #include "engine/incoming/listview.h"
+#include "engine/literaltext.h"
 #include "mime/mimemessage.h"
 #include "utility/lasterror.h"
 #include "utility/lhvexception.h"
@@ -51,7 +52,8 @@ bool CCopies::Open(std::string text, const BroadcastModes& modes, const std::str
         message.LoadText(source);
         if (!CBroadcastJobs::Check(message, {m_view.GetList().number}, modes)) return false;
         message.LoadText(source.With(CMimeSource::Sealed::Kept));
-        Log(LogInfo, "Generating messages for broadcast \"%s\".\n", message.GetRoot()->GetField("Subject").c_str());
+        const std::string subject = ReadableText(message.GetRoot()->GetField("Subject"));
+        Log(LogInfo, "Generating messages for broadcast \"%s\".\n", subject.c_str());
         return m_maker.Open(message, m_view.GetList(), identifier);
     } catch (const CLhvException& exception) {
         SetLastErrorFromException(exception);

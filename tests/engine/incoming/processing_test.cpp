@@ -7,6 +7,7 @@
 #include "app/settings.h"
 #include "engine/blockedaddresses.h"
 #include "engine/customfields.h"
+#include "engine/eventlog.h"
 #include "engine/incoming/bouncerecords.h"
 #include "engine/incoming/digests.h"
 #include "engine/incoming/moderation.h"
@@ -156,7 +157,7 @@ TEST_F(ProcessingTest, FewRecipientsGetTheCopiesThatABroadcastMakes) {
     }
     rules.Replace(all);
     const auto post = [&] {
-        Receive("ann@x.example", ListAddress, "Hi", "", "$(To-Name), $(Original-Subject), $(Town)");
+        Receive("ann@x.example", ListAddress, "Hi $(Town)", "", "$(To-Name), $(Original-Subject), $(Town)");
     };
     Receive("bob@x.example", CommandAddress, "unsubscribe");
     Receive("dan@x.example", CommandAddress, "DIGEST ON");
@@ -194,7 +195,11 @@ TEST_F(ProcessingTest, FewRecipientsGetTheCopiesThatABroadcastMakes) {
     EXPECT_EQ(ofJob.size(), 51U);
     for (const auto& [to, text] : direct)
         EXPECT_EQ(text, ofJob[to]);
-    EXPECT_NE(direct.begin()->second.find("ann@x.example Hi"), std::string::npos) << direct.begin()->second;
+    EXPECT_NE(direct.begin()->second.find("ann@x.example Hi $(Town)"), std::string::npos) << direct.begin()->second;
+    std::string log;
+    ASSERT_TRUE(ReadWholeFile(GetLogFileName(), log));
+    EXPECT_NE(log.find("Generating messages for broadcast"), std::string::npos);
+    EXPECT_EQ(log.find("$($)"), std::string::npos) << log;
 }
 
 TEST_F(ProcessingTest, OfADamagedRuleTheMessagesAreNotTheNextRules) {
