@@ -157,7 +157,7 @@ TEST_F(ProcessingTest, FewRecipientsGetTheCopiesThatABroadcastMakes) {
     }
     rules.Replace(all);
     const auto post = [&] {
-        Receive("ann@x.example", ListAddress, "Hi $(Town)", "", "$(To-Name), $(Original-Subject), $(Town)");
+        Receive("ann@x.example", ListAddress, "Hi $(Password)", "", "$(To-Name), $(Original-Subject), $(Town)");
     };
     Receive("bob@x.example", CommandAddress, "unsubscribe");
     Receive("dan@x.example", CommandAddress, "DIGEST ON");
@@ -195,7 +195,7 @@ TEST_F(ProcessingTest, FewRecipientsGetTheCopiesThatABroadcastMakes) {
     EXPECT_EQ(ofJob.size(), 51U);
     for (const auto& [to, text] : direct)
         EXPECT_EQ(text, ofJob[to]);
-    EXPECT_NE(direct.begin()->second.find("ann@x.example Hi $(Town)"), std::string::npos) << direct.begin()->second;
+    EXPECT_NE(direct.begin()->second.find("ann@x.example Hi $(Password)"), std::string::npos) << direct.begin()->second;
     std::string log;
     ASSERT_TRUE(ReadWholeFile(GetLogFileName(), log));
     EXPECT_NE(log.find("Generating messages for broadcast"), std::string::npos);
