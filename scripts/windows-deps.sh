@@ -26,8 +26,8 @@ if [ "$(cat "$prefix/.stamp" 2>/dev/null)" = "$stamp" ]; then exit 0; fi
 
 started=$SECONDS
 export SOURCE_DATE_EPOCH=0  # OpenSSL keeps the time of its build
-rm -rf "$prefix" "$folder/work"
-mkdir -p "$prefix/include" "$prefix/lib" "$folder/work"
+rm -rf "$prefix" "$folder/unpacked"
+mkdir -p "$prefix/include" "$prefix/lib" "$folder/unpacked"
 
 # The upstream sources of a package; apt compares them with its signed index, and takes what is there.  An
 # archive may keep only these of an update, without Debian's part of the package.
@@ -38,7 +38,7 @@ fetch() {
 }
 
 unpack() {  # PACKAGE FOLDER [WHAT...]
-  local package=$1 target=$folder/work/$2
+  local package=$1 target=$folder/unpacked/$2
   shift 2
   mkdir -p "$target"
   tar xf "$(ls "$folder/sources/$package"_*.orig.tar.[gx]z | sort -V | tail -1)" -C "$target" --strip-components=1 "$@"
@@ -47,7 +47,7 @@ unpack() {  # PACKAGE FOLDER [WHAT...]
 build_openssl() {
   fetch openssl
   unpack openssl openssl
-  cd "$folder/work/openssl"
+  cd "$folder/unpacked/openssl"
   # The programs must not read a configuration or certificates from a folder that any user can make: no
   # configuration at all, and a path on which only administrators can.
   # What is left out is neither used nor asked for by mail servers.
@@ -57,8 +57,8 @@ build_openssl() {
     no-aria no-bf no-blake2 no-camellia no-cast no-cmp no-cms no-comp no-ct no-dsa no-dtls no-ec2m no-gost no-idea no-md4 \
     no-mdc2 no-rc2 no-rc4 no-rmd160 no-scrypt no-seed no-sm2 no-sm3 no-sm4 no-srp no-srtp no-ts no-whirlpool
   make -j"$jobs" build_libs
-  make install_dev DESTDIR="$folder/work/stage"
-  cp -r "$folder/work/stage/Windows/openssl/include" "$folder/work/stage/Windows/openssl/lib" "$prefix/"
+  make install_dev DESTDIR="$folder/unpacked/stage"
+  cp -r "$folder/unpacked/stage/Windows/openssl/include" "$folder/unpacked/stage/Windows/openssl/lib" "$prefix/"
 }
 
 build_others() {
@@ -66,14 +66,14 @@ build_others() {
   for package in boost1.81 c-ares libxml2 lmdb; do fetch "$package"; done
   unpack boost1.81 boost boost/libs/serialization/src
   for package in c-ares libxml2 lmdb; do unpack $package $package; done
-  ln -s /usr/src/googletest "$folder/work/googletest"
+  ln -s /usr/src/googletest "$folder/unpacked/googletest"
   # Headers that are the same for every system; never all of /usr/include.
   ln -s /usr/include/boost /usr/include/CLI "$prefix/include/"
-  cmake -S "$root/cmake/windows-deps" -B "$folder/work/build" -G Ninja -DSOURCES="$folder/work" -DMINGW_PREFIX="$prefix" \
+  cmake -S "$root/cmake/windows-deps" -B "$folder/unpacked/build" -G Ninja -DSOURCES="$folder/unpacked" -DMINGW_PREFIX="$prefix" \
     -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchain-mingw-w64-posix.cmake" -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_INSTALL_LIBDIR=lib
-  cmake --build "$folder/work/build" -j"$jobs"
-  cmake --install "$folder/work/build"
+  cmake --build "$folder/unpacked/build" -j"$jobs"
+  cmake --install "$folder/unpacked/build"
 }
 
 # One of the two waits for the network, for configure or for perl while the other compiles.  Both in the
@@ -86,6 +86,6 @@ status=0
 wait "$openssl" || { status=1; tail -30 "$folder/openssl.log" >&2; }
 wait "$others" || { status=1; tail -30 "$folder/others.log" >&2; }
 [ "$status" = 0 ] || { echo "windows-deps.sh: failed; the logs are in $folder" >&2; exit 1; }
-rm -rf "$folder/work"
+rm -rf "$folder/unpacked"
 echo "$stamp" >"$prefix/.stamp"
 echo "windows-deps.sh: built in $((SECONDS - started)) s"
