@@ -21,10 +21,10 @@
 #include <vector>
 
 #include "engine/incoming/cycleschedule.h"
+#include "engine/incoming/mailboxturns.h"
 #include "engine/incoming/mailcycle.h"
 #include "programs/lhvserver/broadcastwork.h"
 #include "programs/lhvserver/failurelog.h"
-#include "programs/lhvserver/mailboxturns.h"
 
 class CMailRounds {
 public:

@@ -4,6 +4,7 @@
 
 #include <chrono>
 
+#include "engine/incoming/mailboxturns.h"
 #include "platform/clock.h"
 
 namespace {
@@ -73,6 +74,30 @@ TEST_F(CycleSchedule, HoursMayCrossMidnightAndTheDayIsThatOfTheirBeginning) {
                 {{true, 1320, 360, 1}, Utc(1, 5, 4, 0), false},    {{true, 0, 0, 1}, Utc(1, 6, 12, 0), false}};
     for (const auto& row : rows)
         EXPECT_EQ(IsWithinHours(row.hours, row.now), row.isWithin) << &row - rows;
+}
+
+// A mailbox that brings nothing gets more time twice, then none until its next
+// cycle; one that brings something begins anew.
+TEST(MailboxTurns, AMailboxThatBringsNothingIsGivenUp) {
+    constexpr std::int64_t Began = 1000;
+    const struct {
+        bool hasCome;
+        bool goesOn;
+        int seconds;  // of the next turn
+    } cuts[] = {{false, true, 240}, {false, true, 480},  {true, true, 120}, {false, true, 240},
+                {false, true, 480}, {false, false, 120}, {false, true, 240}};
+    CMailboxTurns turns;
+    EXPECT_EQ(turns.GetLimit(1, 120).count(), 120);
+    for (const auto& cut : cuts) {
+        EXPECT_EQ(turns.NoteCut(1, cut.hasCome, Began, Began + 50), cut.goesOn) << &cut - cuts;
+        EXPECT_EQ(turns.TakeCut(), cut.goesOn) << &cut - cuts;
+        EXPECT_EQ(turns.GetLimit(1, 120).count(), cut.seconds) << &cut - cuts;
+        EXPECT_EQ(turns.WasCut(1), cut.goesOn) << &cut - cuts;
+    }
+    EXPECT_TRUE(turns.IsPausing(1, Began + 99));
+    EXPECT_FALSE(turns.IsPausing(1, Began + 100));
+    EXPECT_FALSE(turns.IsPausing(1, Began - 1)) << "the clock was set back";
+    EXPECT_FALSE(turns.IsPausing(2, Began + 60)) << "another list";
 }
 
 }  // namespace

@@ -10,8 +10,8 @@
 //
 // Threads  One.  Times are seconds since 1970.
 
-#ifndef LISTHAVEN_PROGRAMS_LHVSERVER_MAILBOXTURNS_H
-#define LISTHAVEN_PROGRAMS_LHVSERVER_MAILBOXTURNS_H
+#ifndef LISTHAVEN_ENGINE_INCOMING_MAILBOXTURNS_H
+#define LISTHAVEN_ENGINE_INCOMING_MAILBOXTURNS_H
 
 #include <chrono>
 #include <cstdint>
@@ -39,4 +39,4 @@ private:
     bool m_hasCut = false;
 };
 
-#endif  // LISTHAVEN_PROGRAMS_LHVSERVER_MAILBOXTURNS_H
+#endif  // LISTHAVEN_ENGINE_INCOMING_MAILBOXTURNS_H

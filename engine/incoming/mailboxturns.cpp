@@ -1,4 +1,4 @@
-#include "programs/lhvserver/mailboxturns.h"
+#include "engine/incoming/mailboxturns.h"
 
 #include <algorithm>
 #include <utility>
