@@ -37,7 +37,7 @@ void MakeRelayList(const CProgramRunner& runner, int members, std::uint16_t port
 std::map<std::string, int> CountCopies(const CSmtpSink& sink) {
     std::map<std::string, int> copies;
     for (const std::string& message : sink.GetMessages()) {
-        EXPECT_NE(message.find(LastLine), std::string::npos);
+        EXPECT_NE(message.find(LastLine), std::string::npos) << message;
         ++copies[FindMember(message, "X-Rcpt-Args: <")];
     }
     return copies;

@@ -34,13 +34,19 @@ bool CSmtpSink::Prepare(CCommand& command) {
 std::vector<std::string> CSmtpSink::GetMessages() const {
     std::vector<std::string> messages;
     for (const auto& entry : std::filesystem::directory_iterator(m_folder / "mail"))
-        messages.push_back(Get(entry.path().string()));
+        if (std::string message = Get(entry.path().string()); !message.empty()) messages.push_back(std::move(message));
     return messages;
 }
 
 std::size_t CSmtpSink::CountMessages() const {
+    // The sink removes the file of a session that was cut off, perhaps right now.
+    const auto hasContent = [](const std::filesystem::directory_entry& entry) {
+        std::error_code isGone;
+        const std::uintmax_t size = entry.file_size(isGone);
+        return !isGone && size > 0;
+    };
     const std::filesystem::directory_iterator files(m_folder / "mail");
-    return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+    return static_cast<std::size_t>(std::count_if(begin(files), end(files), hasContent));
 }
 
 }  // namespace TestServers

@@ -23,7 +23,9 @@ public:
 
     // What has arrived, in no order: the message behind the lines X-Mail-Args
     // and X-Rcpt-Args, which hold the envelope.  Complete as soon as the client
-    // has the reply to the end of the data.
+    // has the reply to the end of the data.  What is still under way, at most
+    // 4 KB of it, does not count: its file is empty.  Under Wine it can stay so,
+    // for the connection of a killed client can stay open there.
     std::vector<std::string> GetMessages() const;
     std::size_t CountMessages() const;
 
