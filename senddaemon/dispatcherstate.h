@@ -162,6 +162,7 @@ struct CDispatcher::CState {
     bool UndoClaims();
 
 private:
+    struct CClaim;
     struct CRestart;
 
     CDelivery* FindDelivery(const std::string& messageFile);
@@ -173,7 +174,7 @@ private:
     bool FileRest(const std::string& messageFile, const CMessageInfo& info, const CSettlement& outcome);
     bool RemoveSent(const std::string& messageFile);
     bool KeepsSent() const;
-    bool UndoClaim(const std::string& path, CRestart& restart);
+    bool UndoClaim(CClaim& claim);
 };
 
 }  // namespace SendDaemon

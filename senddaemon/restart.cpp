@@ -12,6 +12,14 @@
 
 namespace SendDaemon {
 
+// A claimed file, and who of its recipients has the message.
+struct CDispatcher::CState::CClaim {
+    std::string path;
+    CMessageInfo info;
+    std::vector<CRecipientReport> accepted;
+    std::vector<std::string> rest;
+};
+
 struct CDispatcher::CState::CRestart {
     CUnfiledDeliveries unfiled;
     // Message and recipient.  Of two files with one Message-ID only one can be
@@ -19,9 +27,12 @@ struct CDispatcher::CState::CRestart {
     std::set<std::pair<std::string, std::string>> settled;
     std::uint64_t uncertain = 0;
 
+    std::vector<CClaim> claims;
+
     bool Take(const std::string& message, const std::string& recipient) {
         return unfiled.Contains(message, recipient) && settled.emplace(message, recipient).second;
     }
+    void Read(const std::string& path);
 };
 
 // Of a message that was being written or sent; nobody knows them any more.
@@ -42,27 +53,27 @@ bool CDispatcher::CState::UndoClaims() {
     CRestart restart;
     if (!restart.unfiled.Load(account.GetRootFolder())) return false;
 
-    std::vector<std::string> paths;
     std::set<std::string> batches;
     CMessageIterator walk;
     std::string path;
     if (!walk.Start(GetAccountFolderPath(account.GetRootFolder(), AccountFolder::Claimed))) return false;
     for (bool isThere = walk.PeekCurrent(path); isThere; isThere = walk.Next() && walk.PeekCurrent(path)) {
         batches.insert(ParentFolder(path));
-        paths.push_back(path);
+        restart.Read(path);
     }
-    for (const std::string& each : paths) {
-        if (!UndoClaim(each, restart)) return false;
-    }
-    for (const std::string& batch : batches)
-        RemoveLeftovers(batch);
-    if (!claimed->Load()) return false;
+    // Said before the first goes back: a kill in between must not keep it secret.
     if (restart.uncertain > 0) {
         LogFormat(LogLevelNotice,
                   "%llu messages were being sent when the program stopped; those that a server took at that moment may "
                   "arrive twice.",
                   static_cast<unsigned long long>(restart.uncertain));
     }
+    for (CClaim& claim : restart.claims) {
+        if (!UndoClaim(claim)) return false;
+    }
+    for (const std::string& batch : batches)
+        RemoveLeftovers(batch);
+    if (!claimed->Load()) return false;
     // The file was filed, or rewritten for others, and the program died before it could say so.
     std::vector<CDeliveryLine> lines;
     restart.unfiled.ForEach([&](const CDeliveryLine& accepted) {
@@ -75,39 +86,42 @@ bool CDispatcher::CState::UndoClaims() {
     return true;
 }
 
-bool CDispatcher::CState::UndoClaim(const std::string& path, CRestart& restart) {
-    CMessageInfo info;
-    std::vector<CRecipientReport> accepted;
-    std::vector<std::string> rest;
-    if (ReadMessageInfo(path, info)) {
-        for (const std::string& recipient : SplitRecipients(info.recipients)) {
-            if (restart.Take(info.messageId, recipient)) {
-                accepted.push_back({.recipient = recipient,
-                                    .outcome = RecipientOutcome::Accepted,
-                                    .host = {},
-                                    .code = 0,
-                                    .enhanced = {},
-                                    .text = "Taken by the server before the program stopped."});
+void CDispatcher::CState::CRestart::Read(const std::string& path) {
+    CClaim& claim = claims.emplace_back();
+    claim.path = path;
+    if (ReadMessageInfo(path, claim.info)) {
+        for (const std::string& recipient : SplitRecipients(claim.info.recipients)) {
+            if (Take(claim.info.messageId, recipient)) {
+                claim.accepted.push_back({.recipient = recipient,
+                                          .outcome = RecipientOutcome::Accepted,
+                                          .host = {},
+                                          .code = 0,
+                                          .enhanced = {},
+                                          .text = "Taken by the server before the program stopped."});
             } else {
-                rest.push_back(recipient);
+                claim.rest.push_back(recipient);
             }
         }
     }
-    if (accepted.empty() || !rest.empty()) ++restart.uncertain;
-    if (accepted.empty()) {
-        return MoveTo(AccountFolder::Waiting, path, CBatchFolder::Times::Keep) != Moved::No;
+    if (claim.accepted.empty() || !claim.rest.empty()) ++uncertain;
+}
+
+bool CDispatcher::CState::UndoClaim(CClaim& claim) {
+    if (claim.accepted.empty()) {
+        return MoveTo(AccountFolder::Waiting, claim.path, CBatchFolder::Times::Keep) != Moved::No;
     }
     LogFormat(LogLevelNotice,
               "Message in file \"%s\" had been taken by the server before the program stopped; it is not sent again to "
               "%s%s.",
-              path.c_str(), accepted.front().recipient.c_str(), accepted.size() > 1 ? " and others" : "");
+              claim.path.c_str(), claim.accepted.front().recipient.c_str(),
+              claim.accepted.size() > 1 ? " and others" : "");
     CSettlement outcome;
-    outcome.accepted = std::move(accepted);
-    outcome.untried = std::move(rest);
+    outcome.accepted = std::move(claim.accepted);
+    outcome.untried = std::move(claim.rest);
     CDelivery delivery;
-    delivery.info = info;
-    delivery.recipients = SplitRecipients(info.recipients);
-    return Settle(path, delivery, outcome);
+    delivery.info = claim.info;
+    delivery.recipients = SplitRecipients(claim.info.recipients);
+    return Settle(claim.path, delivery, outcome);
 }
 
 }  // namespace SendDaemon

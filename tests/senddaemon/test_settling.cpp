@@ -14,6 +14,8 @@ namespace {
 
 class Settling : public CDaemonFixture {
 protected:
+    ~Settling() override { Platform::SetFlushEnabled(true); }
+
     std::size_t CountDelivered(const std::string& recipient) const {
         const std::lock_guard guard(m_gate->lock);
         return static_cast<std::size_t>(std::count(m_gate->delivered.begin(), m_gate->delivered.end(), recipient));
@@ -180,6 +182,24 @@ TEST_F(Settling, AStartAsksTheLogWhoHasAClaimedMessage) {
     EXPECT_EQ(LogLines(), before);
 }
 
+TEST_F(Settling, AStartThatIsCutOffHasSaidWhatMayArriveTwice) {
+    bool wasHit = true;
+    for (unsigned n = 1; wasHit; ++n) {
+        ASSERT_TRUE(RemoveFolderTree(m_account));
+        FillBatch("SendDaemon/1/.Queue/b", 2);
+        SetMessageHandler(m_log = std::make_shared<CLogRecorder>());
+        {
+            const Platform::CFaultPlan plan(Platform::Operation::Any, n, Platform::CFaultPlan::After::Stays);
+            Start();
+            wasHit = plan.WasHit();
+        }
+        m_daemon.reset();
+        const bool isSaid = m_log->Contains(3, "2 messages were being sent when the program stopped");
+        EXPECT_TRUE(isSaid || CountAccountMessages(m_account).claimed == 2) << n;
+        EXPECT_EQ(CountFilesUnder(m_account), 2U) << n;
+    }
+}
+
 // Whoever was taken is nowhere to be sent to, every other recipient is in one
 // place from which it will be, or in .Errors.
 void Settling::CheckAfterCrash(const std::string& recipients, const std::string& where) {
@@ -212,8 +232,10 @@ void Settling::CrashAtEveryStep(const std::string& recipients, bool isBeforeRepo
         MakeFile("SendDaemon/1/account.cfg", config);
         m_gate->delivered.clear();
         m_shift = 0;
+        Platform::SetFlushEnabled(false);
         ASSERT_TRUE(Start());
         QueueFor(recipients);
+        Platform::SetFlushEnabled(true);  // its operations fail too, where any may
         std::optional<Platform::CFaultPlan> plan;
         const auto crash = [&] { plan.emplace(Platform::Operation::Any, n, Platform::CFaultPlan::After::Stays); };
         (isBeforeReport ? m_gate->beforeReport : m_gate->afterReport) = crash;
@@ -222,6 +244,7 @@ void Settling::CrashAtEveryStep(const std::string& recipients, bool isBeforeRepo
         wasHit = plan->WasHit();
         m_daemon.reset();
         plan.reset();
+        Platform::SetFlushEnabled(false);
         m_gate->beforeReport = m_gate->afterReport = {};
         ASSERT_TRUE(Start()) << where << GetLastErrorText();
         CheckAfterCrash(recipients, where);
