@@ -25,7 +25,7 @@ namespace TestServers {
 
 inline constexpr std::chrono::seconds Patience{60};  // for whatever is waited for
 
-// Free for TCP and UDP on the address at this moment.
+// Free for TCP and UDP on the address at this moment; no other test is given it.
 std::uint16_t FindFreePort(const std::string& address = "127.0.0.1");
 
 bool CanConnect(const std::string& address, std::uint16_t port);
