@@ -43,12 +43,20 @@ bool EndsWithAny(std::string_view text, std::initializer_list<std::string_view> 
                        [text](std::string_view ending) { return text.ends_with(ending); });
 }
 
+bool EndsWithWord(std::string_view text, std::initializer_list<std::string_view> words) noexcept {
+    return std::any_of(words.begin(), words.end(), [text](std::string_view word) {
+        if (!text.ends_with(word)) return false;
+        const char before = text.size() == word.size() ? ' ' : text[text.size() - word.size() - 1];
+        return before < 'a' || before > 'z';
+    });
+}
+
 // The line in front of an address that somebody else's stands behind.
 bool PointsElsewhere(std::string_view before) noexcept {
     const auto has = [before](std::string_view word) { return before.find(word) != std::string_view::npos; };
-    return EndsWithAny(before,
-                       {"from", "from:", "sender", "sender:", "contact", "by", "id", "envelope-from", "mailfrom",
-                        "write to", "forward to", "mailto:", "at", "administrator", "postmaster"}) ||
+    return EndsWithWord(before,
+                        {"from", "from:", "sender", "sender:", "contact", "by", "id", "envelope-from", "mailfrom",
+                         "write to", "forward to", "mailto:", "at", "administrator", "postmaster"}) ||
            has("message-id") || has("references:") || has("in-reply-to") || has("content-id") ||
            has("original sender") || has("mail from:") || has("please contact") || has("please reply") ||
            has("please send") || has("please e-mail") || has("please email") || has("reply to") || has("boundary") ||
@@ -239,7 +247,7 @@ std::vector<CFailedAddress> FindFailedAddresses(const CNoticeParts& parts,
         AddOnce(found, {recipients.front(), std::string::npos});
         return found;
     }
-    for (const CCandidate& one : ScanCandidates(parts.header.GetField("Subject")))
+    for (const CCandidate& one : ScanCandidates(parts.subject))
         if (!ContainsAddress(others, one.address) && !IsSystemAddress(one.address))
             AddOnce(found, {one.address, std::string::npos});
     if (!found.empty()) return found;

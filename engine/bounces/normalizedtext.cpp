@@ -59,6 +59,46 @@ void AddCyrillic(std::string& to, unsigned first, unsigned second) {
     to += static_cast<char>(second);
 }
 
+// A Greek letter in lower case, without accents, the final sigma as any other.
+bool AddGreek(std::string& to, unsigned first, unsigned second) {
+    if (first != 0xCE && first != 0xCF) return false;
+    auto letter = static_cast<char16_t>(((first & 0x1FU) << 6U) | (second & 0x3FU));
+    constexpr std::u16string_view Marked = u"ΆΈΉΊΌΎΏΐΪΫάέήίΰςϊϋόύώ";
+    constexpr std::u16string_view Plain = u"αεηιουωιιυαεηιυσιυουω";
+    static_assert(Marked.size() == Plain.size());
+    const std::size_t marked = Marked.find(letter);
+    if (marked != std::u16string_view::npos)
+        letter = Plain[marked];
+    else if (letter >= u'Α' && letter <= u'Ω')
+        letter = static_cast<char16_t>(letter + 0x20);
+    to += static_cast<char>(0xC0U | (letter >> 6U));
+    to += static_cast<char>(0x80U | (letter & 0x3FU));
+    return true;
+}
+
+// Letters of Romanian and Vietnamese that are not among those of Latin
+// Extended-A, and marks that stand behind their letter.  Returns the bytes read.
+std::size_t AddRareLatin(std::string& to, std::string_view text) {
+    const unsigned first = ByteAt(text, 0);
+    const unsigned second = ByteAt(text, 1);
+    if (first == 0xCC || (first == 0xCD && second < 0xB0)) return 2;
+    char plain = '\0';
+    if (first == 0xC6 && (second == 0xA0 || second == 0xA1)) plain = 'o';
+    if (first == 0xC6 && (second == 0xAF || second == 0xB0)) plain = 'u';
+    if (first == 0xC8 && second >= 0x98 && second <= 0x9B) plain = second < 0x9A ? 's' : 't';
+    if (plain != '\0') {
+        to += plain;
+        return 2;
+    }
+    if (first != 0xE1 || (second != 0xBA && second != 0xBB) || !IsContinuation(ByteAt(text, 2))) return 0;
+    // U+1EA0 to U+1EF9, each letter large and small.
+    constexpr std::string_view Letters = "aaaaaaaaaaaaeeeeeeeeiioooooooooooouuuuuuuyyyy";
+    const unsigned index = ((second - 0xBAU) << 6U) + (ByteAt(text, 2) & 0x3FU);
+    if (index < 0x20 || (index - 0x20) / 2 >= Letters.size()) return 0;
+    to += Letters[(index - 0x20) / 2];
+    return 3;
+}
+
 void AddFolded(std::string& to, std::string_view word) {
     for (std::size_t at = 0; at < word.size(); ++at) {
         const unsigned first = ByteAt(word, at);
@@ -71,8 +111,10 @@ void AddFolded(std::string& to, std::string_view word) {
         } else if (first == 0xD0 || first == 0xD1) {
             AddCyrillic(to, first, second);
             ++at;
-        } else if (AddLatin(to, first, second)) {
+        } else if (AddLatin(to, first, second) || AddGreek(to, first, second)) {
             ++at;
+        } else if (const std::size_t read = AddRareLatin(to, word.substr(at)); read != 0) {
+            at += read - 1;
         } else {
             to += word[at];
         }

@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-// UTF-8: lower case (Latin, Cyrillic), Latin letters without accents, each run
+// UTF-8: lower case (Latin, Cyrillic, Greek), Latin and Greek letters without accents, each run
 // of white space one blank, none between Chinese or Japanese characters, words
 // with an "@" left out: so "User <a@b>\n unknown" reads "user unknown".
 // Bytes that are no UTF-8 stay.

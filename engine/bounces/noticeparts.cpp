@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <utility>
 
 #include "engine/bounces/statusreport.h"
+#include "mime/headerwords.h"
 #include "mime/htmlconversion.h"
 #include "mime/mimemessage.h"
 #include "mime/mimemultipart.h"
@@ -41,17 +43,56 @@ std::string DecodedBody(const CMimeEntity& entity, std::size_t limit) {
     return body;
 }
 
-// In UTF-8; a text that is in none of the sets it may be in stays as it is.
+// A text that is in none of the sets it may be in stays as it is.
+std::string InUtf8(std::string_view characterSet, std::string bytes) {
+    const std::string set = LowerAscii(Trim(characterSet));
+    const bool isNamed = !set.empty() && set != "us-ascii" && set != "utf-8" && set != "utf8";
+    // Much that says so is UTF-8, the subjects that this system stores among it.
+    if ((set == "iso-8859-1" || set == "windows-1252") && IsValidUtf8(bytes)) return bytes;
+    std::string utf8;
+    if (isNamed && Platform::ConvertToUtf8(set, bytes, utf8)) return utf8;
+    return IsValidUtf8(bytes) || isNamed ? bytes : Windows1252ToUtf8(bytes);
+}
+
+// The words of a header line in their character sets; those that follow each
+// other in one set together, for a character may be divided between two.
+std::string DecodedLine(std::string_view stored) {
+    constexpr std::size_t MaxLine = 2000;
+    const std::string line = CMimeHeader::Unfold(Cut(stored, MaxLine));
+    std::string result;
+    std::string bytes;
+    std::string_view set;
+    CHeaderWord word;
+    const auto flush = [&] {
+        if (!bytes.empty()) result += InUtf8(set, std::exchange(bytes, {}));
+    };
+    for (std::string_view rest = line; !rest.empty();) {
+        const std::size_t start = std::min(rest.find("=?"), rest.size());
+        const std::string_view between = rest.substr(0, start);
+        rest.remove_prefix(start);
+        const bool isWord = ReadHeaderWord(rest, word);
+        if (!isWord || !Trim(between).empty() || !EqualNoCase(set, word.charset)) flush();
+        if (!isWord || !Trim(between).empty() || result.empty()) result += between;
+        if (!isWord) {
+            result += Cut(rest, 2);
+            rest.remove_prefix(std::min<std::size_t>(2, rest.size()));
+            continue;
+        }
+        set = word.charset;
+        bytes += DecodeHeaderWord(word);
+        rest.remove_prefix(word.size);
+    }
+    flush();
+    return InUtf8({}, result);
+}
+
+// In UTF-8.
 std::string DecodedText(const CMimeEntity& entity, std::size_t limit) {
     std::string body = DecodedBody(entity, limit);
     const auto isForeign = [](char c) { return static_cast<unsigned char>(c) >= 0x80 || c == '\x1B'; };
     if (std::none_of(body.begin(), body.end(), isForeign)) return body;
     const std::string type = CMimeHeader::Unfold(entity.GetHeader().FindStored("Content-Type"));
-    const std::string set = LowerAscii(Trim(CMimeHeader::GetParameter(type, "charset")));
-    const bool isNamed = !set.empty() && set != "us-ascii" && set != "utf-8" && set != "utf8";
-    std::string utf8;
-    if (isNamed && Platform::ConvertToUtf8(set, body, utf8)) return utf8;
-    return IsValidUtf8(body) || isNamed ? body : Windows1252ToUtf8(body);
+    return InUtf8(CMimeHeader::GetParameter(type, "charset"), std::move(body));
 }
 
 class CPartReader {
@@ -239,6 +280,7 @@ void TakeReturnedFromText(CNoticeParts& parts) {
 
 void ReadRoot(const CMimeEntity& root, CNoticeParts& parts) {
     parts.header = root.GetHeader();
+    parts.subject = DecodedLine(parts.header.FindStored("Subject"));
     const std::string contentType = CMimeHeader::Unfold(parts.header.FindStored("Content-Type"));
     if (root.GetSubType() == "report") {
         parts.reportType = LowerAscii(Trim(CMimeHeader::GetParameter(contentType, "report-type")));

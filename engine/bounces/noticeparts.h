@@ -14,6 +14,7 @@ class CMimeMessage;
 
 struct CNoticeParts {
     CMimeHeader header;
+    std::string subject;          // in UTF-8
     std::string reportType;       // of multipart/report, lower case; "unnamed"; "" of other types
     std::string text;             // for people, LF, without the returned message
     std::string deliveryStatus;   // message/delivery-status
