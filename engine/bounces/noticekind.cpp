@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "engine/bounces/bounceaddress.h"
+#include "engine/bounces/clausewords.h"
 #include "engine/bounces/noticewords.h"
 #include "engine/bounces/statuscode.h"
 #include "mime/mailbox.h"
@@ -27,7 +28,7 @@ std::string WordsOf(const CNoticeParts& parts) {
 }
 
 std::string SubjectOf(const CNoticeParts& parts) {
-    return NormalizeReply(std::string_view(parts.header.GetField("Subject")).substr(0, 1000));
+    return NormalizeReply(std::string_view(parts.subject).substr(0, 1000));
 }
 
 enum class Speaker : std::uint8_t {
@@ -125,19 +126,29 @@ bool IsCertainlyAutomatic(const CNoticeParts& parts, const CNoticeWords& words) 
 
 bool SaysFailure(const CNoticeParts& parts, const CNoticeWords& words) {
     const bool hasWords = HasWords(words.opening, NoticeWords::FailureText);
-    const bool hasReply = FindReplyCodes(std::string_view(parts.text).substr(0, MaxWords)).reply >= 400;
-    const ReplyWeight weight = MeaningOfReply(words.all).weight;
+    const int reply = FindReplyCodes(std::string_view(parts.text).substr(0, MaxWords)).reply;
+    const bool hasReply = reply >= 400;
+    const CReplyMeaning meaning = MeaningOfReply(words.all);
+    const ReplyWeight weight = meaning.weight;
     if (!IsCertainlyAutomatic(parts, words))
         return hasWords && hasReply && weight == ReplyWeight::Clear && parts.text.find("\n> ") == std::string::npos;
     if (hasWords || words.hasSubject) return true;
-    if (hasReply) return weight >= ReplyWeight::Likely;
     // A daemon that names an address and a reason, whatever its words for a failure are.
     const std::string_view from = parts.header.FindStored("From");
     const bool isDaemon = FindNoCase(from, "mailer-daemon") != std::string_view::npos ||
                           FindNoCase(from, "mail delivery") != std::string_view::npos;
-    if (isDaemon && HasNullReturnPath(parts) && weight >= ReplyWeight::Likely && !words.isAnswer)
-        return IsOfMail(parts);
+    // What passes by itself is as likely the reason of a delay.
+    const bool hasReason = (weight >= ReplyWeight::Likely && meaning.bounceClass != BounceClass::Soft) || reply >= 500;
+    if (isDaemon && HasNullReturnPath(parts) && hasReason && !words.isAnswer) return IsOfMail(parts);
+    if (hasReply) return weight >= ReplyWeight::Likely;
+    if (isDaemon && HasNullReturnPath(parts) && ClausesDenyDelivery(words.opening)) return IsOfMail(parts);
     return weight == ReplyWeight::Clear && (parts.hasReturned || !parts.reportType.empty());
+}
+
+// Of many messages, to whoever keeps a mailbox or a server.
+bool IsSummary(const CNoticeParts& parts, const CNoticeWords& words) {
+    constexpr std::array<std::string_view, 3> Words = {"digest", "summary", "statistics"};
+    return !parts.hasReturned && parts.reportType.empty() && HasAny(words.subject, Words);
 }
 
 // Nothing has failed: it arrived, or somebody is asked whether he is one.
@@ -168,6 +179,8 @@ bool AnnouncesRetry(const CNoticeParts& parts) {
     const std::string words = WordsOf(parts);
     const std::string_view opening = std::string_view(words).substr(0, MaxOpening);
     if (HasWords(opening, NoticeWords::Warning)) return true;
+    if (HasWords(opening, NoticeWords::GivenUp)) return false;
+    if (ClausesAnnounceRetry(opening)) return true;
     if (HasWords(opening, NoticeWords::Final)) return false;
     return HasWords(opening, NoticeWords::Retry) || HasWords(SubjectOf(parts), NoticeWords::DelaySubject);
 }
@@ -188,6 +201,7 @@ NoticeKind KindOfNotice(const CNoticeParts& parts) {
     const CNoticeWords words(parts);
     const Speaker speaker = SpeakerOf(parts);
     if (!Speaks(parts, words, speaker) || CameThroughList(parts)) return KindOfPerson(parts, words);
+    if (IsSummary(parts, words)) return KindOfPerson(parts, words);
     const bool namesFailed = parts.header.HasField("X-Failed-Recipients");
     const bool mayBeAway = !words.hasSubject || speaker == Speaker::Person;
     if (mayBeAway && !namesFailed && HasWords(words.subject, NoticeWords::Vacation)) return NoticeKind::Vacation;
@@ -195,5 +209,8 @@ NoticeKind KindOfNotice(const CNoticeParts& parts) {
     if (namesFailed) return NoticeKind::Bounce;
     const NoticeKind harmless = HarmlessKind(parts, words);
     if (harmless != NoticeKind::Ordinary) return harmless;
+    // A system that does not say whose mail failed, to an address that answers: it speaks of something else.
+    if (parts.header.HasField("Return-Path") && !HasNullReturnPath(parts) && !IsOfMail(parts))
+        return KindOfPerson(parts, words);
     return SaysFailure(parts, words) ? NoticeKind::Bounce : KindOfPerson(parts, words);
 }

@@ -16,6 +16,7 @@ enum class NoticeWords : std::uint8_t {
     Retry,    // there will be further attempts, unless one of Final stands there too
     DelaySubject,
     Final,
+    GivenUp,  // there will be none, whatever else is said
     Success,
     Vacation,
     Challenge,

@@ -3,6 +3,7 @@
 #include <array>
 #include <vector>
 
+#include "engine/bounces/clausewords.h"
 #include "engine/bounces/replyphrases.h"
 
 namespace {
@@ -72,6 +73,10 @@ CReplyMeaning MeaningOfReply(std::string_view normalized) {
             if (IsPhraseAt(rest, phrase.words) && (!longest || phrase.words.size() > longest->words.size()))
                 longest = &phrase;
         if (longest && longest->weight > meaning.weight) meaning = {longest->bounceClass, longest->weight, at};
+    }
+    if (meaning.weight < ReplyWeight::Likely) {
+        const CReplyMeaning byClauses = MeaningOfClauses(normalized);
+        if (byClauses.weight > meaning.weight) meaning = byClauses;
     }
     return meaning;
 }

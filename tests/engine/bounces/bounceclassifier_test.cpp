@@ -115,6 +115,34 @@ TEST(BounceClassifier, WhoSaysWhat) {
         {Daemon + "Subject: Mail\n\n"
                   "\u9000\u4FE1\uFF1A\u5730\u5740\uFF08ann@example.com\uFF09\u4E0D\u5B58\n\u5728\u3002\n",
          "bounce hard:ann@example.com"},
+        // Further attempts in words of nobody's table; those that were made, or are the reader's, are none.
+        {Daemon + "Subject: Failure\n\nann@example.com: not reached. Our server will make several more tries.\n",
+         "delay"},
+        {Daemon +
+             "Subject: Failure\n\nann@example.com: host down. The mail stays in our spool, no need to send it again.\n",
+         "delay"},
+        {Daemon + "Subject: Failure\n\nann@example.com: after three further attempts it could not be delivered.\n",
+         "bounce soft:ann@example.com"},
+        {Daemon +
+             "Subject: Undeliverable\n\nann@example.com: mailbox full. If it is still full please try sending later.\n",
+         "bounce soft:ann@example.com"},
+        {Daemon + "Subject: Failure\n\nThe mailbox of ann@example.com has since then been closed down.\n",
+         "bounce hard:ann@example.com"},
+        {Daemon + "\nann@example.com: server unreachable\n", "ordinary"},
+        {"Return-Path: <postmaster@example.com>\nFrom: postmaster@example.com\nSubject: Undeliverable in May\n\n"
+         "Unknown users: 7, mailbox full: 5.\n",
+         "ordinary"},
+        // The subject in a set of its own, its coding in a small letter, a character divided between two words.
+        {Daemon + "Subject: =?koi8-r?q?=EE=C5_=C4=CF=D3=D4=C1=D7=CC=C5=CE=CF?=\n\nann@example.com\n",
+         "bounce soft:ann@example.com"},
+        {Daemon + "Subject: =?utf-8?b?6YCA5A==?= =?utf-8?b?v6E=?=\n\nann@example.com\n", "bounce soft:ann@example.com"},
+        // Greek and Vietnamese, accents in letters of their own and behind them.
+        {Daemon + "Subject: \u0391\u03C0\u03BF\u03C4\u03C5\u03C7\u03AF\u03B1 \u03C0\u03B1\u03C1\u03AC\u03B4\u03BF\u03C3"
+                  "\u03B7\u03C2\n\nann@example.com: \u0394\u0395\u039D \u03C5\u03C0\u03AC\u03C1\u03C7\u03B5\u03B9\n",
+         "bounce hard:ann@example.com"},
+        {Daemon + "Subject: Failure\n\nann@example.com kh\u00F4ng t\u00ECm th\u1EA5y\n", "bounce hard:ann@example.com"},
+        {Daemon + "Subject: Failure\n\nann@example.com kho\u0302ng ti\u0300m tha\u0302\u0301y\n",
+         "bounce hard:ann@example.com"},
         {Feedback("auth-failure"), "receipt"},
         {Feedback("abuse"), "abuse report blocked:ann@example.com"},
     };
@@ -179,8 +207,8 @@ TEST(BounceClassifier, MadeNoticesAreUnderstood) {
 
 // Texts made to cost time: the work stays linear.
 TEST(BounceClassifier, LongTextsAreReadInLittleTime) {
-    for (const std::string piece :
-         {"<a@b.c> ", "a@b.c:\n", "@", "550 ", "5.1.1 ", "user unknown ", "Final-Recipient: x\n\n", "\""}) {
+    for (const std::string piece : {"<a@b.c> ", "a@b.c:\n", "@", "550 ", "5.1.1 ", "user unknown ",
+                                    "Final-Recipient: x\n\n", "\"", "will not ", "next "}) {
         std::string body;
         while (body.size() < 4'000'000)
             body += piece;
