@@ -209,6 +209,9 @@ bool CTableRepair::RepairRecords(std::uint32_t version) {
         return Remains("It was cut. Put a whole one back, or make the standard rules with \"rule reset\".");
     }
     const std::uint64_t bad = CountBadFlags(recordSize);
+    if (bad > 0 && m_half == HalfRecord::Cut) {
+        return Remains("It is damaged. Put a whole one back, or make the standard rules with \"rule reset\".");
+    }
     // A few torn records are a crash; many are a file that is something else.
     if (bad > 2 && bad * 2 > records) {
         return Remains("Most of its records are unreadable. It is left as it is.");

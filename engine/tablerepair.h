@@ -20,10 +20,10 @@ enum class RepairFinding {
 };
 using RepairReport = std::function<void(RepairFinding finding, const std::string& text)>;
 
-// What half a record at the end of the table means.
+// What half a record at the end of the table means, or one that is neither live nor deleted.
 enum class HalfRecord {
     Crash,  // it was being appended: it is dropped
-    Cut,    // the table is only ever replaced as a whole: others are missing too, and nothing is changed
+    Cut,    // the table is only ever replaced as a whole: it is no crash, and nothing is changed
 };
 
 // False when the table is not fit to be opened.

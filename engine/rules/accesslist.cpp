@@ -34,6 +34,16 @@ bool ReadEntry(CSTable& table, std::int32_t index, CAccessEntry& entry) {
     return entry.access == Access::Allowed || entry.access == Access::Denied;
 }
 
+// Passed over, a damaged entry would let in whom it denied, or keep out whom it allowed.
+void RequireSound(CSTable& table, std::int32_t index) {
+    std::vector<std::byte> record(static_cast<std::size_t>(table.GetRecordSize()));
+    table.Go(index);
+    table.ReadRecord(record);
+    if (record[0] == std::byte{'N'} || record[0] == std::byte{'Y'}) return;
+    throw CLhvException("Record " + std::to_string(index) + " of the access list \"" + table.GetFileName() +
+                        "\" is damaged: \"repair\" removes it.");
+}
+
 // The entries of that pattern: one, or one of each kind.
 std::vector<std::int32_t> FindEntries(CSTable& table, std::string_view pattern) {
     std::vector<std::int32_t> found;
@@ -76,6 +86,7 @@ void CAccessList::Load() {
         CAccessEntry entry;
         const std::int32_t count = table.GetRecordCount();
         for (std::int32_t index = 0; index < count; ++index) {
+            RequireSound(table, index);
             if (!ReadEntry(table, index, entry)) continue;
             (entry.access == Access::Denied ? m_denied : m_allowed).Insert(entry.pattern);
             m_entries.push_back(entry);

@@ -19,6 +19,8 @@ namespace {
 
 constexpr std::string_view NextEnding = ".next";
 constexpr std::string_view DirectoryStart = "1";
+constexpr const char* RecordName = "record";
+constexpr const char* CountName = "rules";
 constexpr const char* TemplateMutexPrefix = "Vantorel.Listhaven.3.Template";
 
 bool IsMessage(RuleFile file) noexcept {
@@ -176,12 +178,15 @@ CRuleDirectory::CRuleDirectory(std::string_view text) {
     m_isKnown = true;
     for (std::size_t i = 1; i < parts.size(); ++i) {
         const std::vector<std::string_view> words = Split(parts[i], ':');
+        if (words.size() == 2 && words[0] == CountName)
+            std::from_chars(words[1].data(), words[1].data() + words[1].size(), m_ruleCount, 16);
         const auto extension = std::find(RuleFileExtensions.begin(), RuleFileExtensions.end(), words.front());
-        if (words.size() != 3 || extension == RuleFileExtensions.end()) continue;
+        const bool isRecord = words.front() == RecordName;
+        if (words.size() != 3 || (extension == RuleFileExtensions.end() && !isRecord)) continue;
         Entry entry;
         std::from_chars(words[1].data(), words[1].data() + words[1].size(), entry.size, 16);
         std::from_chars(words[2].data(), words[2].data() + words[2].size(), entry.checksum, 16);
-        m_entries[static_cast<std::size_t>(extension - RuleFileExtensions.begin())] = entry;
+        (isRecord ? m_record : m_entries[static_cast<std::size_t>(extension - RuleFileExtensions.begin())]) = entry;
     }
 }
 
@@ -200,8 +205,21 @@ void CRuleDirectory::Set(RuleFile file, std::string_view content) {
     if (content.empty()) {
         entry.reset();
     } else {
-        entry = Entry{content.size(), Crc32(content)};
+        entry = MakeEntry(content);
     }
+}
+
+CRuleDirectory::Entry CRuleDirectory::MakeEntry(std::string_view content) noexcept {
+    return {content.size(), Crc32(content)};
+}
+
+void CRuleDirectory::SetRecord(std::string_view content) {
+    m_isKnown = true;
+    m_record = MakeEntry(content);
+}
+
+bool CRuleDirectory::FitsRecord(std::string_view content) const noexcept {
+    return !m_record || (m_record->size == content.size() && m_record->checksum == Crc32(content));
 }
 
 std::string CRuleDirectory::GetText() const {
@@ -211,6 +229,10 @@ std::string CRuleDirectory::GetText() const {
         text += FormatText(";%s:%llx:%x", std::string(RuleFileExtensions[i]).c_str(),
                            static_cast<unsigned long long>(m_entries[i]->size), m_entries[i]->checksum);
     }
+    if (m_record)
+        text +=
+            FormatText(";%s:%llx:%x", RecordName, static_cast<unsigned long long>(m_record->size), m_record->checksum);
+    if (m_ruleCount > 0) text += FormatText(";%s:%llx", CountName, static_cast<unsigned long long>(m_ruleCount));
     return text;
 }
 

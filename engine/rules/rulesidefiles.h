@@ -44,6 +44,14 @@ public:
     bool Has(RuleFile file) const noexcept;
     bool Fits(RuleFile file, std::string_view content) const noexcept;
     void Set(RuleFile file, std::string_view content);
+
+    // What the record itself holds outside of this directory.  Fits: also when nothing is known of it.
+    void SetRecord(std::string_view content);
+    bool FitsRecord(std::string_view content) const noexcept;
+    // Records of the whole rules file, deleted ones too; 0: not known.
+    std::uint64_t GetRuleCount() const noexcept { return m_ruleCount; }
+    void SetRuleCount(std::uint64_t count) noexcept { m_ruleCount = count; }
+
     std::string GetText() const;
 
 private:
@@ -51,7 +59,11 @@ private:
         std::uint64_t size = 0;
         std::uint32_t checksum = 0;
     };
+    static Entry MakeEntry(std::string_view content) noexcept;
+
     std::array<std::optional<Entry>, RuleFileCount> m_entries;
+    std::optional<Entry> m_record;
+    std::uint64_t m_ruleCount = 0;
     bool m_isKnown = false;
 };
 

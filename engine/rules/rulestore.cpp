@@ -187,7 +187,7 @@ void CRuleStore::Store(std::span<CMessageRule> rules, bool replaceAll) {
                 directory.Set(file, content);
                 if (!content.empty()) WriteRuleFile(m_path, id, file, content);
             }
-            rows.push_back(table.MakeRow(id, rule.Get(), directory.GetText()));
+            rows.push_back(table.MakeRow(id, rule.Get(), directory));
             RuleFields named;
             named.name = rule.Get().name;
             others.emplace_back(id++, std::move(named));
@@ -224,7 +224,7 @@ void CRuleStore::Save(CMessageRule& rule) {
             written.push_back(file);
         }
     }
-    row = table.MakeRow(row.id, rule.Get(), directory.GetText());
+    row = table.MakeRow(row.id, rule.Get(), directory);
     table.Write(rows);  // the rule has changed with this
     rule.SetStored(rule.GetId());
     for (const RuleFile file : written)

@@ -79,6 +79,26 @@ std::vector<std::byte> FreshRecord(std::uint32_t id) {
     throw CLhvException("The rules file \"" + path + "\" " + what, Platform::LastSystemError());
 }
 
+// All but the deletion flag and the directory.
+std::string ContentOf(const std::vector<std::byte>& record) {
+    const std::string_view bytes(reinterpret_cast<const char*>(record.data()), record.size());
+    const std::size_t directory = RuleLayout().offsets[static_cast<std::size_t>(RuleColumn::Files)];
+    std::string content(bytes.substr(1, directory - 1));
+    return content.append(bytes.substr(directory + LimitOf(RuleColumn::Files) + 1));
+}
+
+// Every record knows how many there are, so that a file that ends too early shows.
+void CheckRows(const std::string& path, const std::vector<CRuleRow>& rows) {
+    constexpr const char* WayOut = "Put a whole one back, or make the standard rules with \"rule reset\".";
+    std::uint64_t count = 0;
+    for (const CRuleRow& row : rows) {
+        if (row.record[0] != Live && row.record[0] != Deleted)
+            throw CLhvException("The rules file \"" + path + "\" is damaged. " + WayOut);
+        if (count == 0) count = CRuleDirectory(row.directory).GetRuleCount();
+    }
+    if (rows.size() < count) throw CLhvException("The rules file \"" + path + "\" was cut. " + WayOut);
+}
+
 CRuleRow RowOf(std::vector<std::byte> record) {
     CRuleRow row;
     row.isLive = record[0] == Live;
@@ -108,6 +128,7 @@ std::vector<CRuleRow> CRuleTable::Read(Cut cut) {
         table.ReadRecord(record);
         rows.push_back(RowOf(std::move(record)));
     }
+    if (cut == Cut::Refused) CheckRows(m_path, rows);
     return rows;
 }
 
@@ -119,7 +140,7 @@ std::uint32_t CRuleTable::NextId(const std::vector<CRuleRow>& rows) noexcept {
     return greatest + 1;
 }
 
-CRuleRow CRuleTable::MakeRow(std::uint32_t id, const RuleFields& rule, const std::string& directory) const {
+CRuleRow CRuleTable::MakeRow(std::uint32_t id, const RuleFields& rule, CRuleDirectory directory) const {
     CRuleRow row;
     row.record = FreshRecord(id);
     const auto number = [&](RuleColumn column, std::int64_t value) {
@@ -130,14 +151,21 @@ CRuleRow CRuleTable::MakeRow(std::uint32_t id, const RuleFields& rule, const std
         rule, [&](std::string_view, RuleColumn column, const std::string& text) { PutText(row.record, column, text); });
     number(RuleColumn::DigestMode, rule.digestMode);
     number(RuleColumn::BounceKind, static_cast<std::int64_t>(rule.bounceKind));
-    PutText(row.record, RuleColumn::Files, directory);
+    if (directory.IsKnown()) {
+        directory.SetRecord(ContentOf(row.record));
+        row.directory = directory.GetText();
+    }
     row.id = id;
     row.name = rule.name;
-    row.directory = directory;
     return row;
 }
 
 void CRuleTable::Take(const CRuleRow& row, RuleFields& rule, std::string& fault) {
+    TakeColumns(row, rule, fault);
+    if (!CRuleDirectory(row.directory).FitsRecord(ContentOf(row.record))) fault = "its record is not what was stored";
+}
+
+void CRuleTable::TakeColumns(const CRuleRow& row, RuleFields& rule, std::string& fault) {
     VisitRuleFlags(rule,
                    [&](std::string_view, RuleColumn column, bool& flag) { flag = NumberOf(row.record, column) != 0; });
     VisitRuleTexts(rule,
@@ -159,8 +187,13 @@ void CRuleTable::Take(const CRuleRow& row, RuleFields& rule, std::string& fault)
 void CRuleTable::Write(const std::vector<CRuleRow>& rows) {
     std::string bytes;
     for (const CRuleRow& row : rows) {
+        std::vector<std::byte> record = row.record;
+        CRuleDirectory directory(row.directory);
+        directory.SetRuleCount(rows.size());
+        // What an older version stored without a directory stays without.
+        if (directory.IsKnown()) PutText(record, RuleColumn::Files, directory.GetText());
         bytes.push_back(static_cast<char>(row.isLive ? Live : Deleted));
-        bytes.append(reinterpret_cast<const char*>(row.record.data()) + 1, row.record.size() - 1);
+        bytes.append(reinterpret_cast<const char*>(record.data()) + 1, record.size() - 1);
     }
     if (!Platform::FileIsThere(m_path + ".ver")) {
         std::array<std::byte, 4> version{};

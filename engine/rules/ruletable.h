@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "engine/rules/messagerule.h"
+#include "engine/rules/rulesidefiles.h"
 #include "engine/stable.h"
 
 struct CRuleRow {
@@ -30,20 +31,22 @@ struct CRuleRow {
 
 class CRuleTable {
 public:
-    enum class Cut { Refused, PassedOver };  // a file that ends within a rule
+    enum class Cut { Refused, PassedOver };  // a file that ends too early, or holds what is no record
 
     explicit CRuleTable(std::string path) : m_path(std::move(path)) {}
 
     std::vector<CRuleRow> Read(Cut cut = Cut::Refused);  // none when there is no file
 
     static std::uint32_t NextId(const std::vector<CRuleRow>& rows) noexcept;
-    CRuleRow MakeRow(std::uint32_t id, const RuleFields& rule, const std::string& directory) const;
+    CRuleRow MakeRow(std::uint32_t id, const RuleFields& rule, CRuleDirectory directory) const;
     // Everything that the record holds; fault says what of it is none.
     static void Take(const CRuleRow& row, RuleFields& rule, std::string& fault);
 
     void Write(const std::vector<CRuleRow>& rows);  // in this order
 
 private:
+    static void TakeColumns(const CRuleRow& row, RuleFields& rule, std::string& fault);
+
     std::string m_path;
 };
 

@@ -41,7 +41,7 @@ RuleFields FullRule(const std::string& name) {
 }
 
 std::string Everything(const RuleFields& rule) {
-    const CRuleRow row = CRuleTable("").MakeRow(1, rule, "");
+    const CRuleRow row = CRuleTable("").MakeRow(1, rule, {});
     std::string all(reinterpret_cast<const char*>(row.record.data()), row.record.size());
     for (std::size_t i = 0; i < RuleFileCount; ++i)
         all += RuleFileContent(rule, static_cast<RuleFile>(i)) + "|";
@@ -151,12 +151,12 @@ TEST_F(RuleStore, DamagedFiles) {
     // A record that says nothing of its files, as another program may write it.
     CRuleTable table(PathOf("7.RUL"));
     std::vector<CRuleRow> rows = table.Read();
-    rows[0] = table.MakeRow(1, full.Get(), "");
+    rows[0] = table.MakeRow(1, full.Get(), {});
     table.Write(rows);
     EXPECT_EQ(Everything(m_store.Load().at(0).Get()), Everything(full.Get()));
     RuleFields plain;
     plain.checkSubject = true;
-    rows[0] = table.MakeRow(9, plain, "");
+    rows[0] = table.MakeRow(9, plain, {});
     table.Write(rows);
     EXPECT_EQ(m_store.Load().at(0).Get().enabled, false);
     std::filesystem::resize_file(PathOf("7.RUL"), std::filesystem::file_size(PathOf("7.RUL")) - 1);
@@ -165,6 +165,43 @@ TEST_F(RuleStore, DamagedFiles) {
     EXPECT_THROW(m_store.Load(), CLhvException);
     m_store.Replace(std::span(&full, 1));
     EXPECT_EQ(Names(), "Full ");
+}
+
+TEST_F(RuleStore, RecordsThatAreMissingOrDamaged) {
+    for (const char* const name : {"a", "b", "c", "d"})
+        Add(name);
+    m_store.Move(4, 0);
+    m_store.Delete(2);
+    const std::string whole = Get(PathOf("7.RUL"));
+    const std::size_t size = whole.size() / 4;
+    for (const std::size_t records : {1U, 2U, 3U}) {
+        Put(PathOf("7.RUL"), whole.substr(0, records * size));
+        EXPECT_THROW(m_store.Load(), CLhvException) << records;
+    }
+    const struct {
+        std::size_t at;
+        char byte;
+        const char* names;  // "": all is refused
+    } rows[] = {{0, 'x', ""}, {size, '\0', ""}, {14, 'x', "x- a c "}, {size + size / 2, 'x', "d a- c "}};
+    for (const auto& row : rows) {
+        std::string damaged = whole;
+        damaged[row.at] = row.byte;
+        Put(PathOf("7.RUL"), damaged);
+        const bool isRefused = *row.names == '\0';
+        EXPECT_EQ(RepairDataFolder([](const std::string&) {}), !isRefused) << row.at;
+        EXPECT_EQ(Get(PathOf("7.RUL")), damaged) << row.at;
+        if (isRefused) {
+            EXPECT_THROW(m_store.Load(), CLhvException) << row.at;
+        } else {
+            EXPECT_EQ(Names(), row.names) << row.at;
+        }
+    }
+    CMessageRule damaged = m_store.Load().at(1);
+    m_store.Move(3, 0);
+    EXPECT_EQ(Names(), "c d a- ") << "another rule's change is no repair";
+    damaged.Edit().enabled = true;
+    m_store.Save(damaged);
+    EXPECT_EQ(Names(), "c d a ");
 }
 
 // Whatever fails, and wherever it stops, a rule is the old or the new one.
