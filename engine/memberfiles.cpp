@@ -48,6 +48,7 @@ CMemberHold::~CMemberHold() {
 CMemberFiles::CMemberFiles(const std::string& tablePath, bool readOnly)
     : m_path(tablePath),
       m_indexPath(IndexPathOf(tablePath)),
+      m_lostPath(tablePath + ".lost"),
       m_readOnly(readOnly),
       m_mutex(TableMutexName(tablePath)),
       m_unsyncedPath(m_indexPath + "-unsynced"),
@@ -134,7 +135,9 @@ void CMemberFiles::CloseWhenEmpty() noexcept {
     try {
         if (!m_table || m_table->GetRecordCount() > 0) return;
         CloseTable();
-        if (!m_readOnly) RemoveIndex();
+        if (m_readOnly) return;
+        NoteLost();
+        RemoveIndex();
     } catch (const std::exception& e) {
         Log(LogError, "The members in %s could not be closed: %s", m_path.c_str(), e.what());
     }
@@ -162,6 +165,7 @@ bool CMemberFiles::ReadMember(std::int32_t index, std::span<std::byte> record) {
     }
     m_table->Go(index);
     m_table->ReadRecord(record.first(GetRecordSize()));
+    CheckRecord(index, CMemberRecord(record));
     return CMemberRecord(record).IsMember();
 }
 
@@ -192,6 +196,7 @@ void CMemberFiles::ForEachMember(const std::function<bool(std::int32_t index, CM
         ReadBlock(first, count, block);
         for (std::int32_t i = 0; i < count; ++i) {
             const CMemberRecord record{std::span(block).subspan(static_cast<std::size_t>(i) * size, size)};
+            CheckRecord(first + i, record);
             if (record.IsMember() && !visit(first + i, record)) return;
         }
     }
@@ -308,36 +313,9 @@ void CMemberFiles::PrepareIndex() {
         RemoveIndex();
     }
     RequireWritable();
+    NoteLost();
     if (m_recordCount > 0) Log(LogInfo, "The index of %s does not fit and is built anew.", m_path.c_str());
     RebuildIndex();
-}
-
-// A few that lie evenly: of a file that is zeros or another's bytes hardly one can be right.
-bool CMemberFiles::HasForeignRecords() {
-    constexpr std::int32_t Looked = 16;
-    std::vector<std::byte> record;
-    for (std::int32_t i = 0; i < std::min(Looked, m_recordCount); ++i) {
-        const std::int32_t step = std::max(m_recordCount / Looked, 1);
-        ReadBlock(i * step, 1, record);
-        if (!CMemberRecord(record).IsRecord()) return true;
-    }
-    return false;
-}
-
-// A table that was packed is another file, and then has some left.
-bool CMemberFiles::HasLostRecords() {
-    if (HasForeignRecords()) return true;
-    IndexState state;
-    try {
-        CSSIndex index;
-        if (!Platform::FileIsThere(m_indexPath)) return false;
-        index.Open(m_indexPath, CSSIndex::Access::ReadOnly);
-        if (!index.ReadState(state)) return false;
-    } catch (const CLhvException&) {
-        return false;  // it tells nothing
-    }
-    return state.settled && state.recordCount > m_recordCount &&
-           (m_recordCount == 0 || state.tableIdentity == m_identity);
 }
 
 void CMemberFiles::RebuildIndex() {
@@ -446,6 +424,7 @@ void CMemberFiles::RemoveIndex() noexcept {
 }
 
 void CMemberFiles::Pack() {
+    NoteLost();
     ForgetLooks();
     m_table->Pack();
     if (m_table->GetRecordCount() == m_recordCount) return;

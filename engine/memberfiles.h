@@ -62,16 +62,26 @@ public:
     void ApplyIndex(IndexChange& change);        // on the disk when it returns
     void ApplyIndexInBulk(IndexChange& change);  // on the disk when the list is closed, or changed otherwise
     void RebuildIndex();
-    bool HasLostRecords();      // the index knows of more than there are, or some are none
     void DropIndex() noexcept;  // closes it; it is looked at anew when it is next needed
     bool EmptyIndex() noexcept;
     void RemoveIndex() noexcept;  // with its file
 
+    // Members that were there and are no longer; see CMemberStore.  In memberloss.cpp.
+    bool HasForeignRecords();  // a look at a few
+    std::vector<std::string> FindLost();
+    void NoteLost();  // before an index that knows them is made anew
+    void ForgetLost();
+    void RefuseDamaged() noexcept { m_refusesDamaged = true; }
+    void CheckRecord(std::int32_t index, const CMemberRecord& record) const;  // throws if it is to be refused
+
     void Pack();
 
 private:
-    bool HasForeignRecords();
     friend class CMemberHold;
+
+    std::vector<std::int32_t> FindDamagedRecords(bool& areZeros);
+    bool CompareWithIndex(const std::vector<std::int32_t>& damaged, std::vector<std::string>& lost);
+    std::vector<std::string> ReadLost() const;
 
     void ForgetLooks() noexcept;
     void NoteIdentity();
@@ -91,7 +101,9 @@ private:
 
     std::string m_path;
     std::string m_indexPath;
+    std::string m_lostPath;
     bool m_readOnly;
+    bool m_refusesDamaged = false;
     Platform::CNamedMutex m_mutex;
 
     // A file that says that the index is not on the disk yet.  Whoever wrote it

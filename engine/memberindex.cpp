@@ -275,6 +275,23 @@ void CSSIndex::Find(std::string_view key, std::vector<std::int32_t>& records) {
     if (code != MDB_NOTFOUND) Fail(m_file->path, code);
 }
 
+void CSSIndex::ForEach(const std::function<void(std::string_view key, std::int32_t record)>& visit) {
+    if (!m_file->hasTables) return;
+    CTransaction transaction(*m_file, MDB_RDONLY);
+    MDB_cursor* cursor = nullptr;
+    Check(m_file->path, mdb_cursor_open(transaction.handle, m_file->entries, &cursor));
+    const std::unique_ptr<MDB_cursor, void (*)(MDB_cursor*)> owner(cursor, mdb_cursor_close);
+    MDB_val key{};
+    MDB_val value{};
+    int code = MDB_SUCCESS;
+    while ((code = mdb_cursor_get(cursor, &key, &value, MDB_NEXT)) == MDB_SUCCESS) {
+        if (value.mv_size != 4) throw CIndexDamaged("The index " + m_file->path + " holds an entry of wrong size.");
+        visit({static_cast<const char*>(key.mv_data), key.mv_size},
+              FromRecordBytes(static_cast<const std::uint8_t*>(value.mv_data)));
+    }
+    if (code != MDB_NOTFOUND) Fail(m_file->path, code);
+}
+
 void CSSIndex::Apply(IndexChange& change, Written written) {
     SortByKey(change.removed);
     SortByKey(change.added);

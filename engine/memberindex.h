@@ -16,6 +16,7 @@
 #define LISTHAVEN_ENGINE_MEMBERINDEX_H
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -74,6 +75,7 @@ public:
 
     bool ReadState(IndexState& state);                                    // false when there is none
     void Find(std::string_view key, std::vector<std::int32_t>& records);  // ascending
+    void ForEach(const std::function<void(std::string_view key, std::int32_t record)>& visit);  // by key
 
     // Sorts the entries; one transaction.  Written Later, the file may be ruined by
     // a power failure before Sync(): the caller makes a note of that first.

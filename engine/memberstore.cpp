@@ -164,7 +164,7 @@ std::int32_t AppendMembers(CMemberFiles& files, std::span<const CMember> members
             change.state = before;
             files.ApplyIndex(change);
         } catch (const std::exception&) {
-            files.DropIndex();  // its count tells that it does not fit
+            files.RemoveIndex();  // its count does not fit, and would tell of members that never were
         }
         throw;
     }
@@ -343,6 +343,7 @@ void CMemberStore::ForEach(SlotMask wanted,
             const std::size_t size = files.GetRecordSize();
             for (std::int32_t i = 0; i < count; ++i) {
                 const CMemberRecord record{std::span(block).subspan(static_cast<std::size_t>(i) * size, size)};
+                files.CheckRecord(first + i, record);
                 if (!record.IsMember()) continue;
                 auto& [index, member] = members[found++];
                 index = first + i;
@@ -441,16 +442,39 @@ std::vector<MemberOutcome> CMemberStore::AddMany(std::span<const CMember> member
     return outcomes;
 }
 
-bool CMemberStore::HasLostRecords() {
+void CMemberStore::RefuseDamaged() {
+    Files().RefuseDamaged();
+}
+
+bool CMemberStore::HasForeignRecords() {
     CMemberFiles& files = Files();
     const CMemberHold hold(files);
-    return files.HasLostRecords();
+    return files.HasForeignRecords();
+}
+
+std::vector<std::string> CMemberStore::FindLost() {
+    CMemberFiles& files = Files();
+    const CMemberHold hold(files);
+    return files.FindLost();
+}
+
+void CMemberStore::NoteLost() {
+    CMemberFiles& files = Files();
+    const CMemberHold hold(files);
+    files.NoteLost();
+}
+
+void CMemberStore::ForgetLost() {
+    CMemberFiles& files = Files();
+    const CMemberHold hold(files);
+    files.ForgetLost();
 }
 
 void CMemberStore::RebuildIndex() {
     CMemberFiles& files = Files();
     const CMemberHold hold(files);
     files.RequireWritable();
+    files.NoteLost();
     files.RemoveIndex();
     if (files.GetRecordCount() > 0) files.RebuildIndex();
 }

@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "engine/member.h"
+#include "utility/lhvexception.h"
 
 using SlotMask = std::uint64_t;  // bit k: slot k
 inline constexpr SlotMask NoSlots = 0;
@@ -50,6 +51,12 @@ struct MemberOutcome {
     enum class Kind { Added, Updated, Skipped, Rejected };
     Kind kind = Kind::Rejected;
     std::string reason;  // of a rejection
+};
+
+// A record that is neither a member's nor a removed one's.
+class CMembersDamaged : public CLhvException {
+public:
+    using CLhvException::CLhvException;
 };
 
 class CMemberFiles;
@@ -111,11 +118,22 @@ public:
     std::vector<MemberOutcome> AddMany(std::span<const CMember> members, ExistingMember onExisting,
                                        const MemberParts& updated = {});
 
-    void Pack();  // drops the records of removed members: indexes change
-    // The table was cut, emptied, overwritten or taken away behind the store's back; so until
-    // the next change of members or RebuildIndex().
-    bool HasLostRecords();
+    void Pack();          // drops the records of removed members: indexes change
     void RebuildIndex();  // from the table, whatever is there
+
+    // A damaged record is otherwise passed over like a removed one.  From now on to its
+    // closing, the store throws CMembersDamaged when it meets one: for mail, which must not
+    // take a member for nobody.
+    void RefuseDamaged();
+    bool HasForeignRecords();  // a quick look: the file holds other bytes than members
+
+    // Addresses, in lower case, of members whose records were cut off, overwritten or taken
+    // away behind the store's back, and "record N" for damaged records of which nobody knows
+    // whose they were.  They are remembered in n.MBR.lost by whatever makes the index anew, and
+    // by NoteLost(), until all are members again or ForgetLost() is called.
+    std::vector<std::string> FindLost();
+    void NoteLost();    // looks at all records
+    void ForgetLost();  // the list goes on with those who are left
 
 private:
     struct CState;
@@ -123,5 +141,8 @@ private:
 
     std::unique_ptr<CState> m_state;
 };
+
+// For the operator: who is lost, that the list's mail waits, and what to do.  "" when nobody is.
+std::string DescribeLostMembers(const std::vector<std::string>& lost);
 
 #endif  // LISTHAVEN_ENGINE_MEMBERSTORE_H

@@ -33,8 +33,8 @@ constexpr std::int64_t Abandoned = std::int64_t{3600} * 1'000'000'000;  // nanos
 
 class CRepair {
 public:
-    explicit CRepair(const std::function<void(const std::string& action)>& report)
-        : m_report(report), m_folder(GetDataFolder()) {}
+    CRepair(const std::function<void(const std::string& action)>& report, LostMembers lost)
+        : m_report(report), m_lost(lost), m_folder(GetDataFolder()) {}
 
     bool Run();
 
@@ -44,12 +44,16 @@ private:
     std::vector<std::string> FilesOf(std::string_view pattern);
     bool RepairOne(const std::string& name, std::span<const CColumnDescription> columns,
                    HalfRecord half = HalfRecord::Crash);
+    std::vector<std::string> MemberTables();
     void RepairMembers(const std::string& name);
+    void NoteLostMembers(const std::string& path);
+    void TellOfLostMembers(CMemberStore& members, const std::string& path);
     void RemoveAbandoned(const std::string& folder, int depth);
     bool IsBroadcastUnfinished();
     void FindPrepared();
 
     const std::function<void(const std::string& action)>& m_report;
+    const LostMembers m_lost;
     const std::string m_folder;
     std::set<std::string> m_prepared;  // paths
     bool m_clean = true;
@@ -59,7 +63,7 @@ bool CRepair::Run() {
     for (const std::string& name : FilesOf("*.CST")) {
         if (EqualNoCase(name, "LISTS.CST")) RepairOne(name, CCatalogue::Columns());
     }
-    for (const std::string& name : FilesOf("*.MBR"))
+    for (const std::string& name : MemberTables())
         RepairMembers(name);
     for (const std::string& name : FilesOf("*.CFD"))
         RepairOne(name, CCustomFields::Columns());
@@ -122,12 +126,47 @@ bool CRepair::RepairOne(const std::string& name, std::span<const CColumnDescript
     return fit;
 }
 
+// Also of lists that have only what tells of their members.
+std::vector<std::string> CRepair::MemberTables() {
+    std::set<std::string> names;
+    for (const std::string& name : FilesOf("*.MBR"))
+        names.insert(name);
+    for (const std::string& name : FilesOf("*.MBX"))
+        names.insert(name.substr(0, name.size() - 1) + "R");
+    for (const std::string& name : FilesOf("*.MBR.lost"))
+        names.insert(name.substr(0, name.rfind('.')));
+    return {names.begin(), names.end()};
+}
+
+// Before their records become removed ones.  A table that cannot be opened now may be so when it is repaired.
+void CRepair::NoteLostMembers(const std::string& path) {
+    try {
+        CMemberStore members;
+        members.OpenPath(path, CMemberStore::Access::ReadOnly);
+        members.NoteLost();
+    } catch (const CLhvException& e) {
+        Log(LogWarning, "Repair: %s", e.what());
+    }
+}
+
+void CRepair::TellOfLostMembers(CMemberStore& members, const std::string& path) {
+    const std::vector<std::string> lost = members.FindLost();
+    if (lost.empty()) return;
+    if (m_lost == LostMembers::Awaited || members.HasForeignRecords())
+        return Tell(RepairFinding::Remains, path + ": " + DescribeLostMembers(lost));
+    members.ForgetLost();
+    Tell(RepairFinding::Mended, FormatText("%s: The list goes on without %d members that were lost.", path.c_str(),
+                                           static_cast<int>(lost.size())));
+}
+
 void CRepair::RepairMembers(const std::string& name) {
-    if (!RepairOne(name, CMemberTable::Columns())) return;
     const std::string path = m_folder + name;
+    NoteLostMembers(path);
+    const bool isFit = RepairOne(name, CMemberTable::Columns());
     Guard(path, [&] {
         CMemberStore members;
-        members.OpenPath(path);
+        members.OpenPath(path, isFit ? CMemberStore::Access::ReadWrite : CMemberStore::Access::ReadOnly);
+        if (!isFit) return TellOfLostMembers(members, path);
         members.RebuildIndex();
         Log(LogInfo, "Repair: The index of %s was made anew.", path.c_str());
         members.ForEach(NoSlots, [&](std::int32_t index, const CMember& member) {
@@ -138,6 +177,7 @@ void CRepair::RepairMembers(const std::string& name) {
             }
             return true;
         });
+        TellOfLostMembers(members, path);
     });
 }
 
@@ -228,9 +268,9 @@ void CRepair::RemoveAbandoned(const std::string& folder, int depth) {
 
 }  // namespace
 
-bool RepairDataFolder(const std::function<void(const std::string& action)>& report) {
+bool RepairDataFolder(const std::function<void(const std::string& action)>& report, LostMembers lost) {
     try {
-        return CRepair(report).Run();
+        return CRepair(report, lost).Run();
     } catch (const CLhvException& e) {
         Log(LogError, "Repair: %s", e.what());
         report(e.GetDescription());

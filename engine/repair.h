@@ -19,8 +19,14 @@
 #include <functional>
 #include <string>
 
+enum class LostMembers {
+    Awaited,  // a fault that remains: their list takes no mail in until they are members again
+    Accepted  // their lists go on without them
+};
+
 // report gets one sentence for each action and each remaining fault; they are
 // logged as well.
-bool RepairDataFolder(const std::function<void(const std::string& action)>& report);
+bool RepairDataFolder(const std::function<void(const std::string& action)>& report,
+                      LostMembers lost = LostMembers::Awaited);
 
 #endif  // LISTHAVEN_ENGINE_REPAIR_H

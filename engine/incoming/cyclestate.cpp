@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <set>
 #include <vector>
 
 #include "app/datafolder.h"
@@ -11,6 +13,7 @@
 #include "utility/formattext.h"
 #include "utility/lasterror.h"
 #include "utility/paths.h"
+#include "utility/text.h"
 
 namespace {
 
@@ -158,6 +161,18 @@ bool CCycleState::CState::Recover() {
     if (!preparing.RemoveFiles() || !CleanInbox()) return false;
     needsRecovery = false;
     return true;
+}
+
+bool CCycleState::IsToPut(const std::vector<std::string>& addresses) const {
+    std::string bytes;
+    bool isThere = false;
+    CycleRecord record;
+    if (addresses.empty()) return true;
+    if (!m_state->database.Find(RecordKey, bytes, isThere) || !isThere || !DecodeRecord(bytes, record)) return false;
+    std::set<std::string> due;
+    for (const CMember& member : record.members)
+        due.insert(LowerAscii(member.address));
+    return std::all_of(addresses.begin(), addresses.end(), [&](const std::string& each) { return due.contains(each); });
 }
 
 bool CCycleState::CState::CleanInbox() {

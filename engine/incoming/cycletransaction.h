@@ -30,6 +30,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "engine/broadcast.h"
 #include "engine/member.h"
@@ -77,8 +78,10 @@ public:
     ~CCycleState();
 
     bool Open(std::uint32_t listNumber);  // made when missing
-    bool Recover();                       // finishes what was interrupted, removes .tmp files that nothing names
-    bool EmptyDone();                     // removes what was processed: at the end of a cycle, and in Recover()
+    // That what was interrupted puts all of these addresses, in lower case, among the members.
+    bool IsToPut(const std::vector<std::string>& addresses) const;
+    bool Recover();    // finishes what was interrupted, removes .tmp files that nothing names
+    bool EmptyDone();  // removes what was processed: at the end of a cycle, and in Recover()
     // False: none.  Throws when that cannot be told, as does that of a transaction.
     bool GetMark(MarkKind kind, std::string_view key, std::string& value) const;
     // In the order of the keys until visit returns false; visit must not commit

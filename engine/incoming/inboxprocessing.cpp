@@ -225,6 +225,8 @@ CInboxProcessing::Handled CInboxProcessing::Handle(const CInboxMessage& waiting,
         if (EqualNoCase(message.directList, list.guid)) message.to.push_back({list.name, list.address});
         effects.Say(title + ": " + (message.isAccepted ? "accepted by the moderator" : "processed"));
         Plan(message, effects);
+    } catch (const CMembersDamaged&) {
+        throw;
     } catch (const std::exception& exception) {
         const std::string reason = exception.what();
         m_view.DropChanges();

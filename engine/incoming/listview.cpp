@@ -30,6 +30,7 @@ CListView::CListView(std::uint32_t listNumber, std::int64_t now, const CCycleSta
     m_list.number = listNumber;
     Refresh(now);
     m_store.Open(listNumber, CMemberStore::Access::ReadOnly);
+    m_store.RefuseDamaged();
 }
 
 void CListView::Refresh(std::int64_t now) {

@@ -84,15 +84,22 @@ private:
     std::optional<CInboxProcessing> m_processing;
 };
 
+// A crash can leave the index ahead of the table, by members who are then put there again.
 bool CCycle::Open() {
-    CMemberStore members;
-    members.Open(m_list, CMemberStore::Access::ReadOnly);
-    if (members.HasLostRecords()) {
-        throw CLhvException(
-            "Members of the list have been lost, and would be taken for strangers: its mail is left where it is until "
-            "the data files are repaired, or members are added again.");
+    std::vector<std::string> lost;
+    {
+        CMemberStore members;
+        members.Open(m_list, CMemberStore::Access::ReadOnly);
+        if (members.HasForeignRecords()) {
+            throw CLhvException(
+                "Records of the list's members are damaged, and those would be taken for strangers: its mail is left "
+                "where it is until the data files are repaired.");
+        }
+        lost = members.FindLost();
     }
-    if (!m_state.Open(m_list) || !m_state.Recover()) return false;
+    if (!m_state.Open(m_list)) return false;
+    if (!m_state.IsToPut(lost)) throw CLhvException(DescribeLostMembers(lost));
+    if (!m_state.Recover()) return false;
     m_processing.emplace(m_list, m_state, Now());
     return true;
 }

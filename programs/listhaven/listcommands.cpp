@@ -70,6 +70,12 @@ std::int32_t CountMembers(std::uint32_t number) {
     return members.Count();
 }
 
+std::vector<std::string> FindLostMembers(std::uint32_t number) {
+    CMemberStore members;
+    members.Open(number, CMemberStore::Access::ReadOnly);
+    return members.FindLost();
+}
+
 void List(bool json) {
     OpenDataFolder();
     CCatalogue& catalogue = GetCatalogue();
@@ -80,13 +86,15 @@ void List(bool json) {
         const std::string name = catalogue.GetName(index);
         const std::string kind(ListKindName(catalogue.GetKind(index)));
         const std::int32_t members = CountMembers(number);
+        const std::size_t lost = FindLostMembers(number).size();
         document.push_back({{"number", number},
                             {"name", JsonText(name)},
                             {"kind", JsonText(kind)},
                             {"guid", JsonText(catalogue.GetGuid(index))},
-                            {"members", members}});
-        table.AddRow(
-            {std::to_string(number), name, kind, catalogue.GetListAddress(index, "List"), std::to_string(members)});
+                            {"members", members},
+                            {"lostMembers", lost}});
+        table.AddRow({std::to_string(number), name, kind, catalogue.GetListAddress(index, "List"),
+                      std::to_string(members) + (lost > 0 ? ", lost " + std::to_string(lost) : "")});
         return true;
     });
     json ? PrintJson(document) : table.Print();
@@ -142,8 +150,13 @@ void Show(const CArguments& arguments) {
     for (const char* key : {"list", "command", "authorized", "post"})
         addresses[key] = JsonText(catalogue.GetListAddress(index, key));
     document["addresses"] = addresses;
+    const std::vector<std::string> lost = FindLostMembers(catalogue.GetListNumber(index));
+    boost::json::array& lostMembers = document["lostMembers"].emplace_array();
+    for (const std::string& address : lost)
+        lostMembers.push_back(JsonText(address));
     if (arguments.json) return PrintJson(document);
     table.Print();
+    if (!lost.empty()) std::printf("\n%s\n", Printable(DescribeLostMembers(lost)).c_str());
     const std::string usage(TrimRight(catalogue.GetText(index, ListColumn::Usage)));
     if (!usage.empty()) std::printf("\nusage, which texts show as $(List-Usage):\n");
     for (const std::string_view line : Split(usage, '\n'))

@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include "engine/repair.h"
@@ -8,13 +9,16 @@
 
 void AddRepairCommand(CCommand app) {
     CCommand repair = app.AddCommand("repair", "Check the data files, mend what can be mended, and say what was done");
-    repair.OnRun([] {
+    auto acceptLoss = std::make_shared<bool>(false);
+    repair.AddFlag("--accept-loss", *acceptLoss, "Lists that have lost members go on without them");
+    repair.OnRun([acceptLoss] {
         OpenDataFolder();
         std::size_t actions = 0;
-        const bool clean = RepairDataFolder([&](const std::string& action) {
+        const auto print = [&](const std::string& action) {
             ++actions;
             std::printf("%s\n", Printable(action).c_str());
-        });
+        };
+        const bool clean = RepairDataFolder(print, *acceptLoss ? LostMembers::Accepted : LostMembers::Awaited);
         if (actions == 0) std::printf("Nothing to repair.\n");
         if (!clean) throw CCommandFailure("some faults could not be repaired");
     });

@@ -6,6 +6,7 @@
 #include "engine/memberrecord.h"
 #include "platform/filestatus.h"
 #include "tests/engine/memberfixture.h"
+#include "utility/text.h"
 
 namespace {
 
@@ -74,10 +75,6 @@ TEST_F(CRepairTest, MendsWhatACrashLeaves) {
          "7.MBR: Half a record at its end (100 bytes) was dropped.\n", whole},
         {"zeros at the end", [&] { Put(PathOf("7.MBR"), Get(PathOf("7.MBR")) + std::string(RecordSize, '\0')); },
          "7.MBR: Record 5 was damaged and is now a deleted one.\n", whole},
-        {"a bad flag", [&] { Overwrite("7.MBR", RecordSize, "x"); },
-         "7.MBR: Record 1 was damaged and is now a deleted one.\n"
-         "7.MBR: 2 texts that belonged to no record were freed.\n",
-         "0(text 0,last 0) 2(text 2,last 2) 3(text 3,last 3) 4(text 4,last 4) "},
         {"a reference to nothing", [&] { Overwrite("7.MBR", ReferenceAt(2, 0), std::string("\x40\x42\x0F\0", 4)); },
          "7.MBR: The text of record 2, column 7 was lost and is now empty.\n"
          "7.MBR: 1 texts that belonged to no record were freed.\n",
@@ -106,6 +103,60 @@ TEST_F(CRepairTest, MendsWhatACrashLeaves) {
         EXPECT_EQ(Members(), c.members);
         EXPECT_EQ(Repair(), "");
         EXPECT_TRUE(CBlockedAddresses().IsBlocked("a@spam.example"));
+    }
+}
+
+// Nobody removed them: their list waits until they are there again, or the operator does not want them.
+TEST_F(CRepairTest, LostMembersAreRemembered) {
+    const auto lost = [&] {
+        CMemberStore store;
+        store.Open(7, CMemberStore::Access::ReadOnly);
+        return Join(store.FindLost(), " ");
+    };
+    const std::string all = "0@x.example 1@x.example 2@x.example 3@x.example 4@x.example";
+    const struct {
+        const char* what;
+        std::function<void()> harm;
+        std::string lost;
+    } cases[] = {
+        {"a bad flag", [&] { Overwrite("7.MBR", RecordSize, "x"); }, "1@x.example"},
+        {"other bytes", [&] { Overwrite("7.MBR", 0, std::string(2 * RecordSize, '.')); }, "0@x.example 1@x.example"},
+        {"no index to tell whose",
+         [&] {
+             Overwrite("7.MBR", 2 * RecordSize, "x");
+             std::filesystem::remove(PathOf("7.MBX"));
+         },
+         "record 2"},
+        {"cut", [&] { Put(PathOf("7.MBR"), Get(PathOf("7.MBR")).substr(0, 3 * RecordSize)); },
+         "3@x.example 4@x.example"},
+        {"emptied", [&] { Put(PathOf("7.MBR"), ""); }, all},
+        {"removed", [&] { std::filesystem::remove(PathOf("7.MBR")); }, all},
+        {"all are other bytes", [&] { Put(PathOf("7.MBR"), std::string(5 * RecordSize, '.')); }, all},
+    };
+    for (const auto& c : cases) {
+        for (const bool isRestored : {true, false}) {
+            SCOPED_TRACE(c.what);
+            EmptyFolder();
+            MakeMembers();
+            c.harm();
+            for (int i = 0; i < 2; ++i)
+                EXPECT_NE(Repair(false).find("accept-loss"), std::string::npos);
+            EXPECT_EQ(lost(), c.lost);
+            if (c.lost == all) std::filesystem::remove(PathOf("7.MBR"));
+            CMemberStore().Open(7);
+            EXPECT_EQ(lost(), c.lost) << "remembered by whoever makes the index anew";
+            if (isRestored && !c.lost.starts_with("record")) {
+                CMemberStore store;
+                store.Open(7);
+                for (const std::string_view address : Split(c.lost, ' '))
+                    store.Add(MakeMember(std::string(address)));
+            } else {
+                EXPECT_TRUE(RepairDataFolder([](const std::string&) {}, LostMembers::Accepted));
+            }
+            EXPECT_EQ(lost(), "");
+            EXPECT_EQ(Repair().find("lost"), std::string::npos);
+            EXPECT_FALSE(std::filesystem::exists(PathOf("7.MBR.lost")));
+        }
     }
 }
 

@@ -1,6 +1,7 @@
 // Whole processing on real folders: what lies in the inbox, and what becomes of it.
 
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <set>
 
@@ -11,6 +12,7 @@
 #include "engine/incoming/bouncerecords.h"
 #include "engine/incoming/digests.h"
 #include "engine/incoming/moderation.h"
+#include "engine/repair.h"
 #include "engine/rules/accesslist.h"
 #include "engine/rules/rulestore.h"
 #include "platform/faultplan.h"
@@ -362,6 +364,45 @@ TEST_F(ProcessingTest, WhatServersRefusedIsABounceOnce) {
     EXPECT_TRUE(UndoBounce(m_list, "gone@x.example")) << GetLastErrorText();
 }
 
+// Among so many that no look at a few finds it.
+TEST_F(ProcessingTest, ADamagedMemberKeepsThePostsOfAll) {
+    for (const std::size_t others : {40U, 80U}) {  // copies at once, and a broadcast
+        std::vector<std::string> members = {"ann@x.example", "lost@x.example"};
+        for (std::size_t i = 0; i < others; ++i)
+            members.push_back(std::to_string(i) + "@x.example");
+        MakeClub(ListKind::Discussion, members);
+        std::fstream(GetCatalogue().GetListFile(m_list, "MBR"), std::ios::in | std::ios::out | std::ios::binary)
+            .seekp(1001)
+            .put('x');
+        Receive("ann@x.example", ListAddress, "Hi");
+        Receive("lost@x.example", CommandAddress, "unsubscribe");
+        EXPECT_NE(Process().find("is damaged: \"repair\""), std::string::npos) << others;
+        EXPECT_FALSE(RepairDataFolder([](const std::string&) {}));
+        EXPECT_NE(Process().find("lost@x.example"), std::string::npos) << others;
+        EXPECT_EQ(TakeQueue().size() + Jobs().size(), 0U);
+        EXPECT_TRUE(RepairDataFolder([](const std::string&) {}, LostMembers::Accepted));
+        EXPECT_EQ(Process(), "0 fetched, 2 processed, 1 answered, 1 posted, 1 for the digest") << others;
+    }
+}
+
+TEST_F(ProcessingTest, ACrashWhileMembersAreAddedLosesNobody) {
+    MakeClub(ListKind::Discussion, {"ann@x.example"});
+    {
+        CCycleState state;
+        ASSERT_TRUE(state.Open(m_list) && state.Recover());
+        CCycleTransaction transaction(state);
+        transaction.PutMember(MakeMember("new@x.example"));
+        ASSERT_TRUE(transaction.AddMessage(GetAccountRoot(m_list), "x"));
+        const Platform::CFaultPlan plan(Platform::Operation::Rename, 1);
+        EXPECT_FALSE(transaction.Commit());
+    }
+    CMemberStore store;
+    store.Open(m_list);
+    store.Add(MakeMember("new@x.example"));
+    std::filesystem::resize_file(GetCatalogue().GetListFile(m_list, "MBR"), 1001);
+    EXPECT_TRUE(Process() == "0 fetched" && IsMember("new@x.example")) << GetLastErrorText();
+}
+
 TEST_F(ProcessingTest, WhatCannotBeProcessedIsKept) {
     MakeClub(ListKind::Discussion, {"ann@x.example"});
     Receive("ann@x.example", ListAddress, "Hi");
@@ -376,6 +417,12 @@ TEST_F(ProcessingTest, WhatCannotBeProcessedIsKept) {
             ASSERT_TRUE(WriteFileAtomically(path, whole));
         }
     }
+    const std::string denied = GetCatalogue().GetListFile(m_list, "ACL");
+    CAccessList(m_list).Add({Access::Denied, "eve@x.example"});
+    std::fstream(denied, std::ios::in | std::ios::out | std::ios::binary).put('x');
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(Process().substr(0, 6), "failed") << "who is denied is not known";
+    Platform::RemoveFile(denied);
     // The message is to blame for nothing, and its attempts were not counted.
     GetCatalogue().SetText(GetCatalogue().FindByNumber(m_list), ListColumn::ListAddresses, "");
     CRuleStore store(m_list);
