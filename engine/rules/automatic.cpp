@@ -17,6 +17,10 @@ constexpr std::array<std::string_view, 10> AutoReplyFields = {
 // The first word of a value: no comment, no parameter.
 std::string_view FirstWord(std::string_view value) {
     value = Trim(value);
+    while (value.starts_with('(')) {
+        const std::size_t end = value.find(')');
+        value = end == std::string_view::npos ? std::string_view() : Trim(value.substr(end + 1));
+    }
     return value.substr(0, value.find_first_of(" \t\n;(,"));
 }
 
@@ -26,7 +30,7 @@ std::string Line(std::string_view name, std::string_view value) {
 
 Automatic OfAutoSubmitted(std::string_view value) {
     const std::string_view word = FirstWord(value);
-    if (word.empty() || EqualNoCase(word, "no")) return Automatic::No;
+    if (EqualNoCase(word, "no")) return Automatic::No;
     return EqualNoCase(word, "auto-replied") ? Automatic::Reply : Automatic::Generated;
 }
 

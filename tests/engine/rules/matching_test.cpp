@@ -172,6 +172,8 @@ TEST_F(MatchingTest, ProgramsAreKnown) {
         Automatic automatic;
     } rows[] = {
         {"Auto-Submitted: auto-replied (vacation)", Automatic::Reply},
+        {"Auto-Submitted: (by cron) auto-generated", Automatic::Generated},
+        {"Auto-Submitted: (a person) No", Automatic::No},
         {"Auto-Submitted: auto-generated; owner-email=\"a@b.example\"", Automatic::Generated},
         {"Precedence: LIST", Automatic::Generated},
         {"Precedence: bulk\nX-Autoreply: yes", Automatic::Reply},
