@@ -50,8 +50,10 @@ MemberChange AddSubscriber(CListView& view, CBlockedAddresses& blocked, const CM
         what = member.address + " is on the list of blocked addresses and was not added";
         return MemberChange::None;
     }
-    ForgetBounces(member);
-    if (!wasActive) member.SetProperty("Subscribed", std::to_string(view.GetTime()));
+    if (!wasActive) {
+        ForgetBounces(member);
+        member.SetProperty("Subscribed", std::to_string(view.GetTime()));
+    }
     view.PutMember(member);
     what = member.address + (wasActive ? " is a member already" : isThere ? " is active again" : " was added");
     return wasActive ? MemberChange::Updated : MemberChange::Added;

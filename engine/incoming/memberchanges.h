@@ -22,8 +22,9 @@ enum class MemberChange {
 };
 
 // said: address, name and fields as the message has them; what is empty there
-// leaves the record as it is.  Who is a member already is active again, and what
-// bounces had counted is forgotten: he has just shown that mail reaches him.
+// leaves the record as it is.  A member who was inactive is active again, and what
+// bounces had counted is forgotten: he has just shown that mail reaches him.  With
+// one who is active only time does that.
 MemberChange AddSubscriber(CListView& view, CBlockedAddresses& blocked, const CMember& said, std::string& what);
 
 MemberChange UpdateSubscriber(CListView& view, const CMember& said, std::string& what);
