@@ -51,6 +51,10 @@ protected:
             return found;
         };
         EXPECT_TRUE(TestServers::WaitUntil([&] { return count() >= copies; }));
+        // And filed: with whoever is killed before, it goes out again.
+        EXPECT_TRUE(TestServers::WaitUntil([&] {
+            return m_runner.MustRun({"queue", "ls", "--json"}).find("\"claimed\":0") != std::string::npos;
+        }));
         EXPECT_EQ(count(), copies);
     }
     // In the inbox, as if it had been fetched.
@@ -112,7 +116,7 @@ TEST_F(FrontEnd, FollowsTheServerWhichComesGoesAndIsKilled) {
 
 // Neither is refused by the other, whichever comes first.
 TEST_F(FrontEnd, TheServerWaitsForWhoSendsAndProcessesMailMeanwhile) {
-    m_runner.MustRun({"account", "set", "News", "NullSenderWait", "60000"});
+    m_runner.MustRun({"account", "set", "News", "NullSenderWait", "600000"});
     m_runner.MustRun(
         {"broadcast", m_runner.WriteFile("a.eml", "From: l@lists.example\r\n\r\nHello\r\n"), "--list", "1"});
     Platform::CChildProcess sender;

@@ -12,6 +12,7 @@
 
 #include "platform/childprocess.h"
 #include "platform/guid.h"
+#include "platform/systemerror.h"
 #include "utility/files.h"
 
 struct CRunResult {
@@ -65,7 +66,8 @@ public:
         CRunResult result;
         Platform::CChildProcess child;
         if (!Start(child, arguments)) {
-            ADD_FAILURE() << "the program could not be started";
+            ADD_FAILURE() << "the program could not be started: "
+                          << Platform::SystemErrorText(Platform::LastSystemError());
             return result;
         }
         EXPECT_TRUE(child.WaitFor(std::chrono::minutes(2), result.status)) << "the program hangs";

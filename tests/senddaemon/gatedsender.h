@@ -25,7 +25,7 @@ namespace SendDaemon {
 // What all senders of one kind share.
 class CGate {
 public:
-    static constexpr std::chrono::seconds Patience{20};
+    static constexpr std::chrono::seconds Patience{60};
 
     std::mutex lock;
     std::condition_variable changed;
