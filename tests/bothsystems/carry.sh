@@ -84,7 +84,7 @@ receive_mail() {
 interrupt_broadcast() {
   local on=$1
   letter News news@lists.example '$(To-Name)' 'News $(To-Name)' 'Für $(To-Name): $(Straße)' >"$work/news.eml"
-  lhv "$on" settings set Execution GenerationPause 40
+  lhv "$on" settings set Execution GenerationPause 100
   start "$on" listhaven broadcast "$work/news.eml" --list 2
   wait_for at_least 20 "$data/SendDaemon/2" '*.eml'   # a group of them
   kill_hard "$started"

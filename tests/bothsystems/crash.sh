@@ -23,7 +23,8 @@ start_sink() {
     $sink -4 "${as[@]}" -h relay.example -d "$work/taken/%s." "127.0.0.1:$port" 100 2>"$work/sink.log" &
     pids="$pids $!"
     sink_port=$port
-    if wait_for bash -c "kill -0 $! && exec 3<>/dev/tcp/127.0.0.1/$port"; then return; fi
+    wait_for bash -c "! kill -0 $! || exec 3<>/dev/tcp/127.0.0.1/$port" || true
+    if kill -0 $! 2>/dev/null; then return; fi  # else another had the port
   done
   fail "smtp-sink does not start: $(cat "$work/sink.log")"
 }
