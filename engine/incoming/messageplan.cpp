@@ -1,6 +1,7 @@
 #include "engine/incoming/messageplan.h"
 
 #include <algorithm>
+#include <functional>
 
 #include "engine/datafields.h"
 #include "engine/incoming/planperson.h"
@@ -75,6 +76,9 @@ private:
     void ChangeMember(const RuleFields& rule, const CPerson& person);
     void AddMember(const CPerson& person);
     void RemoveMembers(const RuleFields& rule, const CPerson& person);
+    void ChangeModes(const RuleFields& rule, const CPerson& person);
+    bool VisitConcerned(const RuleFields& rule, const CPerson& person,
+                        const std::function<bool(std::string_view address)>& visit) const;
     void Answer(const RuleFields& rule, const CPerson& person);
     void PostMessage(const RuleFields& rule, const CPerson& person);
     void SendFixedMessage(const RuleFields& rule);
@@ -211,7 +215,10 @@ void CPlanner::ChangeMember(const RuleFields& rule, const CPerson& person) {
     if (rule.removeSender) RemoveMembers(rule, person);
     if (!m_whyAutomatic.empty()) {
         if (rule.addSender) RefuseAutomatic("adds nobody");
-        if (rule.changeDigestMode) RefuseAutomatic("changes no mode");
+        if (rule.changeDigestMode && m_message.bounce.IsBounce())
+            ChangeModes(rule, person);
+        else if (rule.changeDigestMode)
+            RefuseAutomatic("changes no mode");
         return;
     }
     CMember member;
@@ -227,16 +234,40 @@ void CPlanner::ChangeMember(const RuleFields& rule, const CPerson& person) {
             Done("changes no data: " + shown + " is no member");
         }
     }
-    if (!rule.changeDigestMode) return;
-    if (!m_view.FindMember(person.member.address, member)) {
-        Done("changes no mode: " + shown + " is no member");
-        Note(Describe() + " changes no mode: " + shown + " is no member.");
-        return;
+    if (rule.changeDigestMode) ChangeModes(rule, person);
+}
+
+// A bounce concerns the members who bounced, any other message its sender.
+// visit says whether the address is a member's; true when one was.
+bool CPlanner::VisitConcerned(const RuleFields& rule, const CPerson& person,
+                              const std::function<bool(std::string_view address)>& visit) const {
+    if (!m_message.bounce.IsBounce()) return visit(person.member.address);
+    bool isAnyone = false;
+    for (const CBouncedRecipient& recipient : m_message.bounce.recipients) {
+        if (rule.checkBounce && !MatchesBounceKind(rule.bounceKind, recipient.bounceClass)) continue;
+        isAnyone = visit(recipient.address) || visit(recipient.original) || isAnyone;
     }
-    member.mode = rule.digestMode == DigestModeOn ? DeliveryMode::Digest : DeliveryMode::Regular;
-    Act(ActionKind::SetMode, member.address).member = member;
-    m_view.PutWhole(member);
-    Done("sets the mode of " + shown + " to " + std::string(DeliveryModeName(member.mode)));
+    return isAnyone;
+}
+
+void CPlanner::ChangeModes(const RuleFields& rule, const CPerson& person) {
+    const DeliveryMode mode = rule.digestMode == DigestModeOn ? DeliveryMode::Digest : DeliveryMode::Regular;
+    const bool isBounce = m_message.bounce.IsBounce();
+    const auto change = [&](std::string_view address) {
+        CMember member;
+        if (address.empty() || !m_view.FindMember(address, member)) return false;
+        if (isBounce && member.mode == mode) return true;  // a notice can name him many times
+        member.mode = mode;
+        Act(ActionKind::SetMode, member.address).member = member;
+        m_view.PutWhole(member);
+        Done("sets the mode of " + OneLine(member.address) + " to " + std::string(DeliveryModeName(mode)));
+        return true;
+    };
+    if (VisitConcerned(rule, person, change)) return;
+    if (isBounce) return Done("changes no mode: no bounced address is a member's");
+    const std::string why = "changes no mode: " + OneLine(person.member.address) + " is no member";
+    Done(why);
+    Note(Describe() + " " + why + ".");
 }
 
 void CPlanner::AddMember(const CPerson& person) {
@@ -259,24 +290,15 @@ void CPlanner::AddMember(const CPerson& person) {
 }
 
 void CPlanner::RemoveMembers(const RuleFields& rule, const CPerson& person) {
-    CMember member;
-    bool isAnyone = false;
     const auto remove = [&](std::string_view address) {
+        CMember member;
         if (address.empty() || !m_view.FindMember(address, member)) return false;
         Act(ActionKind::RemoveMember, member.address);
         m_view.Remove(member.address);
         Done("removes " + OneLine(member.address) + " from the members");
-        return isAnyone = true;
+        return true;
     };
-    if (!m_message.bounce.IsBounce()) {
-        remove(person.member.address);
-    } else {
-        for (const CBouncedRecipient& recipient : m_message.bounce.recipients) {
-            if (rule.checkBounce && !MatchesBounceKind(rule.bounceKind, recipient.bounceClass)) continue;
-            if (!remove(recipient.address)) remove(recipient.original);
-        }
-    }
-    if (isAnyone) return;
+    if (VisitConcerned(rule, person, remove)) return;
     Done(m_message.bounce.IsBounce() ? "removes nobody: no bounced address is a member's"
                                      : "removes nobody: " + OneLine(person.member.address) + " is no member");
 }

@@ -14,7 +14,8 @@
 //          nothing, and is neither posted nor collected.  A program may post by a
 //          rule whose From condition lists addresses and admits no members.
 //          Removing works for everybody.  For a bounce, members whom the notice
-//          names take the place of the sender.
+//          names take the place of the sender; they are removed, or their mode
+//          is changed.
 // Web form An Email parse field takes the place of the sender's address only
 //          for a rule whose From condition lists addresses and admits no
 //          members: otherwise anybody could subscribe somebody else.  From lines

@@ -118,6 +118,17 @@ TEST_F(MessagePlanTest, StandardRules) {
     }
 }
 
+TEST_F(MessagePlanTest, ABounceIsAboutTheMemberWhoBounced) {
+    Make(ListKind::Discussion);
+    std::string bounce;
+    ASSERT_TRUE(ReadWholeFile(LISTHAVEN_SOURCE_DIR "/examples/mail/bounce.eml", bounce));
+    RuleFields& rule = m_rules.front().Edit();
+    rule.removeSender = false;
+    rule.changeDigestMode = true;
+    rule.digestMode = DigestModeOn;
+    EXPECT_EQ(Actions(Plan(bounce)), "mode bjorn@example.net");
+}
+
 TEST_F(MessagePlanTest, ModerationHoldsWholeMessages) {
     Make(ListKind::Discussion, true);
     const std::string post = "From: anna@x.example\nTo: news@h.example\nSubject: Hi\n\nText\n";
