@@ -70,7 +70,10 @@ constexpr std::string_view ClearHard =
     "no pertenece|non appartien|nao pertence|geen postvak|geen mailbox|inte registrerad|kendes ikke|"
     "nema schranku|не числится|ございません|没有注册|沒有註冊|未註冊|未开通|등록되어 있지|등록되지 않|"
     "kayitli degil|διαγραφ|нет почтового ящика|нет ящика|nincs felhasznalo|non ha una casella|ingen bruger|"
-    "ingen anvandare|ingen bruker|ingen postkasse|ei kayttajaa";
+    "ingen anvandare|ingen bruker|ingen postkasse|ei kayttajaa|sa nenasl|nebola najden|nenalezl|nenasel|"
+    "δεν ηταν δυνατη η ευρεση|تعذر العثور|لا يمكن العثور|לא ניתן למצוא|nem talaltuk|nu am gasit|"
+    "не може бути знайден|nem tudtuk megtalalni|kunne ikke findes|kunne ikke finnes|ei voitu loytaa|"
+    "nie moglismy znalezc";
 
 constexpr std::string_view ClearSoft =
     "postfach ist voll|postfach voll|postfach des empfangers ist voll|uberfullt|ueberfuellt|ist voll|"
@@ -123,7 +126,7 @@ constexpr std::string_view ClearBlocked =
     "crnoj listi|чорн|cerne listin|ciernej listin|ανεπιθυμητ|πολιτικη|μαυρη λιστα|דואר זבל|ספאם|מדיניות|"
     "רשימה שחורה|مزعج|غير مرغوب|القائمة السوداء|سياسة|هرزنامه|thu rac|danh sach den|chinh sach|daftar hitam|"
     "kebijakan|สแปม|อีเมลขยะ|เมลขยะ|นโยบาย|บัญชีดำ|черен списък|репутац|信譽|广告邮件|廣告郵件|迷惑行為|受信拒否|"
-    "受信を拒否|なりすまし|수신거부|수신 거부|정크";
+    "受信を拒否|なりすまし|수신거부|수신 거부|정크|service refuse|refuse par la politique";
 
 constexpr std::string_view LikelySoft =
     "kontingent|nicht erreichbar|vorubergehend|voruebergehend|antwortet nicht|deaktiviert|verbindung|zu gross|"

@@ -124,6 +124,13 @@ bool IsCertainlyAutomatic(const CNoticeParts& parts, const CNoticeWords& words) 
            !parts.reportType.empty() || FindNoCase(parts.header.FindStored("From"), "daemon") != std::string_view::npos;
 }
 
+// A server refused the address for good.
+bool IsPermanent(const CNoticeParts& parts, std::string_view words) {
+    if (FindReplyCodes(std::string_view(parts.text).substr(0, MaxOpening)).reply < 500) return false;
+    const CReplyMeaning meaning = MeaningOfReply(words);
+    return meaning.bounceClass == BounceClass::Hard && meaning.weight == ReplyWeight::Clear;
+}
+
 bool SaysFailure(const CNoticeParts& parts, const CNoticeWords& words) {
     const bool hasWords = HasWords(words.opening, NoticeWords::FailureText);
     const int reply = FindReplyCodes(std::string_view(parts.text).substr(0, MaxWords)).reply;
@@ -179,7 +186,7 @@ bool AnnouncesRetry(const CNoticeParts& parts) {
     const std::string words = WordsOf(parts);
     const std::string_view opening = std::string_view(words).substr(0, MaxOpening);
     if (HasWords(opening, NoticeWords::Warning)) return true;
-    if (HasWords(opening, NoticeWords::GivenUp)) return false;
+    if (HasWords(opening, NoticeWords::GivenUp) || IsPermanent(parts, words)) return false;
     if (ClausesAnnounceRetry(opening)) return true;
     if (HasWords(opening, NoticeWords::Final)) return false;
     return HasWords(opening, NoticeWords::Retry) || HasWords(SubjectOf(parts), NoticeWords::DelaySubject);

@@ -10,7 +10,7 @@
 
 namespace {
 
-// As NormalizeReply() gives them, with a bar between them.
+// As NormalizeReply() gives them, with a bar between them; found where a word begins.
 
 constexpr std::string_view FailureSubjects =
     "[bounce]|blocked message|bounce message|bounced mail|bounced message|cannot be delivered|cannot deliver|"
@@ -131,7 +131,9 @@ constexpr std::string_view LocalFailures =
     "geht zuruck|courrier retourne|message retourne|est retourne|no entrega|no se entreg|devolucao|devuelt|"
     "devolvid|respinto|bericht retour|mail retour|returnera|brev retur|zwroc|vracen|vratil|visszakuld|visszajott|"
     "возврат|возвращен|повернен|върнат|vrnjen|iade edil|geri don|επιστροφη μηνυματοσ|μη παραδοτεο|הוחזר|إخفاق|"
-    "لم تصل|tra lai|tra ve|gagal|sampai tujuan|不达|退還|反送|届きませ|戻りました|返却|되돌";
+    "لم تصل|tra lai|tra ve|gagal|sampai tujuan|不达|退還|反送|届きませ|戻りました|返却|되돌|无法将|無法將|"
+    "απετυχε|δεν ειναι δυνατη|δεν ηταν δυνατη|dorucenie|zlyhal|selhalo|neuspjesn|neuspesn|نشد|לא ניתן|"
+    "הגיעה ליעדה|فشلت";
 
 constexpr std::string_view Warnings =
     "being delayed|delay notification|delivery attempts will continue|delivery delayed|delivery is delayed|"
@@ -221,7 +223,7 @@ constexpr std::string_view LocalRetries =
     "наступна спроба|спроби доставк|подальші спроби|ще не доставлен|поки не|затрим|буде повторен|продовж|още не|"
     "ще опита|ще опитаме|следващ опит|нови опити|забав|отложен|ще продълж|novi pokusaj|ponovni pokusaj|"
     "sljedeci pokusaj|sledeci pokusaj|pokusat ce|pokusace|jos nije|kasni|odgoden|naslednji poskus|ponovno poskus|"
-    "poskusi se bodo|se ni|καθυστερ|ακομη|ακομα|νεα προσπαθεια|θα συνεχ|επομενη προσπαθεια|θα επαναλ|"
+    "poskusi se bodo|se ni bil|καθυστερ|ακομη|ακομα|νεα προσπαθεια|θα συνεχ|επομενη προσπαθεια|θα επαναλ|"
     "ουρα αναμονησ|מתעכב|עיכוב|טרם נמסר|ננסה שוב|ניסיון נוסף|ניסיונות נוספים|ימשיך לנסות|נמשיך לנסות|עדיין לא|"
     "تأخر|تأخير|بعد حتى الآن|لم يتم تسليمها بعد|سيحاول|سنحاول|ستستمر|لا يزال|قيد الانتظار|لا تزال|تأخیر|تاخیر|"
     "هنوز|دوباره تلاش|تلاش مجدد|bi tri hoan|bi cham|cham tre|se thu lai|se tiep tuc|tiep tuc thu|tiep tuc gui|"
@@ -332,10 +334,15 @@ public:
     }
 
     bool StandIn(std::string_view text) const noexcept {
+        bool isInWord = false;  // of letters: there none begins
         for (; text.size() >= 2; text.remove_prefix(1)) {
-            const std::size_t key = KeyOf(text);
-            for (std::size_t i = key == 0 ? 0 : m_ends[key - 1]; i < m_ends[key]; ++i)
-                if (text.starts_with(m_words[i])) return true;
+            const bool isLetter = text[0] >= 'a' && text[0] <= 'z';
+            if (!isLetter || !isInWord) {
+                const std::size_t key = KeyOf(text);
+                for (std::size_t i = key == 0 ? 0 : m_ends[key - 1]; i < m_ends[key]; ++i)
+                    if (text.starts_with(m_words[i])) return true;
+            }
+            isInWord = isLetter;
         }
         return false;
     }

@@ -70,7 +70,8 @@ constexpr std::string_view ClearHard =
     "mailbox has been closed|mailbox closed|mailbox is closed|permanently closed|closed permanently|"
     "account has been terminated|no longer has an account|nobody called|not know anybody|no such employee|"
     "no account for|no account with|user is gone|does not work here|no dns entry|not in local recipient|"
-    "has no account";
+    "has no account|may not exist|there is no mailbox|there is no account|there is no user|there is nobody|"
+    "there is no one|no mailbox at|no user called|no user named";
 
 // The address may be right; something was in the way.
 constexpr std::string_view ClearSoft =

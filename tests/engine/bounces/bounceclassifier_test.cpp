@@ -128,6 +128,9 @@ TEST(BounceClassifier, WhoSaysWhat) {
          "bounce soft:ann@example.com"},
         {Daemon + "Subject: Failure\n\nThe mailbox of ann@example.com has since then been closed down.\n",
          "bounce hard:ann@example.com"},
+        {Daemon + "Subject: Failure\n\nann@example.com: 550 no such user. Your next attempt may succeed.\n",
+         "bounce hard:ann@example.com"},
+        {Daemon + "Subject: Suspending delivery\n\nann@example.com: no such user\n", "bounce hard:ann@example.com"},
         {Daemon + "\nann@example.com: server unreachable\n", "ordinary"},
         {"Return-Path: <postmaster@example.com>\nFrom: postmaster@example.com\nSubject: Undeliverable in May\n\n"
          "Unknown users: 7, mailbox full: 5.\n",
