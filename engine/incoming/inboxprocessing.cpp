@@ -132,7 +132,7 @@ void CInboxProcessing::CheckRules(std::int64_t now) {
 
 bool CInboxProcessing::Process(std::span<const CInboxMessage> messages, std::int64_t now, CCycleTotals& totals) {
     CheckRules(now);
-    while (!messages.empty()) {
+    while (!messages.empty() && !IsToStop()) {
         std::size_t count = 0;
         if (!ProcessGroup(messages, count, totals)) {
             Log(LogWarning, "%u messages are processed one by one: %s", static_cast<unsigned>(count),
@@ -155,6 +155,7 @@ bool CInboxProcessing::ProcessGroup(std::span<const CInboxMessage> messages, std
     CListHold hold(m_view);
     for (const CInboxMessage& waiting : messages.first(std::min(messages.size(), GroupSize))) {
         Beat();
+        if (count > 0 && IsToStop()) break;
         CMessageEffects effects;
         hold.Take(!waiting.IsShort());
         const Handled handled = Handle(waiting, hasBroadcasts, transaction, effects);
@@ -187,6 +188,7 @@ bool CInboxProcessing::ProcessGroup(std::span<const CInboxMessage> messages, std
 // another reason must not stand in the way for ever.
 bool CInboxProcessing::ProcessSingly(std::span<const CInboxMessage> messages, CCycleTotals& totals) {
     for (const CInboxMessage& waiting : messages) {
+        if (IsToStop()) return true;
         std::size_t count = 0;
         if (waiting.WasProcessed(m_state) || ProcessGroup({&waiting, 1}, count, totals)) continue;
         const bool isDiskFull = Platform::IsNoSpace(Platform::LastSystemError());

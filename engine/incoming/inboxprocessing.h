@@ -14,9 +14,11 @@
 #define LISTHAVEN_ENGINE_INCOMING_INBOXPROCESSING_H
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "engine/incoming/inboxmessage.h"
@@ -39,6 +41,9 @@ public:
     void CheckRules(std::int64_t now);
     bool HasRules(std::int64_t now);  // and all of them are whole
 
+    // Asked before each message: when it says so, what is done counts, and the rest waits.
+    void StopWhen(std::function<bool()> stop) { m_stop = std::move(stop); }
+
     // In this order, at most GroupSize of them.  Behind a post that becomes a broadcast
     // no member changes in its transaction: it goes to those who are members by then.
     bool Process(std::span<const CInboxMessage> messages, std::int64_t now, CCycleTotals& totals);
@@ -50,6 +55,7 @@ private:
         Later,     // not in a transaction that has broadcasts already: it changes members
     };
 
+    bool IsToStop() const { return m_stop && m_stop(); }
     void Refresh(std::int64_t now);
     bool ProcessGroup(std::span<const CInboxMessage> messages, std::size_t& count, CCycleTotals& totals);
     bool ProcessSingly(std::span<const CInboxMessage> messages, CCycleTotals& totals);
@@ -61,6 +67,7 @@ private:
                       CCycleTransaction& transaction, CCycleTotals& totals);
 
     std::uint32_t m_list;
+    std::function<bool()> m_stop;
     CCycleState& m_state;
     CListView m_view;
     CRuleStore m_store;

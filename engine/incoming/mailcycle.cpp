@@ -101,6 +101,7 @@ bool CCycle::Open() {
     if (!m_state.IsToPut(lost)) throw CLhvException(DescribeLostMembers(lost));
     if (!m_state.Recover()) return false;
     m_processing.emplace(m_list, m_state, Now());
+    m_processing->StopWhen([this] { return IsStopped(); });
     return true;
 }
 

@@ -125,6 +125,21 @@ TEST_F(FetchCrash, ASlowServerHasTheTimeForOneMailboxAndNoMore) {
     }
 }
 
+// What a group has done by then counts.
+TEST_F(FetchCrash, AGroupIsLeftWhenTheServerEnds) {
+    MakeClub(ListKind::Discussion);
+    for (const char* from : {"ann@x.example", "ben@x.example", "cid@x.example", "dan@x.example"})
+        Receive(from, CommandAddress, "help");
+    int asked = 0;
+    const auto stop = [&asked] { return ++asked > 3; };
+    CCycleTotals totals;
+    EXPECT_EQ(ProcessInbox(m_list, stop, totals, m_now), CycleResult::Done);
+    EXPECT_TRUE(totals.processed > 0 && totals.processed < 4) << totals.processed;
+    EXPECT_EQ(QueuedFiles(GetInboxFolder(m_list)).size(), 4 - totals.processed);
+    Process();
+    EXPECT_EQ(TakeQueue().size(), 4U);
+}
+
 // One that its rules cannot be applied to comes into the inbox, and the mailbox is emptied.
 TEST_F(FetchCrash, WhatCannotBeProcessedWaitsInTheInbox) {
     MakeClub(ListKind::Discussion, {"ann@x.example"});
