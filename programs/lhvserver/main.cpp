@@ -10,6 +10,7 @@
 
 #include "app/datafolder.h"
 #include "app/productname.h"
+#include "app/pumpmessages.h"
 #include "app/settings.h"
 #include "engine/daemonhost.h"
 #include "engine/eventlog.h"
@@ -69,6 +70,7 @@ private:
 void CServer::Begin() {
     CheckData();
     Platform::CatchStopSignals();
+    SetMessagePump([] { return !Platform::StopSignalled(); });  // an upgrade of a table takes long
     if (m_presence.Acquire(ServerMutexName) != Platform::CPresence::Result::Acquired)
         throw CLhvException("The server is running already on this data folder.");
 }
