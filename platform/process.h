@@ -22,6 +22,11 @@ bool ErrorOutputIsTerminal() noexcept;
 std::size_t ErrorOutputColumns() noexcept;  // of that terminal; 80 when it does not say
 bool InputIsTerminal() noexcept;
 
+// Writes out what was printed to the standard output.  ReaderGone: the program that
+// it goes to has ended, or the terminal.  Failed: it is lost, now or earlier.
+enum class OutputState { Written, ReaderGone, Failed };
+OutputState FlushOutput() noexcept;
+
 // From then on Ctrl-C, a request to end the process and the closing of its
 // terminal only set a flag.  A second Ctrl-C ends the process.
 void CatchStopSignals();
@@ -29,7 +34,7 @@ bool StopSignalled() noexcept;
 void SignalStop() noexcept;  // sets that flag: for a service manager's request
 
 // To be called first.  Creates nothing that others may read from here on, and
-// writes output bytes as they are.  Arguments become UTF-8 where they are not.
+// writes output bytes as they are, to no file that is opened later.  Arguments become UTF-8 where they are not.
 void PrepareProcess(int argumentCount = 0, char** arguments = nullptr);
 
 // For a process that lives long, before its second thread begins: all threads

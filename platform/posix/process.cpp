@@ -1,6 +1,8 @@
 #include "platform/process.h"
 
+#include <fcntl.h>
 #include <malloc.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
@@ -8,6 +10,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -18,6 +21,14 @@ namespace {
 
 std::atomic<bool> g_stopSignalled{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
+
+// The next file would get the number of one that is closed, and what is printed would go into it.
+void OccupyStandardFiles() noexcept {
+    for (const int file : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        const bool isClosed = fcntl(file, F_GETFD) == -1 && errno == EBADF;
+        if (isClosed && open("/dev/null", file == STDIN_FILENO ? O_WRONLY : O_RDONLY) != file) return;
+    }
+}
 
 extern "C" void OnStopSignal(int) {
     g_stopSignalled.store(true, std::memory_order_relaxed);
@@ -51,6 +62,13 @@ bool InputIsTerminal() noexcept {
     return isatty(STDIN_FILENO) == 1;
 }
 
+OutputState FlushOutput() noexcept {
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return OutputState::Written;
+    pollfd output{STDOUT_FILENO, POLLOUT, 0};
+    const bool isGone = poll(&output, 1, 0) == 1 && (output.revents & (POLLERR | POLLHUP)) != 0;
+    return isGone ? OutputState::ReaderGone : OutputState::Failed;
+}
+
 // Calls that wait are interrupted, so that a prompt notices.  The first Ctrl-C
 // puts back what the system does by default.
 void CatchStopSignals() {
@@ -82,6 +100,7 @@ void ReturnFreeMemory() noexcept {
 }
 
 void PrepareProcess(int, char**) {
+    OccupyStandardFiles();
     umask(0007);
 #ifdef M_TRIM_THRESHOLD
     // Else the C library raises both by itself, and keeps what threads have freed.

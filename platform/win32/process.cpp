@@ -118,6 +118,13 @@ bool InputIsTerminal() noexcept {
     return IsTerminal(STD_INPUT_HANDLE);
 }
 
+OutputState FlushOutput() noexcept {
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return OutputState::Written;
+    const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
+    if (output == nullptr || output == INVALID_HANDLE_VALUE) return OutputState::Written;  // there is none
+    return GetFileType(output) == FILE_TYPE_PIPE ? OutputState::ReaderGone : OutputState::Failed;
+}
+
 void CatchStopSignals() {
     static std::atomic<bool> isCaught{false};
     if (isCaught.exchange(true)) return;
