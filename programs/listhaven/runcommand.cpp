@@ -60,7 +60,9 @@ public:
     bool RunFirstSetup() override { return true; }
     void OpenLogWindow(bool visible) override { m_showLog = visible; }
     void ReportStop(const std::string& message) override { m_stop = Trim(message); }
-    void ReportProblem(const std::string& message) override { std::fprintf(stderr, "%s\n", message.c_str()); }
+    void ReportProblem(const std::string& message) override {
+        std::fprintf(stderr, "%s\n", Printable(OneLine(message)).c_str());
+    }
 
     bool IsLogShown() const { return m_showLog; }
     const std::string& GetStopMessage() const { return m_stop; }

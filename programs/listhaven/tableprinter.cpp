@@ -57,14 +57,6 @@ void CTablePrinter::Print() const {
         printRow(row);
 }
 
-std::string Printable(std::string_view text) {
-    std::string result = IsValidUtf8(text) ? std::string(text) : Latin1ToUtf8(text);
-    for (char& c : result) {
-        if (static_cast<unsigned char>(c) < 32 || c == 127) c = '?';
-    }
-    return result;
-}
-
 std::string Shortened(std::string_view text, std::size_t most) {
     return text.size() <= most ? std::string(text) : std::string(CutUtf8(text, most)) + "...";
 }

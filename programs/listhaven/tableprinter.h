@@ -6,21 +6,20 @@
 #include <string>
 #include <vector>
 
+#include "utility/terminaltext.h"  // for those who print with it
+
 // Rows are kept until Print(); for listings of bounded length.
 class CTablePrinter {
 public:
     explicit CTablePrinter(std::vector<std::string> headings);
 
     void AddRow(std::vector<std::string> cells);  // as many as headings
-    void Print() const;                           // numbers to the right; control characters shown as "?"
+    void Print() const;                           // numbers to the right; what is harmful shown as "?"
 
 private:
     std::vector<std::string> m_headings;
     std::vector<std::vector<std::string>> m_rows;
 };
-
-// Fit for a terminal: control characters become "?".
-std::string Printable(std::string_view text);
 
 // At most that many bytes, and "..." for what was cut off.  UTF-8.
 std::string Shortened(std::string_view text, std::size_t most);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "utility/paths.h"
+#include "utility/terminaltext.h"
 #include "utility/text.h"
 
 using namespace std::string_literals;
@@ -56,6 +57,22 @@ TEST(Text, Utf8Validity) {
     for (int i = 0; i < 256; ++i)
         all += static_cast<char>(i);
     EXPECT_TRUE(IsValidUtf8(Windows1252ToUtf8(all)));
+}
+
+TEST(Text, NothingHarmfulReachesATerminal) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"J\xc3\xb6rg \xe2\x80\x93 \xd7\xa9\xe2\x80\x8f", "J\xc3\xb6rg \xe2\x80\x93 \xd7\xa9\xe2\x80\x8f"},
+        {"\x1b]0;x\x07\t\x7f\n", "?]0;x? ??"},
+        {"\xc2\x9b"
+         "31m\xc2\xa0",
+         "?31m\xc2\xa0"},
+        {"\x9b"
+         "31m\xff",
+         "?31m\xc3\xbf"},
+        {"\xe2\x80\xa8\xe2\x80\xae\xe2\x81\xa6\xe2\x81\xa9\xe2\x80\xaf", "????\xe2\x80\xaf"},
+    };
+    for (const auto& [text, shown] : cases)
+        EXPECT_EQ(Printable(text), shown);
 }
 
 TEST(Paths, TakenApartAndJoined) {
