@@ -18,6 +18,7 @@
 #include "utility/files.h"
 #include "utility/lhvexception.h"
 #include "utility/mutexguard.h"
+#include "utility/terminaltext.h"
 #include "utility/text.h"
 
 namespace {
@@ -73,8 +74,12 @@ std::string MakeLogLine(int level, std::string_view message) {
         line += context;
         line += ") ";
     }
-    for (const char c : message) {
-        if (c != '\r' && c != '\n') line += c;
+    for (; !message.empty(); message.remove_prefix(1)) {
+        const char c = message.front();
+        if (c == '\r' || c == '\n') continue;
+        const std::size_t harmful = c == '\t' ? 0 : HarmfulLength(message);
+        line += harmful == 0 ? c : '?';
+        if (harmful > 1) message.remove_prefix(harmful - 1);
     }
     return line;
 }

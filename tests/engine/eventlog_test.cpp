@@ -58,10 +58,16 @@ TEST_F(CEventLogTest, LinesComeBackAsTheyWereLogged) {
         const char* context;
         const char* text;
         const char* message;
-    } rows[] = {
-        {LogWarning, "", "plain", "plain"},        {LogError, "Sender 1", "disk [full]", "(Sender 1) disk [full]"},
-        {LogFatal, "a [b] c", "x", "(a [b] c) x"}, {LogInfo, "", "one\r\ntwo\n", "onetwo"},
-        {LogInfo, "", "  blanks  ", "blanks"},     {LogError, "", "", ""}};
+    } rows[] = {{LogWarning, "", "plain", "plain"},
+                {LogError, "Sender 1", "disk [full]", "(Sender 1) disk [full]"},
+                {LogFatal, "a [b] c", "x", "(a [b] c) x"},
+                {LogInfo, "", "one\r\ntwo\n", "onetwo"},
+                {LogInfo, "", "  blanks  ", "blanks"},
+                {LogError, "", "", ""},
+                {LogInfo, "",
+                 "\x1b[1m\tx\xc2\x9b"
+                 "2m",
+                 "?[1m\tx?2m"}};
     for (const auto& row : rows) {
         std::string seen;
         SetLogView([&](const std::string& line) { seen = line; });
