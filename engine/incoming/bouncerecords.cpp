@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <tuple>
 
 #include "app/settings.h"
 #include "engine/incoming/bouncedmember.h"
@@ -209,7 +210,7 @@ std::vector<CBounceRecord> ListBounces(std::uint32_t listNumber) {
         return true;
     });
     std::sort(records.begin(), records.end(), [](const CBounceRecord& a, const CBounceRecord& b) {
-        return a.time != b.time ? a.time < b.time : a.id < b.id;
+        return std::tie(a.time, a.bounce.address, a.id) < std::tie(b.time, b.bounce.address, b.id);
     });
     return records;
 }

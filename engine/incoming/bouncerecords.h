@@ -42,7 +42,7 @@ struct CBounceRecord {
     bool hasMember = false;
     CMember member;  // as it was when it was removed
 };
-std::vector<CBounceRecord> ListBounces(std::uint32_t listNumber);  // oldest first
+std::vector<CBounceRecord> ListBounces(std::uint32_t listNumber);  // oldest first, of one second by address
 bool FindBounce(std::uint32_t listNumber, std::string_view id, CBounceRecord& record);
 
 // The member is back as it was, active, its count 0; one who is there again
