@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,10 +19,10 @@
 namespace {
 
 struct CArguments {
-    std::string message;
+    std::optional<std::string> message;
     std::vector<std::string> lists;
     std::string modes;
-    std::string id;
+    std::optional<std::string> id;
     bool resume = false;
     bool json = false;
 };
@@ -110,14 +111,14 @@ void Start(const CArguments& arguments) {
         numbers.push_back(GetCatalogue().GetListNumber(FindList(list)));
     CBroadcastJobs jobs;
     std::string id;
-    if (!jobs.Create(arguments.message, numbers, modes, id)) FailWithLastError(arguments.message);
+    if (!jobs.Create(*arguments.message, numbers, modes, id)) FailWithLastError(*arguments.message);
     RunJob(jobs, id, Job::New, arguments.json);
 }
 
 void Resume(const CArguments& arguments) {
     OpenDataFolder();
     CBroadcastJobs jobs;
-    if (!arguments.id.empty()) return RunJob(jobs, arguments.id, Job::Resumed, arguments.json);
+    if (arguments.id) return RunJob(jobs, *arguments.id, Job::Resumed, arguments.json);
     Platform::CatchStopSignals();
     std::vector<BroadcastInfo> ran;
     bool succeeded;
@@ -195,7 +196,7 @@ void AddBroadcastCommands(CCommand app) {
     cancel.AddOption("ID", arguments->id).Required();
     cancel.OnRun([arguments] {
         OpenDataFolder();
-        if (!CBroadcastJobs().Cancel(arguments->id)) FailWithLastError("broadcast " + arguments->id);
+        if (!CBroadcastJobs().Cancel(*arguments->id)) FailWithLastError("broadcast " + *arguments->id);
     });
 
     broadcast.OnRun([arguments, broadcast] {
@@ -205,7 +206,7 @@ void AddBroadcastCommands(CCommand app) {
             arguments->id = arguments->message;
             return Resume(*arguments);
         }
-        if (arguments->message.empty()) throw CUsageFailure("MESSAGE.eml is required");
+        if (!arguments->message) throw CUsageFailure("MESSAGE.eml is required");
         Start(*arguments);
     });
 }

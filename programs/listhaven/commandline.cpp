@@ -1,9 +1,31 @@
 #include "programs/listhaven/commandline.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstddef>
+#include <limits>
 #include <optional>
+#include <type_traits>
 #include <vector>
+
+#include "utility/text.h"
+
+namespace {
+
+// The library takes 010 for 8, -1 for a very large number and nothing for 0.
+CLI::Validator WholeNumber(std::uint64_t most) {
+    const auto check = [most](std::string& text) -> std::string {
+        if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos)
+            return "\"" + text + "\" is no whole number";
+        text.erase(0, std::min(text.find_first_not_of('0'), text.size() - 1));
+        const auto number = ParseNumber(text);
+        const bool fits = number && static_cast<std::uint64_t>(*number) <= most;
+        return fits ? std::string() : text + " is too large";
+    };
+    return CLI::Validator(check, std::string());
+}
+
+}  // namespace
 
 COption COption::Required() {
     m_option->required();
@@ -26,7 +48,8 @@ COption COption::Within(std::int64_t least, std::int64_t most) {
 }
 
 COption COption::OneEachTime() {
-    m_option->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    m_option->expected(1)->allow_extra_args(false);  // else "[a,b]" would be two
+    m_option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     return *this;
 }
 
@@ -57,7 +80,16 @@ bool CCommand::IsCommandGiven() const {
 
 template <class T>
 COption CCommand::AddOption(const std::string& name, T& variable, const std::string& meaning) {
-    return COption(m_command->add_option(name, variable, meaning));
+    CLI::Option* const option = m_command->add_option(name, variable, meaning);
+    if constexpr (std::is_integral_v<T>) option->transform(WholeNumber(std::uint64_t{std::numeric_limits<T>::max()}));
+    return COption(option);
+}
+
+// An empty text is a text.
+template <>
+COption CCommand::AddOption(const std::string& name, std::optional<std::string>& variable, const std::string& meaning) {
+    return AddOption(
+        name, [&variable](const std::string& text) { variable = text; }, meaning);
 }
 
 template COption CCommand::AddOption(const std::string&, std::string&, const std::string&);
@@ -66,7 +98,6 @@ template COption CCommand::AddOption(const std::string&, int&, const std::string
 template COption CCommand::AddOption(const std::string&, std::int64_t&, const std::string&);
 template COption CCommand::AddOption(const std::string&, std::uint32_t&, const std::string&);
 template COption CCommand::AddOption(const std::string&, std::size_t&, const std::string&);
-template COption CCommand::AddOption(const std::string&, std::optional<std::string>&, const std::string&);
 
 COption CCommand::AddOption(const std::string& name, const std::function<void(const std::string&)>& take,
                             const std::string& meaning) {

@@ -42,8 +42,9 @@ public:
     void AllowCommand();                               // one of those below it, or none
     bool IsCommandGiven() const;                       // one of those below it
 
-    // For std::string, one that may be missing, std::vector<std::string>, int, std::int64_t,
-    // std::uint32_t and std::size_t.  A NAME without dashes is given by its position.
+    // For std::string, one that may be missing, std::vector<std::string>, and whole numbers in
+    // int, std::int64_t, std::uint32_t and std::size_t, written in digits only.  A NAME without dashes is given by its
+    // position.
     template <class T>
     COption AddOption(const std::string& name, T& variable, const std::string& meaning = {});
     COption AddOption(const std::string& name, const std::function<void(const std::string&)>& take,

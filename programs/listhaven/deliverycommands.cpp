@@ -93,10 +93,10 @@ void Show(const CArguments& arguments) {
             if (!arguments.json) {
                 PrintLine(line);
             } else {
-                std::printf("%s\n%s", isFirst ? "" : ",", boost::json::serialize(LineAsJson(line)).c_str());
+                std::printf("%s\n%s", isFirst ? "" : ",", SerializedJson(LineAsJson(line)).c_str());
             }
             isFirst = false;
-            return true;
+            return std::ferror(stdout) == 0;
         },
         &skipped);
     if (arguments.json) std::fputs("\n]\n", stdout);

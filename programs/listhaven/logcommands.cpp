@@ -108,7 +108,6 @@ void PrintAsJson(const std::deque<std::string>& lines) {
 }
 
 void Show(const CArguments& arguments) {
-    if (arguments.count < 0) throw CUsageFailure("-n: must not be negative");
     if (arguments.follow && arguments.json) throw CUsageFailure("--follow and --json exclude each other");
     const int level = LevelOfName(arguments.level);
     OpenDataFolder();
@@ -124,8 +123,7 @@ void Show(const CArguments& arguments) {
         std::printf("%s\n", Printable(line).c_str());
     if (!arguments.follow) return;
     Platform::CatchStopSignals();
-    while (!Platform::StopSignalled()) {
-        std::fflush(stdout);
+    while (!Platform::StopSignalled() && std::fflush(stdout) == 0) {
         Platform::SleepMilliseconds(200);
         reader.ReadNew([&](const std::string& line) {
             if (IsWanted(line, level)) std::printf("%s\n", Printable(line).c_str());

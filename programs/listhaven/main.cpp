@@ -10,6 +10,7 @@
 #include "programs/listhaven/command.h"
 #include "programs/listhaven/commandline.h"
 #include "utility/lhvexception.h"
+#include "utility/terminaltext.h"
 #include "utility/text.h"
 
 namespace {
@@ -18,8 +19,14 @@ constexpr int Failed = 1;
 constexpr int WrongUsage = 2;
 
 int Complain(const std::string& what, int status) {
-    std::fprintf(stderr, "listhaven: %s\n", OneLine(what).c_str());
+    std::fprintf(stderr, "listhaven: %s\n", Printable(OneLine(what)).c_str());
     return status;
+}
+
+// A reader who has seen enough, such as "head", is no failure.
+int WithOutput(int status) {
+    const bool isLost = Platform::FlushOutput() == Platform::OutputState::Failed;
+    return isLost && status == 0 ? Complain("not all of the output could be written", Failed) : status;
 }
 
 void AddCommands(CCommand app) {
@@ -60,10 +67,7 @@ int Run(int argc, char** argv) {
     return line.Run(argc, argv, fault) ? 0 : Complain(fault, WrongUsage);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    Platform::PrepareProcess();
+int RunGuarded(int argc, char** argv) {
     try {
         return Run(argc, argv);
     } catch (const CUsageFailure& failure) {
@@ -73,4 +77,11 @@ int main(int argc, char** argv) {
     } catch (const std::exception& exception) {
         return Complain(exception.what(), Failed);
     }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Platform::PrepareProcess(argc, argv);
+    return WithOutput(RunGuarded(argc, argv));
 }

@@ -119,9 +119,9 @@ void List(const CArguments& arguments) {
         std::printf("[");
         bool first = true;
         list.members.ForEach(AllSlots, [&](std::int32_t, const CMember& member) {
-            std::printf("%s%s", first ? "" : ",\n", boost::json::serialize(MemberAsJson(member, list.fields)).c_str());
+            std::printf("%s%s", first ? "" : ",\n", SerializedJson(MemberAsJson(member, list.fields)).c_str());
             first = false;
-            return true;
+            return std::ferror(stdout) == 0;
         });
         std::printf("]\n");
         return;
@@ -130,7 +130,7 @@ void List(const CArguments& arguments) {
         std::printf("%-40s  %-7s  %s%s\n", Printable(member.address).c_str(),
                     std::string(DeliveryModeName(member.mode)).c_str(), Printable(member.name).c_str(),
                     member.IsInactive() ? "  (inactive)" : "");
-        return true;
+        return std::ferror(stdout) == 0;
     });
 }
 

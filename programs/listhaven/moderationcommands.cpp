@@ -26,6 +26,7 @@ namespace {
 
 struct CArguments {
     std::string list;
+    std::optional<std::string> onlyList;
     std::string id;
     std::optional<std::string> note;
     bool noNote = false;
@@ -54,9 +55,9 @@ boost::json::object AsJson(const CPendingMessage& message) {
             {"path", JsonText(message.path)}};
 }
 
-std::vector<CPendingMessage> FindMessages(const std::string& onlyList) {
+std::vector<CPendingMessage> FindMessages(const std::optional<std::string>& onlyList) {
     std::vector<CPendingMessage> messages;
-    if (!onlyList.empty()) return ListPending(OpenList(onlyList));
+    if (onlyList) return ListPending(OpenList(*onlyList));
     OpenDataFolder();
     for (const std::int32_t index : GetCatalogue().GetLists()) {
         const auto found = ListPending(GetCatalogue().GetListNumber(index));
@@ -79,7 +80,7 @@ void PrintGroup(const char* heading, const std::vector<CPendingMessage>& message
 }
 
 void List(const CArguments& arguments) {
-    const auto messages = FindMessages(arguments.list);
+    const auto messages = FindMessages(arguments.onlyList);
     if (arguments.json) {
         boost::json::array document;
         for (const CPendingMessage& message : messages)
@@ -187,7 +188,7 @@ void AddModerationCommands(CCommand app) {
     CCommand moderation = app.AddCommand("moderation", "Messages that wait for the moderator");
     moderation.RequireCommand();
     CCommand ls = moderation.AddCommand("ls", "Print the messages of every list, or of one");
-    ls.AddOption("LIST", arguments->list);
+    ls.AddOption("LIST", arguments->onlyList);
     ls.AddFlag("--json", arguments->json);
     ls.OnRun([arguments] { List(*arguments); });
 

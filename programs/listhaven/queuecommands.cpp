@@ -1,4 +1,5 @@
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "engine/catalogue.h"
@@ -11,9 +12,9 @@
 
 namespace {
 
-void List(const std::string& onlyList, bool json) {
+void List(const std::optional<std::string>& onlyList, bool json) {
     OpenDataFolder();
-    const std::int32_t only = onlyList.empty() ? -1 : FindList(onlyList);
+    const std::int32_t only = onlyList ? FindList(*onlyList) : -1;
     boost::json::array document;
     CTablePrinter table({"No", "List", "Waiting", "Claimed", "Sent", "Errors", "Expired", "Parked", "Deferred"});
     GetCatalogue().ForEach([&](std::int32_t index) {
@@ -42,7 +43,7 @@ void List(const std::string& onlyList, bool json) {
 
 void AddQueueCommands(CCommand app) {
     struct CArguments {
-        std::string list;
+        std::optional<std::string> list;
         bool json = false;
     };
     auto arguments = std::make_shared<CArguments>();

@@ -1,6 +1,7 @@
 #include <array>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -49,8 +50,8 @@ const char* ResultName(CycleResult result) {
     return result == CycleResult::Done ? "done" : result == CycleResult::Busy ? "busy" : "failed";
 }
 
-std::vector<std::int32_t> ChooseLists(const std::string& list) {
-    if (!list.empty()) return {FindList(list)};
+std::vector<std::int32_t> ChooseLists(const std::optional<std::string>& list) {
+    if (list) return {FindList(*list)};
     std::vector<std::int32_t> enabled;
     for (const std::int32_t index : GetCatalogue().GetLists()) {
         if (GetCatalogue().GetFlag(index, ListColumn::Enabled)) enabled.push_back(index);
@@ -114,7 +115,7 @@ void CheckResults(const std::vector<CListResult>& results) {
 
 // Jobs are run by whoever comes first, this program or a server: a job has one
 // runner.
-void Receive(const std::string& list, bool json) {
+void Receive(const std::optional<std::string>& list, bool json) {
     OpenDataFolder();
     Platform::CatchStopSignals();
     const std::vector<std::int32_t> lists = ChooseLists(list);
@@ -126,7 +127,7 @@ void Receive(const std::string& list, bool json) {
     json ? PrintAsJson(results) : Print(results);
     CheckResults(results);
     if (Platform::StopSignalled()) throw CCommandFailure("stopped; what is left is done by the next cycle");
-    const bool hasMailbox = list.empty() || !GetCatalogue().GetText(lists.front(), ListColumn::PopHost).empty();
+    const bool hasMailbox = !list || !GetCatalogue().GetText(lists.front(), ListColumn::PopHost).empty();
     if (!hasMailbox) throw CCommandFailure("list \"" + results.front().name + "\" has no POP3 server (popHost)");
 }
 
@@ -134,7 +135,7 @@ void Receive(const std::string& list, bool json) {
 
 void AddReceiveCommand(CCommand app) {
     struct CArguments {
-        std::string list;
+        std::optional<std::string> list;
         bool json = false;
     };
     auto arguments = std::make_shared<CArguments>();

@@ -74,6 +74,14 @@ TEST(BadInput, CommandsSayWhatIsWrong) {
         {{"account", "set", "News", "SendMethod", "PigeonSender"}, 1, "PigeonSender"},
         {{"account", "set", "News", "TargetFoldre", "x"}, 1, "TargetFoldre"},
         {{"limit", "add", "a/b", "1", "1"}, 2, "a/b"},
+        {{"rule", "show", "News", "-1"}, 2, "N: \"-1\" is no whole number"},
+        {{"rule", "delete", "News", "010"}, 1, "there is no rule 10"},
+        {{"rule", "delete", "News", "99999999999999999999"}, 2, "99999999999999999999 is too large"},
+        {{"log", "trim", ""}, 2, "BYTES: \"\" is no whole number"},
+        {{"receive", ""}, 1, "there is no list \"\""},
+        {{"broadcast", "--resume", ""}, 1, "There is no broadcast \"\""},
+        {{"broadcast", empty, "--list", "[News,2]"}, 1, "there is no list \"[News,2]\""},
+        {{"list", "show", "a\x1b[31m\xc2\x9b\xe2\x80\xae"}, 1, "there is no list \"a?[31m??\""},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.reason);

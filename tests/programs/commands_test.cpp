@@ -127,6 +127,10 @@ TEST(Commands, MessagesAreShownWithTheirTree) {
          {"\"class\":\"CMimeMultipartAlternative\"", "\"boundary\":\"b\"", "\"class\":\"CMimeText\"",
           "\"subType\":\"html\"", "\"name\":\"Subject\",\"stored\":\"Hello $(To-First-Name)\"", "\"textSha256\":"})
         EXPECT_TRUE(Contains(document, expected)) << expected << " in " << document;
+    const std::string hostile = runner.WriteFile("hostile.eml",
+                                                 "Subject: a\xc2\x9b"
+                                                 "1m\xe2\x80\xae\x7f\n\ntext\n");
+    EXPECT_TRUE(Contains(runner.MustRun({"message", "show", hostile, "--json"}), "\"a\\u009b1m\\u202e\\u007f\""));
 }
 
 TEST(Commands, ADeletedListTakesItsFilesWithIt) {
