@@ -28,6 +28,7 @@
 #include "senddaemon/sendloop.h"
 #include "utility/lasterror.h"
 #include "utility/lhvexception.h"
+#include "utility/terminaltext.h"
 #include "utility/text.h"
 
 namespace {
@@ -36,7 +37,7 @@ constexpr int Failed = 1;
 constexpr int WrongUsage = 2;
 
 int Complain(const std::string& what, int status) {
-    std::fprintf(stderr, "lhvserver: %s\n", OneLine(what).c_str());
+    std::fprintf(stderr, "lhvserver: %s\n", Printable(OneLine(what)).c_str());
     return status;
 }
 
