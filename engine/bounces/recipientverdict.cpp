@@ -84,6 +84,12 @@ void JudgeRecipient(CBouncedRecipient& recipient, const CStatusCode& declared, s
     const auto best = std::max_element(sayings.begin(), sayings.end(),
                                        [](const CSaying& a, const CSaying& b) { return a.worth < b.worth; });
     recipient.bounceClass = best->worth == 0 ? BounceClass::Soft : best->meaning.bounceClass;
+    // A server that answers with a code has been connected to: it is the sender that it refuses.
+    if (said.reply >= 500 && best->meaning.bounceClass == BounceClass::Soft && best == sayings.begin() &&
+        std::string_view(diagnostic.empty() ? context : words)
+            .substr(best->meaning.position)
+            .starts_with("connection refused"))
+        recipient.bounceClass = BounceClass::Blocked;
     const bool isTemporary = status.classCode == 4 || (status.classCode == 0 && said.reply >= 400 && said.reply < 500);
     if (isTemporary && recipient.bounceClass == BounceClass::Hard) recipient.bounceClass = BounceClass::Soft;
 

@@ -154,7 +154,8 @@ constexpr std::string_view ClearBlocked =
     "too many recipients this hour|too many unknown|trojan|ube|uce|unable to verify sender|unauthenticated|"
     "unauthenticated email|undesirable|unresolvable sender|unsolicited|unusual rate|unwanted|"
     "use the smtp server of your isp|user complaints|virus|was blocked|weren't sent|you are not allowed|"
-    "you have been blocked|you're not authorized|your ip|sender score|sender reputation";
+    "you have been blocked|you're not authorized|your ip|sender score|sender reputation|dns ptr|ptr resource|"
+    "ptr lookup";
 
 constexpr std::string_view LikelyHard =
     "account is invalid|address couldn't be found|address invalid|address rejected|cannot be found|"

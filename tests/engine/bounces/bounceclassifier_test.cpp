@@ -167,6 +167,7 @@ TEST(BounceClassifier, RepliesInManyLanguages) {
         {"550 \u041D\u0415 \u041D\u0410\u0419\u0414\u0415\u041D", "hard"},
         {"550 Als Spam abgelehnt", "blocked"},
         {"550 Helo command rejected: Host not found", "blocked"},
+        {"554 Connection refused, see our list", "blocked"},
         {"550 5.2.1 permanently deactivated", "hard"},
     };
     for (const auto& row : rows)
