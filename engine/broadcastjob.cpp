@@ -65,6 +65,7 @@ bool WriteSnapshot(const std::string& folder, BroadcastSettings& settings) {
     for (std::size_t i = 0; i < stores.size(); ++i) {
         stores[i].Open(settings.lists[i], CMemberStore::Access::ReadOnly);
         stores[i].RefuseDamaged();
+        if (const auto lost = stores[i].FindLost(); !lost.empty()) throw CMembersDamaged(DescribeLostMembers(lost));
         bool isWritten = true;
         stores[i].ForEach(NoSlots, [&](std::int32_t index, const CMember& member) {
             if (!settings.modes.Include(member.mode) || member.IsInactive() ||

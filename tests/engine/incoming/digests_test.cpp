@@ -65,6 +65,19 @@ TEST_F(Digests, AfterAFaultAtAnyPointEveryEntryIsInOneDigest) {
     EXPECT_FALSE(sent) << "nothing collected, nothing sent";
 }
 
+TEST_F(Digests, WaitForMembersThatWereLost) {
+    Collect("a");
+    ASSERT_TRUE(Platform::RemoveFile(GetDataFolder() + std::to_string(m_list) + ".MBR"));
+    bool sent = false;
+    EXPECT_FALSE(SendDigest(m_list, 1000, sent));
+    EXPECT_EQ(TakeBroadcasts().size(), 0U);
+    CMemberStore store;
+    store.Open(m_list);
+    store.Add(MakeMember("D@x.example", "", DeliveryMode::Digest));
+    EXPECT_TRUE(SendDigest(m_list, 2000, sent)) << GetLastErrorText();
+    EXPECT_EQ(TakeBroadcasts(), (std::map<std::string, int>{{"a", 1}}));
+}
+
 // Of one transaction, so within one tick of the clock that stamps files.
 TEST_F(Digests, KeepTheOrderOfThePosts) {
     CCycleState cycle;
