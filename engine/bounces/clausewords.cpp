@@ -64,7 +64,7 @@ constexpr CRoleWords Roles[] = {
     {Continuing, "continue|continues|continuing|keep|keeps"},
     {Staying,
      "remain|remains|stay|stays|wait|waits|waiting|held|kept|sitting|pending|still|awaiting|awaits|stored|queued"},
-    {Waiting, "queue|queued|spool|trying|attempting|retry|retrying|retried|delivery|redelivery"},
+    {Waiting, "queue|queued|spool|trying|attempting|attempted|retry|retrying|retried|delivery|redelivery"},
     {Over, "long|was|were|had|expired|failed|failing|failure|returned"},
     {Need, "need|needn't|action|necessary"},
     {Act, "resend|re-send|resending|again|anything|needed|required"},

@@ -152,10 +152,12 @@ bool SaysFailure(const CNoticeParts& parts, const CNoticeWords& words) {
     return weight == ReplyWeight::Clear && (parts.hasReturned || !parts.reportType.empty());
 }
 
-// Of many messages, to whoever keeps a mailbox or a server.
+// What a filter has kept back, to whoever it kept it from.
 bool IsSummary(const CNoticeParts& parts, const CNoticeWords& words) {
-    constexpr std::array<std::string_view, 3> Words = {"digest", "summary", "statistics"};
-    return !parts.hasReturned && parts.reportType.empty() && HasAny(words.subject, Words);
+    constexpr std::array<std::string_view, 4> Summaries = {"digest", "summary", "statistics", "report"};
+    constexpr std::array<std::string_view, 3> Kept = {"quarantine", "spam", "junk"};
+    const bool isReturn = words.hasSubject || words.isAnswer || parts.hasReturned || !parts.reportType.empty();
+    return !isReturn && HasAny(words.subject, Summaries) && HasAny(words.subject, Kept);
 }
 
 // Nothing has failed: it arrived, or somebody is asked whether he is one.
@@ -189,7 +191,14 @@ bool AnnouncesRetry(const CNoticeParts& parts) {
     if (HasWords(opening, NoticeWords::GivenUp) || IsPermanent(parts, words)) return false;
     if (ClausesAnnounceRetry(opening)) return true;
     if (HasWords(opening, NoticeWords::Final)) return false;
-    return HasWords(opening, NoticeWords::Retry) || HasWords(SubjectOf(parts), NoticeWords::DelaySubject);
+    if (HasWords(opening, NoticeWords::Retry)) return true;
+    // Behind "Undeliverable:" stands the subject of what failed, behind "Delivery notification:" what it says.
+    constexpr std::array<std::string_view, 4> Openings = {"notification", "status", "notice", "report"};
+    const std::string subject = SubjectOf(parts);
+    const std::string_view start = std::string_view(subject).substr(0, subject.find(':'));
+    if (HasWords(start, NoticeWords::FailureSubject) && !HasAny(start, Openings))
+        return HasWords(start, NoticeWords::DelaySubject);
+    return HasWords(subject, NoticeWords::DelaySubject);
 }
 
 bool IsComplaint(const CNoticeParts& parts) {
@@ -208,8 +217,8 @@ NoticeKind KindOfNotice(const CNoticeParts& parts) {
     const CNoticeWords words(parts);
     const Speaker speaker = SpeakerOf(parts);
     if (!Speaks(parts, words, speaker) || CameThroughList(parts)) return KindOfPerson(parts, words);
-    if (IsSummary(parts, words)) return KindOfPerson(parts, words);
     const bool namesFailed = parts.header.HasField("X-Failed-Recipients");
+    if (!namesFailed && IsSummary(parts, words)) return KindOfPerson(parts, words);
     const bool mayBeAway = !words.hasSubject || speaker == Speaker::Person;
     if (mayBeAway && !namesFailed && HasWords(words.subject, NoticeWords::Vacation)) return NoticeKind::Vacation;
     if (AnnouncesRetry(parts)) return NoticeKind::Delay;

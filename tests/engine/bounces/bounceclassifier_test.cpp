@@ -130,6 +130,11 @@ TEST(BounceClassifier, WhoSaysWhat) {
          "bounce hard:ann@example.com"},
         {Daemon + "Subject: Failure\n\nann@example.com: 550 no such user. Your next attempt may succeed.\n",
          "bounce hard:ann@example.com"},
+        {Daemon + "Subject: Undeliverable: Spam digest 5\n\nann@example.com: no such user\n",
+         "bounce hard:ann@example.com"},
+        {Daemon + "Subject: Spam digest\n\nRejected and not delivered to you:\n  eve@example.com  Hello\n", "ordinary"},
+        {Daemon + "Subject: Undeliverable: Orders on hold\n\nann@example.com: no such user\n",
+         "bounce hard:ann@example.com"},
         {Daemon + "Subject: Suspending delivery\n\nann@example.com: no such user\n", "bounce hard:ann@example.com"},
         {Daemon + "\nann@example.com: server unreachable\n", "ordinary"},
         {"Return-Path: <postmaster@example.com>\nFrom: postmaster@example.com\nSubject: Undeliverable in May\n\n"
