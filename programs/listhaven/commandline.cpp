@@ -25,6 +25,13 @@ CLI::Validator WholeNumber(std::uint64_t most) {
     return CLI::Validator(check, std::string());
 }
 
+std::string DescribeUnknown(const std::vector<std::string>& unknown, const char* otherwise) {
+    if (unknown.empty()) return otherwise;
+    const std::string& first = unknown.front();
+    if (!first.starts_with('-')) return "there is no command \"" + first + "\"";
+    return "there is no option \"" + first + "\"; a value that begins with \"-\" is given behind \"--\"";
+}
+
 }  // namespace
 
 COption COption::Required() {
@@ -144,8 +151,11 @@ bool CCommandLine::Run(int argc, char** argv, std::string& fault) {
         m_app->exit(version);
         return true;
     } catch (const CLI::RequiredError& error) {
-        const std::vector<std::string> unknown = m_app->remaining(true);
-        fault = unknown.empty() ? error.what() : "there is no command \"" + unknown.front() + "\"";
+        fault = DescribeUnknown(m_app->remaining(true), error.what());
+    } catch (const CLI::ExtrasError& error) {
+        std::vector<std::string> unknown = m_app->remaining(true);
+        std::erase_if(unknown, [](const std::string& word) { return !word.starts_with('-'); });
+        fault = DescribeUnknown(unknown, error.what());
     } catch (const CLI::ParseError& error) {
         fault = error.what();
     }

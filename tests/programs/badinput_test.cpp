@@ -78,6 +78,8 @@ TEST(BadInput, CommandsSayWhatIsWrong) {
         {{"rule", "delete", "News", "010"}, 1, "there is no rule 10"},
         {{"rule", "delete", "News", "99999999999999999999"}, 2, "99999999999999999999 is too large"},
         {{"log", "trim", ""}, 2, "BYTES: \"\" is no whole number"},
+        {{"rule", "set", "News", "2", "subjectWords", "-x"}, 2, "no option \"-x\"; a value that begins with \"-\""},
+        {{"list", "set", "News", "popLogin", "x", "-y"}, 2, "no option \"-y\""},
         {{"receive", ""}, 1, "there is no list \"\""},
         {{"broadcast", "--resume", ""}, 1, "There is no broadcast \"\""},
         {{"broadcast", empty, "--list", "[News,2]"}, 1, "there is no list \"[News,2]\""},
