@@ -7,10 +7,12 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <string>
 #include <vector>
 
 #include "platform/childprocess.h"
+#include "platform/clock.h"
 #include "platform/guid.h"
 #include "platform/systemerror.h"
 #include "utility/files.h"
@@ -59,15 +61,22 @@ public:
         options.errorFile = Path(prefix + "stderr");
         std::filesystem::remove(options.outputFile);
         std::filesystem::remove(options.errorFile);
-        return child.Start(program, arguments, options);
+        // On a busy machine Wine does not start a program now and then; nothing of it has run by then.
+        int tries = Tries;
+        while (!child.Start(program, arguments, options)) {
+            const Platform::SystemError code = Platform::LastSystemError();
+            std::cerr << program << " is not started: " << Platform::SystemErrorText(code) << " (" << code << ")\n";
+            if (--tries == 0) return false;
+            Platform::SleepMilliseconds(200);
+        }
+        return true;
     }
 
     CRunResult Run(const std::vector<std::string>& arguments) const {
         CRunResult result;
         Platform::CChildProcess child;
         if (!Start(child, arguments)) {
-            ADD_FAILURE() << "the program could not be started: "
-                          << Platform::SystemErrorText(Platform::LastSystemError());
+            ADD_FAILURE() << "the program could not be started";
             return result;
         }
         EXPECT_TRUE(child.WaitFor(std::chrono::minutes(2), result.status)) << "the program hangs";
@@ -93,6 +102,8 @@ public:
     }
 
 private:
+    static constexpr int Tries = 5;
+
     std::string m_folder;
 };
 
