@@ -1,7 +1,9 @@
 #include "engine/catalogue.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <utility>
 
@@ -340,6 +342,9 @@ std::vector<std::string> CCatalogue::CState::RemoveListFiles(std::uint32_t numbe
         return true;
     });
     if (!wasListed) left.push_back(folder);
+    // Without the table, what tells of its members would speak of lost ones.
+    const auto isMemberTable = [&](const std::string& name) { return EqualNoCase(name, start + "MBR"); };
+    std::partition(names.begin(), names.end(), std::not_fn(isMemberTable));
     for (const std::string& name : names) {
         const bool removed =
             isHeld && (Platform::RemoveFile(folder + name) || Platform::IsNotFound(Platform::LastSystemError()));

@@ -165,9 +165,19 @@ TEST_F(CCatalogueTest, DeletingRemovesTheFilesOfThatListOnly) {
     for (const std::string& name : kept)
         EXPECT_TRUE(Platform::FileIsThere(PathOf(name))) << name;
     Put(PathOf("2.CFD"), "x");
-    const Platform::CFaultPlan plan(Platform::Operation::Remove, 1);
-    EXPECT_EQ(m_lists.Delete(1).size(), 1U);  // says which
+    {
+        const Platform::CFaultPlan plan(Platform::Operation::Remove, 1);
+        EXPECT_EQ(m_lists.Delete(1).size(), 1U);  // says which
+    }
     EXPECT_EQ(m_lists.FindByNumber(2), CCatalogue::None);
+    for (unsigned n = 1; n < 4; ++n) {  // what is left speaks of no members that were lost
+        const std::string number = std::to_string(n + 2);
+        for (const char* ending : {".MBX", ".MBR.lost", ".MBR"})
+            Put(PathOf(number + ending), "x");
+        const Platform::CFaultPlan plan(Platform::Operation::Remove, n, Platform::CFaultPlan::After::Stays);
+        EXPECT_EQ(m_lists.Delete(static_cast<std::int32_t>(n) + 1).size(), 4 - n);
+        EXPECT_TRUE(Platform::FileIsThere(PathOf(number + ".MBR"))) << n;
+    }
 }
 
 TEST_F(CCatalogueTest, CreatingFromManyThreads) {
