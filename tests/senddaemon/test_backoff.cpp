@@ -71,8 +71,10 @@ TEST_F(BackOff, ARelayThatIsDownGetsOneMessageAtATime) {
         m_daemon->DispatchAll();
     EXPECT_TRUE(gate->WaitForRunning(1));
     EXPECT_EQ(CountAccountMessages(m_account).claimed, 1U);  // the probe
+    const std::uint64_t sent = m_daemon->GetTotals().sent;
     gate->Open();
-    EXPECT_EQ(RunToEnd().sent, 18U);
+    RunToEnd();
+    EXPECT_EQ(m_daemon->GetTotals().sent - sent, 18U);  // the probe perhaps before the run
     EXPECT_EQ(CountDeferred(), 2U);
     EXPECT_TRUE(m_log->Contains(3, "The host \"relay.example\" takes messages again."));
 }

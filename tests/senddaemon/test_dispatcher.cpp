@@ -171,7 +171,8 @@ TEST_F(Dispatcher, SendsOnAsManyConnectionsAsAllowed) {
         EXPECT_TRUE(gate->WaitForRunning(each.expected));
         EXPECT_TRUE(m_daemon->IsAnySending());
         gate->Open();
-        EXPECT_EQ(RunToEnd().sent, 5U);
+        RunToEnd();
+        EXPECT_EQ(m_daemon->GetTotals().sent, 5U);  // some perhaps before the run
         EXPECT_EQ(gate->mostRunning, each.expected) << each.maxConnections;
         EXPECT_GT(gate->idleCalls, 0);
         EXPECT_FALSE(m_daemon->IsAnySending());
