@@ -62,7 +62,7 @@ TEST(Server, ASlowMailboxIsReadInTurnsWithOthers) {
     EXPECT_TRUE(TestServers::WaitUntil([&] { return slow.Count() + other.Count() == 0; }));
     server.AskToStop();
     int status = -1;
-    EXPECT_TRUE(server.WaitFor(TestServers::Patience, status));
+    EXPECT_TRUE(server.WaitFor(std::chrono::seconds(10), status));
 }
 
 TEST(Server, AHangingMailboxNeitherKeepsOthersWaitingNorTheServerFromEnding) {
@@ -78,7 +78,7 @@ TEST(Server, AHangingMailboxNeitherKeepsOthersWaitingNorTheServerFromEnding) {
         ASSERT_TRUE(runner.Start(server, mode, LISTHAVEN_SERVER));
         ASSERT_TRUE(silent.WaitForConnection());
         ASSERT_TRUE(server.AskToStop());
-        ASSERT_TRUE(server.WaitFor(std::chrono::seconds(40), status)) << "the POP3 time-out is 60 seconds";
+        ASSERT_TRUE(server.WaitFor(std::chrono::seconds(10), status)) << "the POP3 time-out is 60 seconds";
         EXPECT_EQ(status, 0);
     }
     runner.MustRun({"settings", "set", "Service", "Pop3Timeout", "1"});
@@ -92,6 +92,6 @@ TEST(Server, AHangingMailboxNeitherKeepsOthersWaitingNorTheServerFromEnding) {
     EXPECT_TRUE(TestServers::WaitUntil([&] { return read("Other").find("\"lastCycle\":0,") == std::string::npos; }));
     server.AskToStop();
     int status = -1;
-    EXPECT_TRUE(server.WaitFor(TestServers::Patience, status));
+    EXPECT_TRUE(server.WaitFor(std::chrono::seconds(10), status));
     EXPECT_EQ(log().find("failed,"), log().rfind("failed,")) << "once";
 }

@@ -85,7 +85,7 @@ TEST(ServiceNotify, TellsWhenItIsReadyAliveAndAboutToEnd) {
         EXPECT_TRUE(served.server.AskToStop());
         EXPECT_TRUE(manager.WaitFor("STOPPING=1"));
         int status = -1;
-        EXPECT_TRUE(served.server.WaitFor(TestServers::Patience, status));
+        EXPECT_TRUE(served.server.WaitFor(std::chrono::seconds(10), status));
         EXPECT_EQ(status, 0);
         std::filesystem::remove(name);
     }
