@@ -15,6 +15,7 @@
 #include "platform/clock.h"
 #include "platform/guid.h"
 #include "platform/systemerror.h"
+#include "tests/platform/filespeed.h"
 #include "utility/files.h"
 
 struct CRunResult {
@@ -62,7 +63,7 @@ public:
         std::filesystem::remove(options.outputFile);
         std::filesystem::remove(options.errorFile);
         // On a busy machine Wine does not start a program now and then; nothing of it has run by then.
-        int tries = Tries;
+        int tries = ByFileSpeed(1, 5);
         while (!child.Start(program, arguments, options)) {
             const Platform::SystemError code = Platform::LastSystemError();
             std::cerr << program << " is not started: " << Platform::SystemErrorText(code) << " (" << code << ")\n";
@@ -102,8 +103,6 @@ public:
     }
 
 private:
-    static constexpr int Tries = 5;
-
     std::string m_folder;
 };
 
